@@ -1,0 +1,27 @@
+#include "cli/CliContext.h"
+
+#include "core/SimulatorAddress.h"
+
+#include <cstdio>
+
+namespace cli {
+
+std::optional<QString> CliContext::simulatorSocket() const {
+    if (!simulateSocket.empty()) return QString::fromStdString(simulateSocket);
+    return core::simulatorSocketFromEnvironment();
+}
+
+void addGlobalOptions(CLI::App& app, CliContext& context) {
+    // A flag, not an option, so "--simulate hub list" never takes "hub" for the socket.
+    const std::string flag = "--simulate{" + core::defaultSimulatorSocketPath().toStdString() + "}";
+    app.add_flag(flag, context.simulateSocket,
+                 "talk to tarvel-sim instead of real hardware (--simulate=SOCKET for another "
+                 "socket; TARVEL_SIM does the same)");
+}
+
+int fail(int status, const QString& message) {
+    std::fprintf(stderr, "tarvel-cli: %s\n", qPrintable(message));
+    return status;
+}
+
+}  // namespace cli

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace cli {
+
+// Exit statuses shared by every command.
+inline constexpr int exitSuccess = 0;
+inline constexpr int exitFailure = 1;
+inline constexpr int exitUsage = 2;
+
+// What parsing decided: the one command to run (main() runs it only after the audit line is in
+// the log) and the global options every command group reads.
+struct CliContext {
+    std::function<int()> action;
+    std::string simulateSocket;  // set by --simulate[=SOCKET]
+
+    // The simulator to talk to: --simulate=SOCKET, --simulate alone (the default socket), or
+    // TARVEL_SIM; nothing means real hardware.
+    std::optional<QString> simulatorSocket() const;
+};
+
+// Adds the global options (--simulate) to the top-level command.
+void addGlobalOptions(CLI::App& app, CliContext& context);
+
+// Prints "tarvel-cli: message" on standard error and answers the status, for one-line returns.
+int fail(int status, const QString& message);
+
+}  // namespace cli

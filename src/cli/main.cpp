@@ -1,0 +1,60 @@
+#include "cli/CliContext.h"
+#include "cli/DefaultsCommands.h"
+#include "cli/LogCommands.h"
+
+#include "core/BundleInfo.h"
+#include "core/BundledDefaults.h"
+#include "core/Log.h"
+#include "core/Settings.h"
+
+#include <QCoreApplication>
+#include <QStringList>
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+QString commandLine(int argc, char** argv) {
+    QStringList words{QStringLiteral("tarvel-cli")};
+    for (int i = 1; i < argc; ++i) words << QString::fromLocal8Bit(argv[i]);
+    return words.join(' ');
+}
+
+std::string versionText() {
+    const core::BundleInfo& bundle = core::BundleInfo::shared();
+    return QStringLiteral("tarvel-cli %1 (%2)").arg(bundle.shortVersion(), bundle.bundleVersion()).toStdString();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    core::Settings& settings = core::Settings::shared();
+    core::registerBundledDefaults(settings);
+
+    CLI::App app("Reset a bench of Macs through Acroname hubs and Apple Configurator.", "tarvel-cli");
+    app.set_version_flag("--version", versionText());
+    app.require_subcommand(1);
+    app.fallthrough();
+    cli::CliContext context;
+    cli::addGlobalOptions(app, context);
+    cli::addDefaultsCommands(app, context, settings);
+    cli::addLogCommands(app, context);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);
+        return cli::exitUsage;
+    }
+
+    // Technicians rely on the log to tell which command touched the bench and when.
+    ZMRLogLevel1(commandLine(argc, argv));
+    return context.action ? context.action() : cli::exitUsage;
+}

@@ -1,0 +1,138 @@
+#include "core/Settings.h"
+
+
+#include <cstdlib>
+
+namespace core {
+namespace {
+
+// Skips leading blanks and answers the longest prefix that strtoll/strtod accept.
+QByteArray trimmedLatin1(const QString& text) { return text.trimmed().toLatin1(); }
+
+bool isNumericType(const QVariant& value) {
+    switch (value.typeId()) {
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Double:
+        case QMetaType::Float:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+bool textAsBool(const QString& text) {
+    // "Y", "y", "T", "t" or a digit 1-9 after leading blanks and zeros count as true.
+    QString rest = text.trimmed();
+    if (rest.startsWith('+') || rest.startsWith('-')) rest.remove(0, 1);
+    while (rest.startsWith('0')) rest.remove(0, 1);
+    if (rest.isEmpty()) return false;
+    const QChar first = rest.front();
+    return first == 'Y' || first == 'y' || first == 'T' || first == 't' ||
+           (first >= '1' && first <= '9');
+}
+
+qint64 textAsInteger(const QString& text) {
+    const QByteArray bytes = trimmedLatin1(text);
+    return std::strtoll(bytes.constData(), nullptr, 10);
+}
+
+double textAsDouble(const QString& text) {
+    const QByteArray bytes = trimmedLatin1(text);
+    return std::strtod(bytes.constData(), nullptr);
+}
+
+bool variantAsBool(const QVariant& value) {
+    if (!value.isValid()) return false;
+    if (value.typeId() == QMetaType::Bool) return value.toBool();
+    if (isNumericType(value)) return value.toDouble() != 0;
+    return textAsBool(value.toString());
+}
+
+qint64 variantAsInteger(const QVariant& value) {
+    if (!value.isValid()) return 0;
+    if (value.typeId() == QMetaType::Bool) return value.toBool() ? 1 : 0;
+    if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float)
+        return static_cast<qint64>(value.toDouble());
+    if (isNumericType(value)) return value.toLongLong();
+    return textAsInteger(value.toString());
+}
+
+double variantAsDouble(const QVariant& value) {
+    if (!value.isValid()) return 0;
+    if (value.typeId() == QMetaType::Bool) return value.toBool() ? 1 : 0;
+    if (isNumericType(value)) return value.toDouble();
+    return textAsDouble(value.toString());
+}
+
+Settings::Settings(std::unique_ptr<QSettings> store) : store_(std::move(store)) {}
+
+Settings& Settings::shared() {
+    static Settings instance(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
+                                                         QStringLiteral("kestrune.com"),
+                                                         QStringLiteral("Tarvel")));
+    return instance;
+}
+
+void Settings::registerDefaults(const QVariantMap& defaults) {
+    std::lock_guard lock(mutex_);
+    for (auto it = defaults.begin(); it != defaults.end(); ++it) defaults_.insert(it.key(), it.value());
+}
+
+QVariant Settings::userValue(const QString& key) const {
+    std::lock_guard lock(mutex_);
+    store_->sync();
+    return store_->value(key);
+}
+
+QVariant Settings::registeredDefault(const QString& key) const {
+    std::lock_guard lock(mutex_);
+    return defaults_.value(key);
+}
+
+QVariant Settings::object(const QString& key) const {
+    const QVariant user = userValue(key);
+    return user.isValid() ? user : registeredDefault(key);
+}
+
+QStringList Settings::userKeys() const {
+    std::lock_guard lock(mutex_);
+    store_->sync();
+    return store_->allKeys();
+}
+
+bool Settings::boolForKey(const QString& key) const { return variantAsBool(object(key)); }
+
+qint64 Settings::integerForKey(const QString& key) const { return variantAsInteger(object(key)); }
+
+double Settings::doubleForKey(const QString& key) const { return variantAsDouble(object(key)); }
+
+QString Settings::stringForKey(const QString& key) const {
+    const QVariant value = object(key);
+    if (!value.isValid()) return {};
+    if (value.typeId() == QMetaType::Bool) return value.toBool() ? "1" : "0";
+    return value.toString();
+}
+
+void Settings::setValue(const QString& key, const QVariant& value) {
+    std::lock_guard lock(mutex_);
+    store_->setValue(key, value);
+    store_->sync();
+}
+
+void Settings::remove(const QString& key) {
+    std::lock_guard lock(mutex_);
+    store_->remove(key);
+    store_->sync();
+}
+
+QString Settings::storePath() const {
+    std::lock_guard lock(mutex_);
+    return store_->fileName();
+}
+
+}  // namespace core

@@ -1,0 +1,76 @@
+#include "core/SettingsKeys.h"
+
+#include <algorithm>
+#include <array>
+
+namespace core {
+namespace {
+
+using enum SettingType;
+
+constexpr std::array kKeys{
+    SettingKey{keys::showDebug, Boolean, "write debug-level lines to the log"},
+    SettingKey{keys::LogFolderPath, String, "folder of the log file (tilde allowed)"},
+    SettingKey{keys::LogFileName, String, "name of the log file"},
+    SettingKey{keys::removeACCache, Boolean, "remove Apple Configurator's temporary cache before each restore"},
+    SettingKey{keys::useCustomIPSW, Boolean, "restore the firmware file at customIPSWPath"},
+    SettingKey{keys::customIPSWPath, String, "firmware file for restores"},
+    SettingKey{keys::stayInFrontAfterDFUSecs, String, "seconds to keep Tarvel in front after a DFU command"},
+    SettingKey{keys::acronameSkipDFUSDPMode, Boolean, "let hubs negotiate power delivery"},
+    SettingKey{keys::shouldPlaySound, Boolean, "play a sound when restores complete"},
+    SettingKey{keys::timeBetweenProcesses, String, "seconds between two restore starts"},
+    SettingKey{keys::shouldUseEventScript, Boolean, "call the event script"},
+    SettingKey{keys::eventScriptPath, String, "event script"},
+    SettingKey{keys::checkForUpdates, Boolean, "check for a newer version at launch"},
+    SettingKey{keys::showBetaFeatures, Boolean, "show beta features in the toolbar"},
+    SettingKey{keys::versionCheckURL, String, "address of the version document"},
+    SettingKey{keys::versionHistoryURL, String, "address of the update page"},
+    SettingKey{keys::uniqueID, String, "installation identifier"},
+    SettingKey{keys::acronameDelayAfterRebootAllPorts, Real, "seconds after rebooting all ports"},
+    SettingKey{keys::acronameDelayAfterSettingPowerMode, Real, "seconds after setting a port's power mode"},
+    SettingKey{keys::acronameRecoveryRebootDelay, Real, "seconds between two recovery reboots"},
+    SettingKey{keys::acronameRecoveryRebootTimes, Integer, "number of recovery reboots (1 to 10)"},
+    SettingKey{keys::acronameDelayAfterSendingDFUCommand, Real, "seconds after each DFU command"},
+    SettingKey{keys::acronameDelayAfterPuttingAllPortInDFUMode, Real, "seconds after the whole DFU pass"},
+};
+
+}  // namespace
+
+std::span<const SettingKey> settingKeys() { return kKeys; }
+
+const SettingKey* findSettingKey(const QString& name) {
+    const auto it = std::find_if(kKeys.begin(), kKeys.end(),
+                                 [&](const SettingKey& key) { return name == QLatin1String(key.name); });
+    return it == kKeys.end() ? nullptr : &*it;
+}
+
+std::span<const OptionsSheetDefault> optionsSheetDefaults() {
+    static const std::array<OptionsSheetDefault, 9> table{{
+        {keys::removeACCache, true},
+        {keys::useCustomIPSW, false},
+        {keys::customIPSWPath, QString()},
+        {keys::stayInFrontAfterDFUSecs, QStringLiteral("15")},
+        {keys::acronameSkipDFUSDPMode, true},
+        {keys::shouldPlaySound, true},
+        {keys::timeBetweenProcesses, QStringLiteral("3")},
+        {keys::shouldUseEventScript, false},
+        {keys::eventScriptPath, QString()},
+    }};
+    return table;
+}
+
+QString settingTypeName(SettingType type) {
+    switch (type) {
+        case Boolean:
+            return QStringLiteral("bool");
+        case Integer:
+            return QStringLiteral("int");
+        case Real:
+            return QStringLiteral("float");
+        case String:
+            return QStringLiteral("string");
+    }
+    return {};
+}
+
+}  // namespace core

@@ -1,0 +1,109 @@
+#include "support/ProcessRun.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing_support::ProcessResult;
+
+// Each test gets its own preferences store and log folder through XDG_CONFIG_HOME.
+class CliDefaults : public ::testing::Test {
+protected:
+    CliDefaults() {
+        QDir().mkpath(logs());
+        QSettings seed(config.filePath("kestrune.com/Tarvel.conf"), QSettings::IniFormat);
+        seed.setValue("LogFolderPath", logs());
+        environment.insert("XDG_CONFIG_HOME", config.path());
+    }
+
+    QString logs() const { return config.filePath("logs"); }
+
+    ProcessResult cli(const QStringList& arguments) {
+        return testing_support::runExecutable("tarvel-cli", arguments, environment);
+    }
+
+    QTemporaryDir config;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+};
+
+TEST_F(CliDefaults, WriteReadDeleteRoundTrips) {
+    EXPECT_EQ(cli({"defaults", "write", "timeBetweenProcesses", "abc"}).exitCode, 0);
+    ProcessResult read = cli({"defaults", "read", "timeBetweenProcesses"});
+    EXPECT_EQ(read.exitCode, 0);
+    EXPECT_EQ(read.standardOutput, "abc\n");
+
+    EXPECT_EQ(cli({"defaults", "write", "acronameRecoveryRebootTimes", "-int", "-1"}).exitCode, 0);
+    EXPECT_EQ(cli({"defaults", "read", "acronameRecoveryRebootTimes"}).standardOutput, "-1\n");
+    EXPECT_EQ(cli({"defaults", "write", "showDebug", "-bool", "YES"}).exitCode, 0);
+    EXPECT_EQ(cli({"defaults", "read", "showDebug"}).standardOutput, "1\n");
+
+    EXPECT_EQ(cli({"defaults", "delete", "timeBetweenProcesses"}).exitCode, 0);
+    EXPECT_EQ(cli({"defaults", "read", "timeBetweenProcesses"}).standardOutput, "3\n");
+    EXPECT_EQ(cli({"defaults", "delete", "timeBetweenProcesses"}).exitCode, 1);
+
+    const ProcessResult all = cli({"defaults", "read"});
+    EXPECT_EQ(all.exitCode, 0);
+    EXPECT_TRUE(QRegularExpression(R"(showDebug\s+1\s+set)").match(all.standardOutput).hasMatch())
+        << all.standardOutput.toStdString();
+    EXPECT_TRUE(QRegularExpression(R"(timeBetweenProcesses\s+3\s+default)").match(all.standardOutput).hasMatch());
+}
+
+TEST_F(CliDefaults, BadInputIsAUsageErrorThatNamesWhatWasWrong) {
+    const ProcessResult badBool = cli({"defaults", "write", "showDebug", "-bool", "maybe"});
+    EXPECT_EQ(badBool.exitCode, 2);
+    EXPECT_TRUE(badBool.standardError.contains("showDebug")) << badBool.standardError.toStdString();
+    EXPECT_TRUE(badBool.standardError.contains("bool"));
+
+    const ProcessResult badInt = cli({"defaults", "write", "acronameRecoveryRebootTimes", "-int", "six"});
+    EXPECT_EQ(badInt.exitCode, 2);
+    EXPECT_TRUE(badInt.standardError.contains("acronameRecoveryRebootTimes"));
+    EXPECT_TRUE(badInt.standardError.contains("int"));
+
+    EXPECT_EQ(cli({"defaults", "write", "showDebug"}).exitCode, 2);
+    EXPECT_EQ(cli({"frobnicate"}).exitCode, 2);
+    EXPECT_EQ(cli({}).exitCode, 2);
+    // A rejected write leaves the stored value alone.
+    EXPECT_EQ(cli({"defaults", "read", "showDebug"}).standardOutput, "0\n");
+
+    const ProcessResult missing = cli({"defaults", "read", "noSuchKey"});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_TRUE(missing.standardError.contains("(com.kestrune.Tarvel, noSuchKey) does not exist"));
+}
+
+TEST_F(CliDefaults, EveryRunLeavesAnAuditLineWhereTheLogFolderPreferencePoints) {
+    QTemporaryDir elsewhere;
+    EXPECT_EQ(cli({"defaults", "write", "LogFolderPath", elsewhere.path()}).exitCode, 0);
+    EXPECT_EQ(cli({"log", "path"}).standardOutput, elsewhere.filePath("generic.log") + "\n");
+
+    QFile old(logs() + "/generic.log");
+    ASSERT_TRUE(old.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(old.readAll().contains(": tarvel-cli defaults write LogFolderPath "));
+
+    QFile log(elsewhere.filePath("generic.log"));
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    const QString line = QString::fromUtf8(log.readAll()).trimmed();
+    EXPECT_TRUE(QRegularExpression(
+                    R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d\d:\d\d tarvel-cli\(\d+\): tarvel-cli log path$)")
+                    .match(line)
+                    .hasMatch())
+        << line.toStdString();
+
+    const ProcessResult shown = cli({"log", "show"});
+    EXPECT_EQ(shown.exitCode, 0);
+    EXPECT_EQ(shown.standardOutput.count("tarvel-cli log"), 2);
+}
+
+TEST_F(CliDefaults, VersionNamesTheRelease) {
+    const ProcessResult version = cli({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_TRUE(QRegularExpression(R"(^tarvel-cli \d+\.\d+\.\d+ \(\d+\)\n$)").match(version.standardOutput).hasMatch())
+        << version.standardOutput.toStdString();
+}
+
+}  // namespace

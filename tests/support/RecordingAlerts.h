@@ -1,0 +1,35 @@
+#pragma once
+
+#include "core/Alerts.h"
+#include "core/Sounds.h"
+
+#include <mutex>
+#include <vector>
+
+namespace testing_support {
+
+// Keeps every alert and answers with a chosen button.
+class RecordingAlerts final : public core::Alerts {
+public:
+    int show(const core::Alert& alert) override;
+    std::vector<core::Alert> shown() const;
+    int answer = 0;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<core::Alert> shown_;
+};
+
+// Keeps every beep and sound, in order ("beep" for the alert beep).
+class RecordingSounds final : public core::Sounds {
+public:
+    void beep() override;
+    void play(const QString& name) override;
+    QStringList played() const;
+
+private:
+    mutable std::mutex mutex_;
+    QStringList played_;
+};
+
+}  // namespace testing_support
