@@ -1,0 +1,145 @@
+#include "cli/StationCommands.h"
+
+#include "cli/StationSession.h"
+
+#include "configurator/AC2Device.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+#include <cstdio>
+
+namespace cli {
+namespace {
+
+struct PortTargets {
+    bool all = false;
+    std::vector<std::string> names;
+};
+
+void addTargets(CLI::App* command, PortTargets& targets) {
+    command->add_flag("--all", targets.all, "every usable port of every hub");
+    command->add_option("PORTS", targets.names, "ports as HUB:PORT, HUB as `hubs` prints it");
+}
+
+QString oneDecimal(double value) { return QString::asprintf("%.1f", value); }
+
+int printHubs(bool json) {
+    StationSession session;
+    const AC2Devices entries = session.refresh();
+    QJsonArray rows;
+    if (!json)
+        std::printf("%-10s %-16s %4s %11s %11s %9s  %s\n", "Hub Serial", "Firmware Version", "Port",
+                    "Voltage (V)", "Current (A)", "Power (W)", "Connected");
+    for (const auto& entry : entries) {
+        const auto port = entry->port();
+        const AcronameHub* hub = port ? port->hub() : nullptr;
+        const QString serial = hub ? hub->modelName() : QString();
+        const QString firmware = hub ? hub->firmwareVersion() : QString();
+        const double power = std::fabs(double(port->vBusVoltage()) * double(port->vBusCurrent()));
+        if (json) {
+            rows.append(QJsonObject{{"hub", serial},
+                                    {"firmwareVersion", firmware},
+                                    {"port", qint64(port->portID())},
+                                    {"voltage", oneDecimal(port->vBusVoltage())},
+                                    {"current", oneDecimal(port->vBusCurrent())},
+                                    {"power", oneDecimal(power)},
+                                    {"connected", port->isConnected()}});
+            continue;
+        }
+        std::printf("%-10s %-16s %4lld %11s %11s %9s  %s\n", qPrintable(serial), qPrintable(firmware),
+                    static_cast<long long>(port->portID()), qPrintable(oneDecimal(port->vBusVoltage())),
+                    qPrintable(oneDecimal(port->vBusCurrent())), qPrintable(oneDecimal(power)),
+                    port->isConnected() ? "yes" : "no");
+    }
+    if (json) std::printf("%s", QJsonDocument(rows).toJson(QJsonDocument::Compact).append('\n').constData());
+    else if (entries.empty()) std::printf("No hubs found.\n");
+    return exitSuccess;
+}
+
+// Refreshes, picks the ports, runs one sequence, and turns its outcome into an exit status.
+int runOnPorts(const PortTargets& targets, const char* what,
+               const std::function<bool(StationSession&, const AcronamePorts&)>& run) {
+    if (targets.all == !targets.names.empty())
+        return fail(exitUsage, QStringLiteral("%1: name the ports as HUB:PORT, or give --all").arg(what));
+    StationSession session;
+    QString error;
+    const auto ports = session.selectPorts(session.refresh(), targets.all, targets.names, error);
+    if (!ports) return fail(exitFailure, error);
+    if (ports->empty()) return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
+
+    const bool succeeded = run(session, *ports);
+    const QStringList failed = session.failedPorts();
+    if (!failed.isEmpty()) std::fprintf(stderr, "tarvel-cli: %s failed on %s\n", what, qPrintable(failed.join(", ")));
+    if (!succeeded) return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what))
+                                            : exitFailure;
+    std::printf("%s done on %zu port%s\n", what, ports->size(), ports->size() == 1 ? "" : "s");
+    return exitSuccess;
+}
+
+void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, const char* help,
+                        StationSession::Sequence sequence) {
+    CLI::App* command = app.add_subcommand(name, help);
+    auto targets = std::make_shared<PortTargets>();
+    addTargets(command, *targets);
+    command->callback([&context, targets, sequence, name] {
+        context.action = [targets, sequence, name] {
+            return runOnPorts(*targets, name, [sequence](StationSession& session, const AcronamePorts& ports) {
+                return session.run(sequence, ports);
+            });
+        };
+    });
+}
+
+std::optional<std::int64_t> powerModeNumber(const QString& text) {
+    const QString mode = text.toLower();
+    if (mode == "pd") return 0;
+    if (mode == "sdp") return 1;
+    if (mode == "cdp") return 2;
+    if (mode == "cycle") return 3;
+    bool ok = false;
+    const std::int64_t number = mode.toLongLong(&ok);
+    if (ok && number >= 0) return number;
+    return std::nullopt;
+}
+
+void addPowerModeCommand(CLI::App& app, CliContext& context) {
+    CLI::App* command = app.add_subcommand(
+        "power-mode", "Power-cycle ports into a mode: pd, sdp, cdp, or cycle (no mode change)");
+    auto mode = std::make_shared<std::string>();
+    auto targets = std::make_shared<PortTargets>();
+    command->add_option("MODE", *mode, "pd, sdp, cdp or cycle")->required();
+    addTargets(command, *targets);
+    command->callback([&context, mode, targets] {
+        context.action = [mode, targets] {
+            const auto number = powerModeNumber(QString::fromStdString(*mode));
+            if (!number)
+                return fail(exitUsage, QStringLiteral("power-mode: unknown mode %1 (use pd, sdp, cdp or cycle)")
+                                           .arg(QString::fromStdString(*mode)));
+            return runOnPorts(*targets, "power-mode", [number](StationSession& session, const AcronamePorts& ports) {
+                return session.runPowerMode(*number, ports);
+            });
+        };
+    });
+}
+
+}  // namespace
+
+void addStationCommands(CLI::App& app, CliContext& context) {
+    CLI::App* hubs = app.add_subcommand("hubs", "Refresh the station and list every usable hub port");
+    auto json = std::make_shared<bool>(false);
+    hubs->add_flag("--json", *json, "one JSON array of ports");
+    hubs->callback([&context, json] { context.action = [json] { return printHubs(*json); }; });
+
+    addSequenceCommand(app, context, "dfu", "Put the Macs on the given ports into DFU mode",
+                       StationSession::Sequence::DFU);
+    addSequenceCommand(app, context, "restart", "Restart the Macs on the given ports",
+                       StationSession::Sequence::Restart);
+    addSequenceCommand(app, context, "recovery", "Start the Macs on the given ports into recovery",
+                       StationSession::Sequence::Recovery);
+    addPowerModeCommand(app, context);
+}
+
+}  // namespace cli
