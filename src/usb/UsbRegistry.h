@@ -49,7 +49,7 @@ public:
     // Must be called before the first shared(); the command line's --simulate does.
     static void selectSimulator(const QString& socketPath);
 
-signals:
+Q_SIGNALS:
     // A removal carries the properties the device had when it arrived.
     void deviceArrived(const usb::PropertyMap& properties);
     void deviceRemoved(const usb::PropertyMap& properties);
