@@ -1,6 +1,7 @@
 #include "cli/CliContext.h"
 #include "cli/DefaultsCommands.h"
 #include "cli/LogCommands.h"
+#include "cli/UsbCommands.h"
 
 #include "core/BundleInfo.h"
 #include "core/BundledDefaults.h"
@@ -40,6 +41,7 @@ int main(int argc, char** argv) {
     cli::addGlobalOptions(app, context);
     cli::addDefaultsCommands(app, context, settings);
     cli::addLogCommands(app, context);
+    cli::addUsbCommands(app, context);
 
     try {
         app.parse(argc, argv);

@@ -1,7 +1,11 @@
 #include "usb/UsbRegistry.h"
 
 #include "core/SimulatorAddress.h"
+#include "usb/SimulatorUsbRegistry.h"
 #include "usb/UdevUsbRegistry.h"
+
+#include <QCoreApplication>
+#include <QThread>
 
 #include <mutex>
 
@@ -14,8 +18,15 @@ std::optional<QString> selectedSimulator;
 UsbRegistry* makeShared() {
     std::optional<QString> socket = selectedSimulator;
     if (!socket) socket = core::simulatorSocketFromEnvironment();
-    Q_UNUSED(socket);
-    return new UdevUsbRegistry();
+    UsbRegistry* registry = nullptr;
+    if (socket)
+        registry = new SimulatorUsbRegistry(*socket);
+    else
+        registry = new UdevUsbRegistry();
+    // The first user may be a worker thread; arrivals and removals belong to the main loop.
+    if (QCoreApplication* application = QCoreApplication::instance())
+        registry->moveToThread(application->thread());
+    return registry;
 }
 
 }  // namespace

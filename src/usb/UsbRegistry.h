@@ -43,6 +43,9 @@ public:
     virtual QList<PropertyMap> startWatching() = 0;
     virtual void stopWatching() = 0;
 
+    // Why the last listing failed, for messages to the user.
+    virtual QString lastError() const { return {}; }
+
     // The registry of this process: the simulator when selectSimulator() was called or
     // TARVEL_SIM is set, the platform's otherwise. Chosen on first use.
     static UsbRegistry& shared();
