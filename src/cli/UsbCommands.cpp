@@ -19,7 +19,7 @@ namespace cli {
 namespace {
 
 QString hex32(std::uint64_t value) {
-    return QStringLiteral("0x%1").arg(value, 8, 16, QLatin1Char('0')).toUpper().replace("0X", "0x");
+    return QStringLiteral("0x") + QStringLiteral("%1").arg(value, 8, 16, QLatin1Char('0')).toUpper();
 }
 
 QString hex4(std::int64_t value) {

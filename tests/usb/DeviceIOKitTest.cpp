@@ -1,5 +1,6 @@
 #include "usb/DeviceIOKit.h"
 #include "usb/MemoryUsbRegistry.h"
+#include "usb/SimulatorUsbRegistry.h"
 
 #include "UsbTestDevices.h"
 
@@ -128,6 +129,26 @@ TEST(DeviceIOKitDeathTest, NegativeVendorOrEcidStopsTheProcess) {
     usb::PropertyMap hugeEcid = device(apple, 0x14120000, "C02XK1", "Mac");
     hugeEcid["UsbAppleDeviceECID"] = qulonglong(0x8000000000000001);
     EXPECT_DEATH(DeviceIOKit::deviceInfoWithService(&hugeEcid), "negative ECID");
+}
+
+}  // namespace
+
+namespace {
+
+// JSON numbers are doubles; an ECID above 2^53 only survives as the decimal text the simulator
+// sends, and must reach DeviceIOKit as the exact integer.
+TEST(SimulatorUsbRegistryTest, DeviceMapsKeepTheirTypesAndTheExactEcid) {
+    const usb::PropertyMap map = usb::SimulatorUsbRegistry::propertiesFromJson(
+        {{"idVendor", 1452},
+         {"locationID", 0x01110000},
+         {"kUSBSerialNumberString", usb_testing::dfuSerial(0x0123456789ABCDEF)},
+         {"UsbAppleDeviceECID", QString::number(0x0123456789ABCDEFull)},
+         {"sessionID", "sim-7"}});
+    const DeviceIOKitInfo info = DeviceIOKit::deviceInfoWithService(&map);
+    EXPECT_EQ(info.ecid, 0x0123456789ABCDEF);
+    EXPECT_EQ(info.vendor, 1452);
+    EXPECT_EQ(info.usbAddress, 0x01110000);
+    EXPECT_EQ(map.value("sessionID").toString(), "sim-7");
 }
 
 }  // namespace
