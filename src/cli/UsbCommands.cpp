@@ -19,7 +19,8 @@ namespace cli {
 namespace {
 
 QString hex32(std::uint64_t value) {
-    return QStringLiteral("0x") + QStringLiteral("%1").arg(value, 8, 16, QLatin1Char('0')).toUpper();
+    return QStringLiteral("0x") +
+           QStringLiteral("%1").arg(value, 8, 16, QLatin1Char('0')).toUpper();
 }
 
 QString hex4(std::int64_t value) {
@@ -28,7 +29,8 @@ QString hex4(std::int64_t value) {
 
 // ECIDs are shown as everywhere else in Tarvel: upper-case hex without prefix; 0 is none.
 QJsonValue ecidValue(std::uint64_t ecid) {
-    if (ecid == 0) return QJsonValue::Null;
+    if (ecid == 0)
+        return QJsonValue::Null;
     return QString::number(ecid, 16).toUpper();
 }
 
@@ -38,7 +40,8 @@ void printLine(const QString& line) {
 }
 
 usb::UsbRegistry& registryFor(const CliContext& context) {
-    if (const auto socket = context.simulatorSocket()) usb::UsbRegistry::selectSimulator(*socket);
+    if (const auto socket = context.simulatorSocket())
+        usb::UsbRegistry::selectSimulator(*socket);
     return usb::UsbRegistry::shared();
 }
 
@@ -72,15 +75,16 @@ int list(const CliContext& context, bool json) {
         std::printf("%s", QJsonDocument(described).toJson(QJsonDocument::Indented).constData());
         return exitSuccess;
     }
-    printLine(QStringLiteral("VENDOR PRODUCT LOCATION   HUB        DFU ECID             PRODUCT NAME / SERIAL"));
+    printLine(QStringLiteral(
+        "VENDOR PRODUCT LOCATION   HUB        DFU ECID             PRODUCT NAME / SERIAL"));
     for (const QJsonValue value : described) {
         const QJsonObject d = value.toObject();
         printLine(QStringLiteral("%1   %2    %3 %4 %5 %6 %7 / %8")
                       .arg(hex4(d["vendorID"].toInteger()), hex4(d["productID"].toInteger()),
                            d["locationID"].toString(), d["hubAddress"].toString(),
                            d["inDFU"].toBool() ? QStringLiteral("yes") : QStringLiteral("no "),
-                           d["ecid"].toString().leftJustified(16),
-                           d["productName"].toString(), d["serialNumber"].toString()));
+                           d["ecid"].toString().leftJustified(16), d["productName"].toString(),
+                           d["serialNumber"].toString()));
     }
     return exitSuccess;
 }
@@ -95,7 +99,8 @@ QJsonObject describe(const DeviceIOKitInfo& info) {
 
 void printNotification(const QString& name, const QVariantMap& userInfo, bool json, int batch) {
     const QList<DeviceIOKitInfo> devices = USBManager::devicesInUserInfo(userInfo);
-    if (!json) printLine(QStringLiteral("%1 (%2)").arg(name).arg(devices.size()));
+    if (!json)
+        printLine(QStringLiteral("%1 (%2)").arg(name).arg(devices.size()));
     for (const DeviceIOKitInfo& info : devices) {
         QJsonObject line = describe(info);
         if (json) {
@@ -141,7 +146,8 @@ void addUsbCommands(CLI::App& app, CliContext& context) {
 
     auto watchJson = std::make_shared<bool>(false);
     CLI::App* watchCommand = usbCommand->add_subcommand(
-        "watch", "Print arrivals (in batches) and removals as they are broadcast, until interrupted");
+        "watch",
+        "Print arrivals (in batches) and removals as they are broadcast, until interrupted");
     watchCommand->add_flag("--json", *watchJson, "one JSON object a line per device");
     watchCommand->callback([&context, watchJson] {
         context.action = [&context, watchJson] { return watch(context, *watchJson); };

@@ -11,9 +11,11 @@ const usb::PropertyMap* firstMatch(const QList<usb::PropertyMap>& services, std:
                                    std::int64_t vendorID) {
     for (const usb::PropertyMap& service : services) {
         const auto vendor = usb::signedProperty(service, usb::keys::vendorID);
-        if (!vendor || *vendor < 0 || *vendor != vendorID) continue;
+        if (!vendor || *vendor < 0 || *vendor != vendorID)
+            continue;
         const auto location = usb::unsignedProperty(service, usb::keys::locationID);
-        if (location && *location == address) return &service;
+        if (location && *location == address)
+            return &service;
     }
     return nullptr;
 }
@@ -28,9 +30,11 @@ DeviceIOKit::DeviceIOKit(usb::UsbRegistry& registry, LogFunction log)
 QMap<QString, QString> DeviceIOKit::vendorDeviceInfoWithDeviceAddress(std::uint64_t deviceAddress,
                                                                       std::int64_t vendorID) const {
     const std::optional<QList<usb::PropertyMap>> services = registry_.devices();
-    if (!services) return {};
+    if (!services)
+        return {};
     const usb::PropertyMap* service = firstMatch(*services, deviceAddress, vendorID);
-    if (!service) return {};
+    if (!service)
+        return {};
 
     QMap<QString, QString> info;
     for (auto it = service->cbegin(); it != service->cend(); ++it) {
@@ -46,13 +50,15 @@ std::optional<QString> DeviceIOKit::vendorSerialNumberWithDeviceAddress(
     std::uint64_t deviceAddress, std::int64_t vendorID) const {
     const QMap<QString, QString> info = vendorDeviceInfoWithDeviceAddress(deviceAddress, vendorID);
     const auto serial = info.constFind(usb::keys::serialNumber);
-    if (serial == info.cend()) return std::nullopt;
+    if (serial == info.cend())
+        return std::nullopt;
     return serial.value();
 }
 
 std::optional<QString> DeviceIOKit::normalizedSerialNumberWithSerialNumber(
     const std::optional<QString>& serialNumber) {
-    if (!serialNumber) return std::nullopt;
+    if (!serialNumber)
+        return std::nullopt;
     const QString upper = serialNumber->toUpper();
     if (upper.contains(QLatin1String("ECID")) || upper.contains(QLatin1Char('-')))
         return std::nullopt;
@@ -62,9 +68,11 @@ std::optional<QString> DeviceIOKit::normalizedSerialNumberWithSerialNumber(
 bool DeviceIOKit::deviceInDFUModeWithDeviceAddress(std::uint64_t deviceAddress,
                                                    std::int64_t vendorID) const {
     const QMap<QString, QString> info = vendorDeviceInfoWithDeviceAddress(deviceAddress, vendorID);
-    if (info.isEmpty()) return false;
+    if (info.isEmpty())
+        return false;
     // The boot ROM names its iBoot build in the serial; the product text is only a fallback.
-    if (info.value(usb::keys::serialNumber).contains(QLatin1String("iBoot"))) return true;
+    if (info.value(usb::keys::serialNumber).contains(QLatin1String("iBoot")))
+        return true;
     const QString product = info.value(usb::keys::productName);
     return product.contains(QLatin1String("DFU")) || product.contains(QLatin1String("Debug"));
 }
@@ -90,21 +98,25 @@ std::uint64_t DeviceIOKit::hubAddressWithDeviceAddress(std::uint64_t deviceAddre
 }
 
 DeviceIOKitInfo DeviceIOKit::deviceInfoWithService(const usb::PropertyMap* service) {
-    if (!service) return {};
+    if (!service)
+        return {};
     const auto vendor = usb::signedProperty(*service, usb::keys::vendorID);
-    if (!vendor) return {};
-    if (*vendor < 0) qFatal("USB registry reports a negative idVendor (%lld)", qlonglong(*vendor));
+    if (!vendor)
+        return {};
+    if (*vendor < 0)
+        qFatal("USB registry reports a negative idVendor (%lld)", qlonglong(*vendor));
 
     DeviceIOKitInfo info;
     info.vendor = *vendor;
     info.productName = usb::textProperty(*service, usb::keys::productName).value_or(QString());
     if (const auto ecid = usb::signedProperty(*service, usb::keys::ecid)) {
-        if (*ecid < 0) qFatal("USB registry reports a negative ECID (%lld)", qlonglong(*ecid));
+        if (*ecid < 0)
+            qFatal("USB registry reports a negative ECID (%lld)", qlonglong(*ecid));
         info.ecid = *ecid;
     }
-    info.serialNumber = normalizedSerialNumberWithSerialNumber(
-                            usb::textProperty(*service, usb::keys::serialNumber))
-                            .value_or(QString());
+    info.serialNumber =
+        normalizedSerialNumberWithSerialNumber(usb::textProperty(*service, usb::keys::serialNumber))
+            .value_or(QString());
     info.usbAddress = usb::signedProperty(*service, usb::keys::locationID).value_or(0);
     return info;
 }

@@ -14,7 +14,7 @@
 // vendor ID. Holds no state: every query reads the registry afresh, so one object may be made
 // per use and used from any thread.
 class DeviceIOKit {
-public:
+  public:
     using LogFunction = std::function<void(const QString&)>;
 
     // Over the registry of this process (udev, or the simulator when one is selected).
@@ -39,7 +39,7 @@ public:
     // or ECID ends the process: the registry is corrupt and nothing built on it can be trusted.
     static DeviceIOKitInfo deviceInfoWithService(const usb::PropertyMap* service);
 
-private:
+  private:
     usb::UsbRegistry& registry_;
     LogFunction log_;
 };

@@ -10,7 +10,7 @@
 // read is all empty and 0.
 struct DeviceIOKitInfo {
     std::int64_t vendor = 0;
-    QString serialNumber;  // upper-cased; empty when it carries "ECID" or "-"
+    QString serialNumber;         // upper-cased; empty when it carries "ECID" or "-"
     std::int64_t usbAddress = 0;  // the locationID
     QString productName;
     std::int64_t ecid = 0;

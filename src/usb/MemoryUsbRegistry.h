@@ -9,7 +9,7 @@ namespace usb {
 // while someone watches, emit the matching signal at once.
 class MemoryUsbRegistry final : public UsbRegistry {
     Q_OBJECT
-public:
+  public:
     explicit MemoryUsbRegistry(QList<PropertyMap> devices = {}, QObject* parent = nullptr);
 
     std::optional<QList<PropertyMap>> devices() override;
@@ -23,7 +23,7 @@ public:
     void setUnreadable(bool unreadable) { unreadable_ = unreadable; }
     int watchers() const { return watchers_; }
 
-private:
+  private:
     QList<PropertyMap> devices_;
     bool unreadable_ = false;
     int watchers_ = 0;

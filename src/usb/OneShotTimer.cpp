@@ -8,7 +8,7 @@ namespace usb {
 namespace {
 
 class MainLoopTimer final : public OneShotTimer {
-public:
+  public:
     MainLoopTimer(double seconds, std::function<void()> action) {
         timer_.setSingleShot(true);
         timer_.setTimerType(Qt::PreciseTimer);
@@ -19,7 +19,7 @@ public:
     bool isValid() const override { return timer_.isActive(); }
     void invalidate() override { timer_.stop(); }
 
-private:
+  private:
     QTimer timer_;
 };
 

@@ -8,7 +8,7 @@ namespace usb {
 // A timer that fires once on the main loop. It is valid from scheduling until it fires or is
 // invalidated.
 class OneShotTimer {
-public:
+  public:
     virtual ~OneShotTimer() = default;
     virtual bool isValid() const = 0;
     virtual void invalidate() = 0;

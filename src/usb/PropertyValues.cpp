@@ -21,11 +21,14 @@ bool isNumber(const QVariant& value) {
     }
 }
 
-bool isText(const QVariant& value) { return value.typeId() == QMetaType::QString; }
+bool isText(const QVariant& value) {
+    return value.typeId() == QMetaType::QString;
+}
 
 std::optional<std::int64_t> signedProperty(const PropertyMap& properties, const QString& key) {
     const QVariant value = properties.value(key);
-    if (!isNumber(value)) return std::nullopt;
+    if (!isNumber(value))
+        return std::nullopt;
     if (value.typeId() == QMetaType::ULongLong || value.typeId() == QMetaType::ULong)
         return static_cast<std::int64_t>(value.toULongLong());
     return value.toLongLong();
@@ -33,7 +36,8 @@ std::optional<std::int64_t> signedProperty(const PropertyMap& properties, const 
 
 std::optional<std::uint64_t> unsignedProperty(const PropertyMap& properties, const QString& key) {
     const QVariant value = properties.value(key);
-    if (!isNumber(value)) return std::nullopt;
+    if (!isNumber(value))
+        return std::nullopt;
     if (value.typeId() == QMetaType::ULongLong || value.typeId() == QMetaType::ULong)
         return value.toULongLong();
     return static_cast<std::uint64_t>(value.toLongLong());
@@ -41,7 +45,8 @@ std::optional<std::uint64_t> unsignedProperty(const PropertyMap& properties, con
 
 std::optional<QString> textProperty(const PropertyMap& properties, const QString& key) {
     const QVariant value = properties.value(key);
-    if (!isText(value)) return std::nullopt;
+    if (!isText(value))
+        return std::nullopt;
     return value.toString();
 }
 

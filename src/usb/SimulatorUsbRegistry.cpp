@@ -21,10 +21,12 @@ QVariant valueFromJson(const QString& key, const QJsonValue& value) {
     }
     if (value.isDouble()) {
         const double number = value.toDouble();
-        if (std::trunc(number) == number) return qlonglong(value.toInteger(qlonglong(number)));
+        if (std::trunc(number) == number)
+            return qlonglong(value.toInteger(qlonglong(number)));
         return number;
     }
-    if (value.isBool()) return value.toBool();
+    if (value.isBool())
+        return value.toBool();
     return {};  // the simulator sends no nested values; anything else is not a property
 }
 
@@ -46,21 +48,25 @@ PropertyMap SimulatorUsbRegistry::propertiesFromJson(const QJsonObject& device) 
     PropertyMap properties;
     for (auto it = device.begin(); it != device.end(); ++it) {
         const QVariant value = valueFromJson(it.key(), it.value());
-        if (value.isValid()) properties.insert(it.key(), value);
+        if (value.isValid())
+            properties.insert(it.key(), value);
     }
     return properties;
 }
 
 std::optional<QList<PropertyMap>> SimulatorUsbRegistry::devices() {
     const std::optional<QJsonObject> reply = connection_->request(QStringLiteral("usb.list"));
-    if (!reply || reply->value(QStringLiteral("result")).toInt(-1) != 0) return std::nullopt;
+    if (!reply || reply->value(QStringLiteral("result")).toInt(-1) != 0)
+        return std::nullopt;
     QList<PropertyMap> result;
     for (const QJsonValue device : reply->value(QStringLiteral("devices")).toArray())
         result.append(propertiesFromJson(device.toObject()));
     return result;
 }
 
-QString SimulatorUsbRegistry::lastError() const { return connection_->lastError(); }
+QString SimulatorUsbRegistry::lastError() const {
+    return connection_->lastError();
+}
 
 QList<PropertyMap> SimulatorUsbRegistry::startWatching() {
     if (watchers_++ == 0 && !subscribed_) {
@@ -77,19 +83,24 @@ QList<PropertyMap> SimulatorUsbRegistry::startWatching() {
 
 void SimulatorUsbRegistry::stopWatching() {
     // The simulator has no unsubscribe; events are simply no longer passed on.
-    if (watchers_ > 0 && --watchers_ == 0) attached_.clear();
+    if (watchers_ > 0 && --watchers_ == 0)
+        attached_.clear();
 }
 
 void SimulatorUsbRegistry::handleEvent(const QString& name, const QJsonObject& payload) {
-    if (watchers_ == 0) return;
-    const PropertyMap properties = propertiesFromJson(payload.value(QStringLiteral("device")).toObject());
+    if (watchers_ == 0)
+        return;
+    const PropertyMap properties =
+        propertiesFromJson(payload.value(QStringLiteral("device")).toObject());
     const QString session = sessionOf(properties);
     if (name == QLatin1String("usb.added")) {
-        if (attached_.contains(session)) return;
+        if (attached_.contains(session))
+            return;
         attached_.insert(session);
         emit deviceArrived(properties);
     } else if (name == QLatin1String("usb.removed")) {
-        if (!attached_.remove(session)) return;
+        if (!attached_.remove(session))
+            return;
         emit deviceRemoved(properties);
     }
 }

@@ -16,7 +16,7 @@ namespace usb {
 // JSON numbers lose precision, becomes a number as on the other registries.
 class SimulatorUsbRegistry final : public UsbRegistry {
     Q_OBJECT
-public:
+  public:
     explicit SimulatorUsbRegistry(const QString& socketPath, QObject* parent = nullptr);
     ~SimulatorUsbRegistry() override;
 
@@ -27,7 +27,7 @@ public:
 
     static PropertyMap propertiesFromJson(const QJsonObject& device);
 
-private:
+  private:
     void handleEvent(const QString& name, const QJsonObject& payload);
 
     core::SimulatorConnection* connection_;  // a child, so it moves threads with the registry

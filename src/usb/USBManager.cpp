@@ -10,23 +10,22 @@ USBManager::USBManager(usb::UsbRegistry& registry, core::Clock& clock,
       center_(center),
       registry_(registry),
       timers_(std::move(timers)),
-      lastUpdated_(clock.now()) {
-}
+      lastUpdated_(clock.now()) {}
 
 USBManager::~USBManager() = default;
 
 std::shared_ptr<USBManager> USBManager::sharedManager() {
     // Never destroyed: the manager lives for the process, and its watcher must not outlive
     // the event loop's teardown in an unknown order.
-    static auto* const manager = new std::shared_ptr<USBManager>(
-        std::make_shared<USBManager>(usb::UsbRegistry::shared(), core::Clock::system(),
-                                     core::NotificationCenter::defaultCenter(),
-                                     usb::mainLoopTimers()));
+    static auto* const manager = new std::shared_ptr<USBManager>(std::make_shared<USBManager>(
+        usb::UsbRegistry::shared(), core::Clock::system(),
+        core::NotificationCenter::defaultCenter(), usb::mainLoopTimers()));
     return *manager;
 }
 
 void USBManager::startWatching() {
-    if (usbWatcher_) return;
+    if (usbWatcher_)
+        return;
     usbWatcher_ = std::make_unique<USBWatcher>(weak_from_this(), registry_);
 }
 
@@ -37,7 +36,8 @@ void USBManager::deviceAdded(const usb::PropertyMap& service) {
     const double interval = static_cast<double>(clock_.now().msecsTo(lastUpdated_)) / 1000.0;
     if (interval < delay_) {
         devices_.append(info);
-        if (scheduledTimer_ && scheduledTimer_->isValid()) return;
+        if (scheduledTimer_ && scheduledTimer_->isValid())
+            return;
         scheduledTimer_ = timers_(delay_, [this] { deliverBatch(); });
     }
     lastUpdated_ = clock_.now();

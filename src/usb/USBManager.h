@@ -22,7 +22,7 @@ class NotificationCenter;
 // on the main thread.
 class USBManager final : public USBWatcherDelegate,
                          public std::enable_shared_from_this<USBManager> {
-public:
+  public:
     static inline const QString deviceAddedNotification = QStringLiteral("deviceAdded");
     static inline const QString deviceRemovedNotification = QStringLiteral("deviceRemoved");
     static inline const QString devicesKey = QStringLiteral("devices");
@@ -48,7 +48,7 @@ public:
     double delay() const { return delay_; }
     const QList<DeviceIOKitInfo>& pendingDevices() const { return devices_; }
 
-private:
+  private:
     void deliverBatch();
 
     core::Clock& clock_;

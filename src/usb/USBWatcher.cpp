@@ -25,7 +25,8 @@ USBWatcher::~USBWatcher() {
 void USBWatcher::notificationCallback(Iterator iterator, const QList<usb::PropertyMap>& services) {
     const std::shared_ptr<USBWatcherDelegate> delegate = delegate_.lock();
     for (const usb::PropertyMap& service : services) {
-        if (!delegate) continue;
+        if (!delegate)
+            continue;
         if (iterator == Iterator::added)
             delegate->deviceAdded(service);
         else

@@ -11,13 +11,13 @@
 // Turns the registry's arrivals and removals into delegate calls on the main loop. Creating it
 // reports every device already attached as added.
 class USBWatcher {
-public:
+  public:
     USBWatcher(std::weak_ptr<USBWatcherDelegate> delegate, usb::UsbRegistry& registry);
     ~USBWatcher();
     USBWatcher(const USBWatcher&) = delete;
     USBWatcher& operator=(const USBWatcher&) = delete;
 
-private:
+  private:
     enum class Iterator { added, removed };
 
     // Hands every service to the delegate chosen by the iterator. Services are taken to the

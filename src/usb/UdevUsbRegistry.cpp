@@ -12,17 +12,21 @@ namespace {
 
 constexpr qlonglong appleVendorID = 0x05AC;
 
-QString text(const char* value) { return value ? QString::fromUtf8(value).trimmed() : QString(); }
+QString text(const char* value) {
+    return value ? QString::fromUtf8(value).trimmed() : QString();
+}
 
 std::optional<qlonglong> hexNumber(const char* value) {
-    if (!value) return std::nullopt;
+    if (!value)
+        return std::nullopt;
     bool ok = false;
     const qlonglong number = QString::fromUtf8(value).trimmed().toLongLong(&ok, 16);
     return ok ? std::optional<qlonglong>(number) : std::nullopt;
 }
 
 std::optional<qlonglong> decimalNumber(const char* value) {
-    if (!value) return std::nullopt;
+    if (!value)
+        return std::nullopt;
     bool ok = false;
     const qlonglong number = QString::fromUtf8(value).trimmed().toLongLong(&ok, 10);
     return ok ? std::optional<qlonglong>(number) : std::nullopt;
@@ -32,22 +36,29 @@ std::optional<qlonglong> decimalNumber(const char* value) {
 // remove events, where the sysfs attributes are gone.
 void identityFromProductProperty(udev_device* device, PropertyMap& properties) {
     const QStringList parts = text(udev_device_get_property_value(device, "PRODUCT")).split('/');
-    if (parts.size() < 2) return;
+    if (parts.size() < 2)
+        return;
     bool vendorOk = false, productOk = false;
     const qlonglong vendor = parts[0].toLongLong(&vendorOk, 16);
     const qlonglong product = parts[1].toLongLong(&productOk, 16);
-    if (vendorOk && !properties.contains(keys::vendorID)) properties[keys::vendorID] = vendor;
-    if (productOk && !properties.contains(keys::productID)) properties[keys::productID] = product;
+    if (vendorOk && !properties.contains(keys::vendorID))
+        properties[keys::vendorID] = vendor;
+    if (productOk && !properties.contains(keys::productID))
+        properties[keys::productID] = product;
 }
 
 void addLocation(udev_device* device, PropertyMap& properties) {
     std::optional<qlonglong> bus = decimalNumber(udev_device_get_sysattr_value(device, "busnum"));
-    if (!bus) bus = decimalNumber(udev_device_get_property_value(device, "BUSNUM"));
+    if (!bus)
+        bus = decimalNumber(udev_device_get_property_value(device, "BUSNUM"));
     QString path = text(udev_device_get_sysattr_value(device, "devpath"));
     const auto fromName = busPositionFromName(text(udev_device_get_sysname(device)));
-    if (!bus && fromName) bus = fromName->busNumber;
-    if (path.isEmpty() && fromName) path = fromName->devicePath;
-    if (!bus || path.isEmpty()) return;
+    if (!bus && fromName)
+        bus = fromName->busNumber;
+    if (path.isEmpty() && fromName)
+        path = fromName->devicePath;
+    if (!bus || path.isEmpty())
+        return;
 
     const auto location = locationIDFor(static_cast<int>(*bus), path);
     if (!location)
@@ -64,7 +75,9 @@ void addLocation(udev_device* device, PropertyMap& properties) {
 
 UdevUsbRegistry::UdevUsbRegistry(QObject* parent) : UsbRegistry(parent) {}
 
-UdevUsbRegistry::~UdevUsbRegistry() { closeMonitor(); }
+UdevUsbRegistry::~UdevUsbRegistry() {
+    closeMonitor();
+}
 
 PropertyMap UdevUsbRegistry::propertiesOf(udev_device* device) {
     PropertyMap properties;
@@ -105,7 +118,8 @@ PropertyMap UdevUsbRegistry::propertiesOf(udev_device* device) {
 std::optional<QList<PropertyMap>> UdevUsbRegistry::devices() {
     // A context of its own: libudev objects must not be shared between threads.
     udev* context = udev_new();
-    if (!context) return std::nullopt;
+    if (!context)
+        return std::nullopt;
     udev_enumerate* enumerate = udev_enumerate_new(context);
     if (!enumerate) {
         udev_unref(context);
@@ -120,7 +134,8 @@ std::optional<QList<PropertyMap>> UdevUsbRegistry::devices() {
         udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate)) {
             udev_device* device =
                 udev_device_new_from_syspath(context, udev_list_entry_get_name(entry));
-            if (!device) continue;  // gone between the scan and now
+            if (!device)
+                continue;  // gone between the scan and now
             result->append(propertiesOf(device));
             udev_device_unref(device);
         }
@@ -142,7 +157,8 @@ QList<PropertyMap> UdevUsbRegistry::startWatching() {
 }
 
 void UdevUsbRegistry::stopWatching() {
-    if (watchers_ == 0) return;
+    if (watchers_ == 0)
+        return;
     if (--watchers_ == 0) {
         closeMonitor();
         attached_.clear();
@@ -151,7 +167,8 @@ void UdevUsbRegistry::stopWatching() {
 
 bool UdevUsbRegistry::openMonitor() {
     udev_ = udev_new();
-    if (!udev_) return false;
+    if (!udev_)
+        return false;
     monitor_ = udev_monitor_new_from_netlink(udev_, "udev");
     if (!monitor_ ||
         udev_monitor_filter_add_match_subsystem_devtype(monitor_, "usb", "usb_device") < 0 ||
@@ -159,16 +176,18 @@ bool UdevUsbRegistry::openMonitor() {
         closeMonitor();
         return false;
     }
-    notifier_ = std::make_unique<QSocketNotifier>(udev_monitor_get_fd(monitor_),
-                                                  QSocketNotifier::Read);
+    notifier_ =
+        std::make_unique<QSocketNotifier>(udev_monitor_get_fd(monitor_), QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &UdevUsbRegistry::readMonitor);
     return true;
 }
 
 void UdevUsbRegistry::closeMonitor() {
     notifier_.reset();
-    if (monitor_) udev_monitor_unref(monitor_);
-    if (udev_) udev_unref(udev_);
+    if (monitor_)
+        udev_monitor_unref(monitor_);
+    if (udev_)
+        udev_unref(udev_);
     monitor_ = nullptr;
     udev_ = nullptr;
 }
@@ -176,11 +195,13 @@ void UdevUsbRegistry::closeMonitor() {
 void UdevUsbRegistry::readMonitor() {
     while (monitor_) {
         udev_device* device = udev_monitor_receive_device(monitor_);
-        if (!device) return;
+        if (!device)
+            return;
         const QString action = text(udev_device_get_action(device));
         const QString syspath = text(udev_device_get_syspath(device));
-        const bool isUsbDevice = text(udev_device_get_subsystem(device)) == QLatin1String("usb") &&
-                                 text(udev_device_get_devtype(device)) == QLatin1String("usb_device");
+        const bool isUsbDevice =
+            text(udev_device_get_subsystem(device)) == QLatin1String("usb") &&
+            text(udev_device_get_devtype(device)) == QLatin1String("usb_device");
         if (isUsbDevice && action == QLatin1String("add") && !attached_.contains(syspath)) {
             const PropertyMap properties = propertiesOf(device);
             attached_.insert(syspath, properties);

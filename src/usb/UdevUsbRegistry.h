@@ -16,7 +16,7 @@ namespace usb {
 // The registry over libudev: devices of subsystem "usb", type "usb_device".
 class UdevUsbRegistry final : public UsbRegistry {
     Q_OBJECT
-public:
+  public:
     explicit UdevUsbRegistry(QObject* parent = nullptr);
     ~UdevUsbRegistry() override;
 
@@ -27,7 +27,7 @@ public:
     // The property map of one udev device; public so the mapping can be checked on its own.
     static PropertyMap propertiesOf(udev_device* device);
 
-private:
+  private:
     bool openMonitor();
     void closeMonitor();
     void readMonitor();

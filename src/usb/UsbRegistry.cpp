@@ -17,7 +17,8 @@ std::optional<QString> selectedSimulator;
 
 UsbRegistry* makeShared() {
     std::optional<QString> socket = selectedSimulator;
-    if (!socket) socket = core::simulatorSocketFromEnvironment();
+    if (!socket)
+        socket = core::simulatorSocketFromEnvironment();
     UsbRegistry* registry = nullptr;
     if (socket)
         registry = new SimulatorUsbRegistry(*socket);

@@ -29,7 +29,7 @@ inline const QString sessionID = QStringLiteral("sessionID");
 // devices() may be called from any thread; watching and the signals belong to the main thread.
 class UsbRegistry : public QObject {
     Q_OBJECT
-public:
+  public:
     using QObject::QObject;
     ~UsbRegistry() override = default;
 
@@ -52,7 +52,7 @@ public:
     // Must be called before the first shared(); the command line's --simulate does.
     static void selectSimulator(const QString& socketPath);
 
-Q_SIGNALS:
+  Q_SIGNALS:
     // A removal carries the properties the device had when it arrived.
     void deviceArrived(const usb::PropertyMap& properties);
     void deviceRemoved(const usb::PropertyMap& properties);

@@ -13,7 +13,7 @@ namespace {
 using namespace usb_testing;
 
 class DeviceIOKitTest : public ::testing::Test {
-protected:
+  protected:
     DeviceIOKit queries() {
         return DeviceIOKit(registry, [this](const QString& line) { logLines << line; });
     }
@@ -33,7 +33,8 @@ TEST_F(DeviceIOKitTest, PropertyDictionaryComesFromTheFirstMatchAndKeepsOnlyText
     registry.attach(first);
     registry.attach(device(apple, 0x14120000, "SECOND", "Mac"));  // same vendor and location
 
-    const QMap<QString, QString> info = queries().vendorDeviceInfoWithDeviceAddress(0x14120000, apple);
+    const QMap<QString, QString> info =
+        queries().vendorDeviceInfoWithDeviceAddress(0x14120000, apple);
 
     EXPECT_EQ(info.value("kUSBSerialNumberString"), "C02XK1");
     EXPECT_EQ(info.value("idVendor"), "1452");
@@ -104,7 +105,8 @@ TEST_F(DeviceIOKitTest, HubAddressArithmeticAndItsLogLines) {
 }
 
 TEST_F(DeviceIOKitTest, RecordFromAService) {
-    usb::PropertyMap dfu = device(apple, 0x01230000, dfuSerial(0xABCDEF), "Apple Mobile Device (DFU Mode)");
+    usb::PropertyMap dfu =
+        device(apple, 0x01230000, dfuSerial(0xABCDEF), "Apple Mobile Device (DFU Mode)");
     dfu["UsbAppleDeviceECID"] = qulonglong(0xABCDEF);
     EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&dfu),
               (DeviceIOKitInfo{apple, "", 0x01230000, "Apple Mobile Device (DFU Mode)", 0xABCDEF}));

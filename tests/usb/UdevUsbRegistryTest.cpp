@@ -20,14 +20,15 @@ using namespace usb_testing;
 
 // A fake sysfs and uevent bus; every test builds its own before it opens a monitor.
 class UdevUsbRegistryTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         if (!qEnvironmentVariable("LD_PRELOAD").contains("libumockdev-preload"))
             GTEST_SKIP() << "needs umockdev-wrapper";
         testbed = umockdev_testbed_new();
     }
     void TearDown() override {
-        if (testbed) g_object_unref(testbed);
+        if (testbed)
+            g_object_unref(testbed);
     }
 
     // A device of type usb_device named like the kernel does ("1-2.3").
@@ -66,7 +67,7 @@ TEST_F(UdevUsbRegistryTest, ListsUsbDevicesWithLocationAndEcid) {
     addDevice("1-2", "24ff", "0013", "1A2B3C4D", "USBHub3c");
     addDevice("1-2.3", "05ac", "1227", dfuSerial(0x001C2D3E4F506172),
               "Apple Mobile Device (DFU Mode)");
-    addDevice("2-1.16", "05ac", "1905", "C02XK1LMQ6NV", "Mac");            // port not encodable
+    addDevice("2-1.16", "05ac", "1905", "C02XK1LMQ6NV", "Mac");             // port not encodable
     addDevice("1-4", "0bda", "8153", "ECID:00000000000000FF", "Ethernet");  // not Apple
     gchar* interface = umockdev_testbed_add_device(testbed, "usb", "1-2.3:1.0", nullptr, nullptr,
                                                    "DEVTYPE", "usb_interface", nullptr);
@@ -117,8 +118,8 @@ TEST_F(UdevUsbRegistryTest, ReportsArrivalsAndRemovalsWithTheArrivalProperties) 
     ASSERT_EQ(present.size(), 1);
     EXPECT_EQ(present[0].value("kUSBSerialNumberString").toString(), "1A2B3C4D");
 
-    const QString syspath = addDevice("1-1.2", "05ac", "1227", dfuSerial(0xABC),
-                                      "Apple Mobile Device (DFU Mode)");
+    const QString syspath =
+        addDevice("1-1.2", "05ac", "1227", dfuSerial(0xABC), "Apple Mobile Device (DFU Mode)");
     ASSERT_TRUE(waitFor([&] { return arrived.size() == 1; }));
     EXPECT_EQ(arrived[0].value("locationID").toULongLong(), 0x01120000u);
     EXPECT_EQ(arrived[0].value("UsbAppleDeviceECID").toULongLong(), 0xABCu);

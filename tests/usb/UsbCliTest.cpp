@@ -21,7 +21,7 @@ constexpr quint32 hubSerial = 0x1C3B4A01;  // the first hub of the default stati
 // tarvel-sim with the default station, fast, on a socket of its own, and tarvel-cli pointed at
 // it with a private preferences store and log folder.
 class UsbCommandsAgainstSimulator : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         QDir().mkpath(config.filePath("logs"));
         QSettings seed(config.filePath("kestrune.com/Tarvel.conf"), QSettings::IniFormat);
@@ -42,7 +42,8 @@ protected:
     void TearDown() override {
         for (QProcess* process : {&watcher, &simulator}) {
             process->terminate();
-            if (!process->waitForFinished(5000)) process->kill();
+            if (!process->waitForFinished(5000))
+                process->kill();
         }
     }
 
@@ -66,7 +67,8 @@ protected:
     bool setFirstPortEnabled(bool enabled) {
         core::SimulatorConnection connection(socket);
         const auto reply = connection.request(
-            "stem.port.setEnabled", {{"serial", qint64(hubSerial)}, {"index", 1}, {"value", enabled ? 1 : 0}});
+            "stem.port.setEnabled",
+            {{"serial", qint64(hubSerial)}, {"index", 1}, {"value", enabled ? 1 : 0}});
         return reply && reply->value("result").toInt(-1) == 0;
     }
 
@@ -79,8 +81,8 @@ protected:
 };
 
 TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
-    const auto result = testing_support::runExecutable("tarvel-cli", cliArguments({"usb", "list", "--json"}),
-                                                      environment);
+    const auto result = testing_support::runExecutable(
+        "tarvel-cli", cliArguments({"usb", "list", "--json"}), environment);
     ASSERT_EQ(result.exitCode, 0) << result.standardError.toStdString();
     const QJsonArray devices = QJsonDocument::fromJson(result.standardOutput.toUtf8()).array();
     ASSERT_GE(devices.size(), 4);
@@ -99,7 +101,8 @@ TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
     EXPECT_FALSE(mac["inDFU"].toBool());
     EXPECT_TRUE(mac["ecid"].isNull());  // a booted Mac does not show its ECID on USB
 
-    const auto text = testing_support::runExecutable("tarvel-cli", cliArguments({"usb", "list"}), environment);
+    const auto text =
+        testing_support::runExecutable("tarvel-cli", cliArguments({"usb", "list"}), environment);
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_TRUE(text.standardOutput.contains("05AC   1905    0x01110000 0x01100000 no"))
         << text.standardOutput.toStdString();
@@ -117,11 +120,13 @@ TEST_F(UsbCommandsAgainstSimulator, ListFailsClearlyWithoutASimulator) {
 // for five seconds, and that window is what this test is about.
 TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAPortCycles) {
     watcher.setProcessEnvironment(environment);
-    watcher.start(testing_support::executablePath("tarvel-cli"), cliArguments({"usb", "watch", "--json"}));
+    watcher.start(testing_support::executablePath("tarvel-cli"),
+                  cliArguments({"usb", "watch", "--json"}));
     ASSERT_TRUE(watcher.waitForStarted(10000));
 
     // What is attached at start comes as the first batch, all in one.
-    ASSERT_TRUE(readWatchUntil([](const QList<QJsonObject>& lines) { return lines.size() >= 4; }, 10000));
+    ASSERT_TRUE(
+        readWatchUntil([](const QList<QJsonObject>& lines) { return lines.size() >= 4; }, 10000));
     for (const QJsonObject& line : watchLines) {
         EXPECT_EQ(line["event"].toString(), "deviceAdded");
         EXPECT_EQ(line["batch"].toInt(), 1);
@@ -130,15 +135,16 @@ TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAP
     const qsizetype present = watchLines.size();
 
     ASSERT_TRUE(setFirstPortEnabled(false));
-    ASSERT_TRUE(readWatchUntil([&](const QList<QJsonObject>& lines) { return lines.size() > present; }, 5000));
+    ASSERT_TRUE(readWatchUntil(
+        [&](const QList<QJsonObject>& lines) { return lines.size() > present; }, 5000));
     const QJsonObject removed = watchLines[present];
     EXPECT_EQ(removed["event"].toString(), "deviceRemoved");
     EXPECT_EQ(removed["locationID"].toString(), "0x01110000");
     EXPECT_EQ(removed["serialNumber"].toString(), "H4WGJ2Q7PX");
 
     ASSERT_TRUE(setFirstPortEnabled(true));
-    ASSERT_TRUE(readWatchUntil([&](const QList<QJsonObject>& lines) { return lines.size() > present + 1; },
-                               15000));
+    ASSERT_TRUE(readWatchUntil(
+        [&](const QList<QJsonObject>& lines) { return lines.size() > present + 1; }, 15000));
     const QJsonObject added = watchLines[present + 1];
     EXPECT_EQ(added["event"].toString(), "deviceAdded");
     EXPECT_EQ(added["locationID"].toString(), "0x01110000");

@@ -12,8 +12,9 @@ inline constexpr qlonglong apple = 0x05AC;
 inline constexpr qlonglong acroname = 0x24FF;
 
 inline QString dfuSerial(std::uint64_t ecid) {
-    return QStringLiteral("CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:%1 IBFL:3C "
-                          "SRTG:[iBoot-7459.121.3]")
+    return QStringLiteral(
+               "CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:%1 IBFL:3C "
+               "SRTG:[iBoot-7459.121.3]")
         .arg(QString::number(ecid, 16).rightJustified(16, QLatin1Char('0')).toUpper());
 }
 
