@@ -1,5 +1,6 @@
 #include "cli/CliContext.h"
 #include "cli/DefaultsCommands.h"
+#include "cli/HubCommands.h"
 #include "cli/LogCommands.h"
 
 #include "core/BundleInfo.h"
@@ -40,6 +41,7 @@ int main(int argc, char** argv) {
     cli::addGlobalOptions(app, context);
     cli::addDefaultsCommands(app, context, settings);
     cli::addLogCommands(app, context);
+    cli::addHubCommands(app, context);
 
     try {
         app.parse(argc, argv);
