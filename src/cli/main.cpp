@@ -7,6 +7,7 @@
 #include "core/BundledDefaults.h"
 #include "core/Log.h"
 #include "core/Settings.h"
+#include "core/ZMRUnifiedLogger.h"
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -39,6 +40,8 @@ int main(int argc, char** argv) {
     app.fallthrough();
     cli::CliContext context;
     cli::addGlobalOptions(app, context);
+    bool verbose = false;
+    app.add_flag("-v,--verbose", verbose, "also print the log lines this run writes on standard error");
     cli::addDefaultsCommands(app, context, settings);
     cli::addLogCommands(app, context);
     cli::addHubCommands(app, context);
@@ -56,6 +59,8 @@ int main(int argc, char** argv) {
         return cli::exitUsage;
     }
 
+    ZMRUnifiedLogger::setProcessEcho(verbose);
+    context.applySimulatorSelection();
     // Technicians rely on the log to tell which command touched the bench and when.
     ZMRLogLevel1(commandLine(argc, argv));
     return context.action ? context.action() : cli::exitUsage;
