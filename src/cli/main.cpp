@@ -1,5 +1,6 @@
 #include "cli/CliContext.h"
 #include "cli/DefaultsCommands.h"
+#include "cli/HubCommands.h"
 #include "cli/LogCommands.h"
 
 #include "core/BundleInfo.h"
@@ -43,6 +44,7 @@ int main(int argc, char** argv) {
     app.add_flag("-v,--verbose", verbose, "also print the log lines this run writes on standard error");
     cli::addDefaultsCommands(app, context, settings);
     cli::addLogCommands(app, context);
+    cli::addHubCommands(app, context);
 
     try {
         app.parse(argc, argv);
