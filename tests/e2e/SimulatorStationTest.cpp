@@ -19,7 +19,7 @@ using testing_support::ProcessResult;
 
 // A real tarvel-sim, fast-forwarded, driven through tarvel-cli as a technician would.
 class SimulatorStation : public ::testing::Test {
-protected:
+  protected:
     SimulatorStation() {
         QSettings seed(folder.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
         seed.setValue("LogFolderPath", folder.filePath("logs"));
@@ -39,15 +39,16 @@ protected:
         simulator.setProcessEnvironment(environment);
         simulator.start(testing_support::executablePath("tarvel-sim"),
                         QStringList{"--socket", socket, "--speed", "50"} + extra);
-        if (!simulator.waitForStarted(5000)) return {};
+        if (!simulator.waitForStarted(5000))
+            return {};
         const QDeadlineTimer deadline(5000);
         while (!simulator.canReadLine() && !deadline.hasExpired()) simulator.waitForReadyRead(100);
         return QString::fromUtf8(simulator.readLine()).trimmed();
     }
 
     ProcessResult cli(const QStringList& arguments) {
-        return testing_support::runExecutable("tarvel-cli", QStringList{"--simulate=" + socket} + arguments,
-                                              environment);
+        return testing_support::runExecutable(
+            "tarvel-cli", QStringList{"--simulate=" + socket} + arguments, environment);
     }
 
     QTemporaryDir folder;
@@ -61,7 +62,8 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
 
     const ProcessResult list = cli({"hub", "list", "--json"});
     ASSERT_EQ(list.exitCode, 0) << list.standardError.toStdString();
-    const QJsonArray hubs = QJsonDocument::fromJson(list.standardOutput.toUtf8()).object().value("hubs").toArray();
+    const QJsonArray hubs =
+        QJsonDocument::fromJson(list.standardOutput.toUtf8()).object().value("hubs").toArray();
     ASSERT_EQ(hubs.size(), 2);
     EXPECT_EQ(hubs[0].toObject().value("serial").toString(), "1C3B4A01");
     EXPECT_EQ(hubs[0].toObject().value("firmwareVersion").toString(), "2.10.4");
@@ -82,16 +84,19 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
     QObject::connect(&watcher, &core::SimulatorConnection::event,
                      [&](const QString& name, const QJsonObject& payload) {
                          const QJsonObject device = payload.value("device").toObject();
-                         if (device.value("locationID").toInteger() == 0x01130000) seen.emplace_back(name, device);
+                         if (device.value("locationID").toInteger() == 0x01130000)
+                             seen.emplace_back(name, device);
                      });
     ASSERT_TRUE(watcher.subscribe({"usb"})) << watcher.lastError().toStdString();
 
     const ProcessResult dfu = cli({"port", "dfu", "1C3B4A01:3"});
     ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
-    EXPECT_TRUE(dfu.standardError.contains("DFU port 3, Err: 0")) << dfu.standardError.toStdString();
+    EXPECT_TRUE(dfu.standardError.contains("DFU port 3, Err: 0"))
+        << dfu.standardError.toStdString();
 
     const QDeadlineTimer deadline(5000);
-    while (seen.size() < 2 && !deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    while (seen.size() < 2 && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_EQ(seen[0].first, "usb.removed");
     EXPECT_EQ(seen[0].second.value("idProduct").toInt(), 0x1905);
@@ -104,7 +109,8 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
     bool inDfu = false;
     for (const QJsonValue& device : view->value("devices").toArray())
         inDfu = inDfu || (device.toObject().value("locationID").toInteger() == 0x01130000 &&
-                          device.toObject().value("kUSBProductString").toString() == "Apple Mobile Device (DFU Mode)");
+                          device.toObject().value("kUSBProductString").toString() ==
+                              "Apple Mobile Device (DFU Mode)");
     EXPECT_TRUE(inDfu);
 
     simulator.terminate();
@@ -131,7 +137,8 @@ TEST_F(SimulatorStation, TransientResultThreeOnSetEnabledIsRetried) {
 
     const ProcessResult thrice = cli({"port", "disable", "C0FFEE:4"});
     EXPECT_EQ(thrice.exitCode, 1);
-    EXPECT_TRUE(thrice.standardError.contains("Disable port 4, Err: 3")) << thrice.standardError.toStdString();
+    EXPECT_TRUE(thrice.standardError.contains("Disable port 4, Err: 3"))
+        << thrice.standardError.toStdString();
 }
 
 TEST_F(SimulatorStation, InvalidStationFileIsRefusedWithItsErrors) {
@@ -142,7 +149,8 @@ TEST_F(SimulatorStation, InvalidStationFileIsRefusedWithItsErrors) {
     const ProcessResult result = testing_support::runExecutable(
         "tarvel-sim", {"--station", station.fileName(), "--socket", socket}, environment);
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + station.fileName() + ": hubs[0].serial: must be"))
+    EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + station.fileName() +
+                                                ": hubs[0].serial: must be"))
         << result.standardError.toStdString();
     EXPECT_TRUE(result.standardOutput.isEmpty());
 }

@@ -22,7 +22,7 @@ const QByteArray faultyStation = R"({
 constexpr qint64 hub = 0xBEEF;
 
 class Faults : public StationTest {
-protected:
+  protected:
     void SetUp() override { startFromJson(faultyStation); }
 };
 
@@ -30,7 +30,8 @@ TEST_F(Faults, ScriptedResultCodesAreAnsweredInOrderWithoutActing) {
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
     EXPECT_EQ(stem("port.setEnabled", hub, 2, {{"value", 1}}), 0) << "another port is not scripted";
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
-    EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), true) << "a refused call does nothing";
+    EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), true)
+        << "a refused call does nothing";
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 0);
     EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), false);
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 1}}), 0) << "the script is used up";
@@ -52,7 +53,9 @@ TEST_F(Faults, MacThatIgnoresDfuStaysBooted) {
 }
 
 TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilItReturns) {
-    auto discovered = [this] { return call("stem.discover", {{"linkType", 1}}).value("specs").toArray(); };
+    auto discovered = [this] {
+        return call("stem.discover", {{"linkType", 1}}).value("specs").toArray();
+    };
     ASSERT_EQ(discovered().size(), 2);
     clock_.advance(10);
     ASSERT_EQ(discovered().size(), 1);
@@ -97,7 +100,8 @@ TEST_F(Faults, RestoreReportsProgressAndEndsBooted) {
 
 TEST_F(Faults, RestoreFailsWhereTheStationSaysAndCancelLeavesDfu) {
     ASSERT_EQ(call("mac.restore", {{"ecid", "0x1001"}}).value("result").toInt(), 0);
-    ASSERT_EQ(call("mac.restore", {{"ecid", "0x1003"}}).value("result").toInt(), 0) << "from recovery";
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0x1003"}}).value("result").toInt(), 0)
+        << "from recovery";
     clock_.advance(2);
     ASSERT_EQ(call("mac.cancelRestore", {{"ecid", "0x1003"}}).value("result").toInt(), 0);
     EXPECT_EQ(macNamed("CCCC333333").value("state").toString(), "dfu");

@@ -8,7 +8,7 @@ constexpr qint64 port3 = 0x01130000;  // hub A, port 3
 const QString mac3 = QStringLiteral("F7NQ4XR2HT");
 
 class MacBehaviour : public StationTest {
-protected:
+  protected:
     void SetUp() override { start(sim::defaultStation()); }
 };
 
@@ -80,7 +80,8 @@ TEST_F(MacBehaviour, RebootReturnsBootedAndRepeatedRebootsWhileStartingLandInRec
     clock_.advance(6);
     const QJsonObject recovery = usbAt(port3);
     EXPECT_EQ(recovery.value("idProduct").toInt(), 0x1281);
-    EXPECT_EQ(recovery.value("kUSBProductString").toString(), "Apple Mobile Device (Recovery Mode)");
+    EXPECT_EQ(recovery.value("kUSBProductString").toString(),
+              "Apple Mobile Device (Recovery Mode)");
     EXPECT_FALSE(recovery.value("kUSBSerialNumberString").toString().contains("iBoot"));
     EXPECT_TRUE(recovery.value("kUSBSerialNumberString").toString().endsWith("SRNM:[F7NQ4XR2HT]"));
 }
@@ -108,7 +109,8 @@ TEST_F(MacBehaviour, HubResetPowerCyclesItsMacsAndComesBackWithSavedSettings) {
     EXPECT_EQ(stem("port.getEnabled", hubA, 1), 25);
     clock_.advance(3);
     EXPECT_EQ(usbAt(0x01100000).value("kUSBProductString").toString(), "USBHub3c");
-    EXPECT_EQ(call("stem.port.getPowerMode", {{"serial", hubA}, {"index", 1}}).value("value").toInt(), 4);
+    EXPECT_EQ(
+        call("stem.port.getPowerMode", {{"serial", hubA}, {"index", 1}}).value("value").toInt(), 4);
     clock_.advance(6);
     EXPECT_EQ(usbAt(0x01120000).value("idProduct").toInt(), 0x1905) << "port 2 enabled again";
 }
@@ -122,11 +124,13 @@ TEST_F(MacBehaviour, LocalDfuPortMac) {
 
 TEST(MacMessages, OnlyTheTwoExactMessagesAreRecognised) {
     EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes)), sim::VendorMessage::Dfu);
-    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(rebootBytes)), sim::VendorMessage::Reboot);
+    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(rebootBytes)),
+              sim::VendorMessage::Reboot);
     QByteArray almost = QByteArray::fromHex(dfuBytes);
     almost[14] = 0;  // the DFU word 2 with the reboot word 3
     EXPECT_EQ(sim::classifyVendorMessage(almost), sim::VendorMessage::Other);
-    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes).left(15)), sim::VendorMessage::Other);
+    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes).left(15)),
+              sim::VendorMessage::Other);
 }
 
 }  // namespace

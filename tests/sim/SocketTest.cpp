@@ -20,13 +20,14 @@ namespace {
 // The station served on a real socket in this process; blocking clients run on other threads
 // while the main thread serves.
 class Socket : public StationTest {
-protected:
+  protected:
     void SetUp() override {
         start(sim::defaultStation());
         server_ = std::make_unique<sim::Server>(*protocol_);
-        station_->setEventSink([this](const QString& topic, const QString& name, const QJsonObject& payload) {
-            server_->broadcast(topic, name, payload);
-        });
+        station_->setEventSink(
+            [this](const QString& topic, const QString& name, const QJsonObject& payload) {
+                server_->broadcast(topic, name, payload);
+            });
         path_ = folder_.filePath("sim.sock");
         QString error;
         ASSERT_TRUE(server_->listen(path_, &error)) << error.toStdString();
@@ -40,13 +41,15 @@ protected:
             done = true;
         });
         const QDeadlineTimer deadline(20000);
-        while (!done && !deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        while (!done && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
         worker.join();
     }
 
     void serveUntil(const std::function<bool()>& condition) {
         const QDeadlineTimer deadline(5000);
-        while (!condition() && !deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        while (!condition() && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
     }
 
     QTemporaryDir folder_;
@@ -66,7 +69,8 @@ TEST_F(Socket, RequestsFromSeveralThreadsEachGetTheirOwnReply) {
                                                           {{"serial", hubA}, {"index", port}});
                     // Port 0 is the input, odd ports read CC1, even ports with a Mac CC2.
                     const int expected = port == 0 ? 1 : (port % 2 == 1 ? 1 : 2);
-                    if (!reply || reply->value("value").toInt() != expected) ++wrong;
+                    if (!reply || reply->value("value").toInt() != expected)
+                        ++wrong;
                 }
             });
         for (auto& client : clients) client.join();
@@ -123,7 +127,8 @@ TEST_F(Socket, SubscribersReceiveUsbEventsAndOthersDoNot) {
         std::lock_guard lock(mutex);
         ASSERT_EQ(seen.size(), 1u);
         EXPECT_EQ(seen[0].first, "usb.removed");
-        EXPECT_EQ(seen[0].second.value("device").toObject().value("locationID").toInteger(), 0x01130000);
+        EXPECT_EQ(seen[0].second.value("device").toObject().value("locationID").toInteger(),
+                  0x01130000);
         EXPECT_EQ(otherEvents, 0);
     }
     watcher->deleteLater();
@@ -181,7 +186,8 @@ TEST(SocketClient, UnreachableSimulatorIsReportedNotAwaited) {
     QTemporaryDir folder;
     core::SimulatorConnection connection(folder.filePath("nobody.sock"));
     EXPECT_FALSE(connection.request("usb.list").has_value());
-    EXPECT_TRUE(connection.lastError().contains("cannot reach the simulator")) << connection.lastError().toStdString();
+    EXPECT_TRUE(connection.lastError().contains("cannot reach the simulator"))
+        << connection.lastError().toStdString();
     EXPECT_FALSE(connection.subscribe({"usb"}));
 
     stem::SimulatorBackend backend(folder.filePath("nobody.sock"));

@@ -42,7 +42,8 @@ TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
         "and 7 are its control and power ports)",
         "bench.json: hubs[0].macs[1].ecid: must be \"0x\" and hexadecimal digits, or an integer, "
         "from 1 to 0xffffffffffffffff",
-        "bench.json: hubs[0].macs[1].serialNumber: must be a plain serial number (no \"-\" or \"ECID\")",
+        "bench.json: hubs[0].macs[1].serialNumber: must be a plain serial number (no \"-\" or "
+        "\"ECID\")",
         "bench.json: hubs[0].macs[1].state: must be one of off, booted, dfu, recovery",
         "bench.json: hubs[0].macs[2].serialNumber: is required",
         "bench.json: hubs[0].macs[2].port: port 2 already has a Mac",
@@ -66,7 +67,8 @@ TEST(StationFile, BrokenDocumentsAndMissingFiles) {
     QTemporaryDir folder;
     const sim::StationLoad missing = sim::loadStationFile(folder.filePath("none.json"));
     ASSERT_EQ(missing.errors.size(), 1);
-    EXPECT_TRUE(missing.errors[0].startsWith(folder.filePath("none.json") + ": (file): cannot be read"));
+    EXPECT_TRUE(
+        missing.errors[0].startsWith(folder.filePath("none.json") + ": (file): cannot be read"));
 }
 
 TEST(StationFile, ValuesAreReadAsWritten) {
@@ -74,7 +76,8 @@ TEST(StationFile, ValuesAreReadAsWritten) {
       "hubs": [{"serial": "0x1c3b4a01", "firmware": "2.11.7", "inputPowerSource": 8,
                 "macs": [{"port": 5, "ecid": "0xFFFFFFFFFFFFFFFF", "serialNumber": "Z9",
                           "restoreFailure": {"atProgress": 0.6}}]}],
-      "localDFU": null})", "x.json");
+      "localDFU": null})",
+                                              "x.json");
     ASSERT_TRUE(load.station) << load.errors.join(u'\n').toStdString();
     const sim::HubConfig& hub = load.station->hubs[0];
     EXPECT_EQ(hub.serial, 0x1C3B4A01u);
@@ -87,7 +90,7 @@ TEST(StationFile, ValuesAreReadAsWritten) {
 }
 
 class UsbView : public StationTest {
-protected:
+  protected:
     void SetUp() override { start(sim::defaultStation()); }
 };
 
@@ -95,11 +98,12 @@ TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
     const QJsonArray devices = call("usb.list").value("devices").toArray();
     ASSERT_EQ(devices.size(), 2 * 7 + 1);
     std::vector<qint64> locations;
-    for (const QJsonValue& device : devices) locations.push_back(device.toObject().value("locationID").toInteger());
-    EXPECT_EQ(locations, (std::vector<qint64>{0x01100000, 0x01180000, 0x01110000, 0x01120000,
-                                              0x01130000, 0x01140000, 0x01150000, 0x01200000,
-                                              0x01280000, 0x01210000, 0x01220000, 0x01230000,
-                                              0x01240000, 0x01250000, 0x00100000}));
+    for (const QJsonValue& device : devices)
+        locations.push_back(device.toObject().value("locationID").toInteger());
+    EXPECT_EQ(locations,
+              (std::vector<qint64>{0x01100000, 0x01180000, 0x01110000, 0x01120000, 0x01130000,
+                                   0x01140000, 0x01150000, 0x01200000, 0x01280000, 0x01210000,
+                                   0x01220000, 0x01230000, 0x01240000, 0x01250000, 0x00100000}));
     const QJsonObject hub = devices[0].toObject();
     EXPECT_EQ(hub.value("idVendor").toInt(), 0x24FF);
     EXPECT_EQ(hub.value("kUSBSerialNumberString").toString(), "1C3B4A01");
@@ -109,7 +113,8 @@ TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
         EXPECT_EQ(usbAt(0x01200000 | port << 16).value("idVendor").toInt(), 0x05AC);
 
     QSet<QString> sessions;
-    for (const QJsonValue& device : devices) sessions.insert(device.toObject().value("sessionID").toString());
+    for (const QJsonValue& device : devices)
+        sessions.insert(device.toObject().value("sessionID").toString());
     EXPECT_EQ(sessions.size(), devices.size());
 }
 

@@ -26,13 +26,13 @@ struct Event {
 
 // A station on a hand-driven clock, spoken to through the same request handler the socket uses.
 class StationTest : public ::testing::Test {
-protected:
+  protected:
     void start(sim::StationConfig config) {
         station_ = std::make_unique<sim::Station>(std::move(config), clock_);
-        station_->setEventSink([this](const QString& topic, const QString& name,
-                                      const QJsonObject& payload) {
-            events_.push_back({topic, name, payload});
-        });
+        station_->setEventSink(
+            [this](const QString& topic, const QString& name, const QJsonObject& payload) {
+                events_.push_back({topic, name, payload});
+            });
         protocol_ = std::make_unique<sim::Protocol>(*station_, 1.0);
     }
     void startFromJson(const QByteArray& json) {
@@ -59,18 +59,21 @@ protected:
     // The device the USB view shows at a location, or an empty map.
     QJsonObject usbAt(qint64 location) {
         for (const QJsonValue& device : call(QStringLiteral("usb.list")).value("devices").toArray())
-            if (device.toObject().value("locationID").toInteger() == location) return device.toObject();
+            if (device.toObject().value("locationID").toInteger() == location)
+                return device.toObject();
         return {};
     }
     QJsonObject macNamed(const QString& serialNumber) {
         for (const QJsonValue& mac : call(QStringLiteral("macs.list")).value("macs").toArray())
-            if (mac.toObject().value("serialNumber").toString() == serialNumber) return mac.toObject();
+            if (mac.toObject().value("serialNumber").toString() == serialNumber)
+                return mac.toObject();
         return {};
     }
     std::vector<Event> eventsNamed(const QString& name) const {
         std::vector<Event> found;
         for (const Event& event : events_)
-            if (event.name == name) found.push_back(event);
+            if (event.name == name)
+                found.push_back(event);
         return found;
     }
 
