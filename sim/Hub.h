@@ -40,7 +40,7 @@ inline constexpr std::uint32_t invalidOption = 29;
 // One USBHub3c: eight port and power-delivery entities, the system entity, and the Macs cabled
 // to its ports, whose power follows the ports' enabled state.
 class Hub {
-public:
+  public:
     static constexpr int entityCount = 8;
 
     struct PortState {
@@ -65,7 +65,9 @@ public:
     const HubConfig& config() const { return config_; }
     std::uint32_t serial() const { return config_.serial; }
     int number() const { return number_; }  // 1-based position on the bus
-    std::uint32_t location() const { return 0x01000000u | static_cast<std::uint32_t>(number_) << 20; }
+    std::uint32_t location() const {
+        return 0x01000000u | static_cast<std::uint32_t>(number_) << 20;
+    }
     bool present() const { return present_; }
     void setPresent(bool present);
 
@@ -80,9 +82,11 @@ public:
     // method is "port.setEnabled", "pd.getCableOrientation", "system.save", ...
     StemAnswer call(const QString& method, int index, const QJsonObject& arguments);
 
-private:
-    StemAnswer portCall(const QString& name, PortState& port, int index, const QJsonObject& arguments);
-    StemAnswer pdCall(const QString& name, PortState& port, int index, const QJsonObject& arguments);
+  private:
+    StemAnswer portCall(const QString& name, PortState& port, int index,
+                        const QJsonObject& arguments);
+    StemAnswer pdCall(const QString& name, PortState& port, int index,
+                      const QJsonObject& arguments);
     StemAnswer systemCall(const QString& name, const QJsonObject& arguments);
     void setPortEnabled(int index, bool enabled);
     void reset();

@@ -6,12 +6,10 @@ namespace sim {
 
 namespace {
 
-constexpr std::array<unsigned char, 16> rebootMessage = {0x04, 0x00, 0x00, 0x00, 0x12, 0x80,
-                                                         0xac, 0x05, 0x05, 0x01, 0x00, 0x00,
-                                                         0x00, 0x00, 0x00, 0x80};
-constexpr std::array<unsigned char, 16> dfuMessage = {0x04, 0x00, 0x00, 0x00, 0x12, 0x80,
-                                                      0xac, 0x05, 0x06, 0x01, 0x00, 0x00,
-                                                      0x00, 0x00, 0x01, 0x80};
+constexpr std::array<unsigned char, 16> rebootMessage = {
+    0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05, 0x05, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80};
+constexpr std::array<unsigned char, 16> dfuMessage = {
+    0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05, 0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80};
 
 struct RestoreStep {
     const char* step;
@@ -33,17 +31,21 @@ constexpr std::array<RestoreStep, 10> restoreSteps = {{
 }};
 
 bool matches(const QByteArray& bytes, const std::array<unsigned char, 16>& message) {
-    if (bytes.size() != 16) return false;
+    if (bytes.size() != 16)
+        return false;
     for (std::size_t i = 0; i < message.size(); ++i)
-        if (static_cast<unsigned char>(bytes[static_cast<qsizetype>(i)]) != message[i]) return false;
+        if (static_cast<unsigned char>(bytes[static_cast<qsizetype>(i)]) != message[i])
+            return false;
     return true;
 }
 
 }  // namespace
 
 VendorMessage classifyVendorMessage(const QByteArray& bytes) {
-    if (matches(bytes, rebootMessage)) return VendorMessage::Reboot;
-    if (matches(bytes, dfuMessage)) return VendorMessage::Dfu;
+    if (matches(bytes, rebootMessage))
+        return VendorMessage::Reboot;
+    if (matches(bytes, dfuMessage))
+        return VendorMessage::Dfu;
     return VendorMessage::Other;
 }
 
@@ -63,7 +65,8 @@ Mac::~Mac() {
 }
 
 void Mac::setPowered(bool powered) {
-    if (powered == powered_) return;
+    if (powered == powered_)
+        return;
     powered_ = powered;
     if (powered) {
         startUp(MacState::Booted, timing_.bootSeconds);
@@ -80,10 +83,13 @@ void Mac::setPowered(bool powered) {
 
 void Mac::receive(VendorMessage message) {
     // A Mac that is shut down has no controller listening; one that is starting up does.
-    if (!powered_ || message == VendorMessage::Other) return;
-    if (state_ == MacState::Off && !startingUp()) return;
+    if (!powered_ || message == VendorMessage::Other)
+        return;
+    if (state_ == MacState::Off && !startingUp())
+        return;
     if (message == VendorMessage::Dfu) {
-        if (config_.ignoresDfu) return;
+        if (config_.ignoresDfu)
+            return;
         abortRestore(1, QStringLiteral("The device left the restore for DFU mode."));
         rebootsWhileStarting_ = 0;
         startUp(MacState::Dfu, timing_.dfuSeconds);
@@ -150,8 +156,8 @@ void Mac::restoreStep(std::size_t index) {
     }
     observer_.restoreProgress(*this, QString::fromLatin1(step.step), step.progress);
     if (index + 1 < restoreSteps.size()) {
-        restoreTimer_ = scheduler_.after(timing_.restoreStepSeconds,
-                                         [this, index] { restoreStep(index + 1); });
+        restoreTimer_ =
+            scheduler_.after(timing_.restoreStepSeconds, [this, index] { restoreStep(index + 1); });
         return;
     }
     observer_.restoreFinished(*this, 0, QStringLiteral("Restore succeeded."));
@@ -159,7 +165,8 @@ void Mac::restoreStep(std::size_t index) {
 }
 
 void Mac::abortRestore(int status, const QString& message) {
-    if (state_ != MacState::Restoring) return;
+    if (state_ != MacState::Restoring)
+        return;
     scheduler_.cancel(restoreTimer_);
     restoreTimer_ = 0;
     observer_.restoreFinished(*this, status, message);

@@ -18,7 +18,7 @@ enum class VendorMessage { Reboot, Dfu, Other };
 VendorMessage classifyVendorMessage(const QByteArray& bytes);
 
 class MacObserver {
-public:
+  public:
     virtual ~MacObserver() = default;
     virtual void macChanged(Mac& mac) = 0;
     virtual void restoreProgress(Mac& mac, const QString& step, double progress) = 0;
@@ -28,7 +28,7 @@ public:
 // One Mac as the station sees it: powered through its hub port (or the host's DFU port), off the
 // bus while it starts up, and arriving in the state its last power event or message chose.
 class Mac {
-public:
+  public:
     Mac(MacConfig config, std::uint32_t hubSerial, Scheduler& scheduler, const Timing& timing,
         MacObserver& observer);
     ~Mac();
@@ -49,7 +49,7 @@ public:
     int startRestore(QString* message);
     int cancelRestore(QString* message);
 
-private:
+  private:
     void startUp(MacState target, double seconds);
     void arrive(MacState target);
     void restoreStep(std::size_t index);

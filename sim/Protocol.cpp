@@ -12,22 +12,30 @@ Protocol::Protocol(Station& station, double speed) : station_(station), speed_(s
 
 QJsonObject Protocol::handle(const QJsonObject& request) {
     const QJsonValue call = request.value(QLatin1String("call"));
-    QJsonObject reply = call.isString()
-                            ? dispatch(call.toString(), request)
-                            : failure(code::param, QStringLiteral("a request needs a \"call\" text"));
+    QJsonObject reply =
+        call.isString() ? dispatch(call.toString(), request)
+                        : failure(code::param, QStringLiteral("a request needs a \"call\" text"));
     reply.insert(QStringLiteral("id"), request.value(QLatin1String("id")));
-    if (!reply.contains(QLatin1String("result"))) reply.insert(QStringLiteral("result"), 0);
+    if (!reply.contains(QLatin1String("result")))
+        reply.insert(QStringLiteral("result"), 0);
     return reply;
 }
 
 QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) {
-    if (call.startsWith(QLatin1String("stem."))) return handleStemCall(station_, call, request);
-    if (call == QLatin1String("usb.list")) return {{QStringLiteral("devices"), station_.usbDevices()}};
-    if (call == QLatin1String("macs.list")) return macsList();
-    if (call == QLatin1String("mac.restore")) return restoreCall(request, false);
-    if (call == QLatin1String("mac.cancelRestore")) return restoreCall(request, true);
-    if (call == QLatin1String("local.dfu")) return localMessage(true);
-    if (call == QLatin1String("local.reboot")) return localMessage(false);
+    if (call.startsWith(QLatin1String("stem.")))
+        return handleStemCall(station_, call, request);
+    if (call == QLatin1String("usb.list"))
+        return {{QStringLiteral("devices"), station_.usbDevices()}};
+    if (call == QLatin1String("macs.list"))
+        return macsList();
+    if (call == QLatin1String("mac.restore"))
+        return restoreCall(request, false);
+    if (call == QLatin1String("mac.cancelRestore"))
+        return restoreCall(request, true);
+    if (call == QLatin1String("local.dfu"))
+        return localMessage(true);
+    if (call == QLatin1String("local.reboot"))
+        return localMessage(false);
     if (call == QLatin1String("cfgutil.faults"))
         return {{QStringLiteral("garbledList"), station_.config().garbledList}};
     if (call == QLatin1String("station.info"))
@@ -50,16 +58,19 @@ QJsonObject Protocol::restoreCall(const QJsonObject& request, bool cancel) {
     const std::uint64_t ecid = written.startsWith(QLatin1String("0x"), Qt::CaseInsensitive)
                                    ? written.mid(2).toULongLong(&ok, 16)
                                    : 0;
-    if (!ok) return failure(code::param, QStringLiteral("\"ecid\" must be \"0x\" and hexadecimal digits"));
+    if (!ok)
+        return failure(code::param,
+                       QStringLiteral("\"ecid\" must be \"0x\" and hexadecimal digits"));
     QString message;
-    const int result = cancel ? station_.cancelRestore(ecid, &message)
-                              : station_.startRestore(ecid, &message);
+    const int result =
+        cancel ? station_.cancelRestore(ecid, &message) : station_.startRestore(ecid, &message);
     return result == 0 ? QJsonObject{} : failure(result, message);
 }
 
 QJsonObject Protocol::localMessage(bool dfu) {
     Mac* mac = station_.localMac();
-    if (mac == nullptr) return failure(code::notFound, QStringLiteral("nothing is cabled to the DFU port"));
+    if (mac == nullptr)
+        return failure(code::notFound, QStringLiteral("nothing is cabled to the DFU port"));
     mac->receive(dfu ? VendorMessage::Dfu : VendorMessage::Reboot);
     return {};
 }

@@ -10,12 +10,12 @@ class Station;
 // Answers one request line of the socket protocol (everything but "subscribe", which belongs to
 // a connection). The reply always carries the request's id and a result code.
 class Protocol {
-public:
+  public:
     Protocol(Station& station, double speed);
 
     QJsonObject handle(const QJsonObject& request);
 
-private:
+  private:
     QJsonObject dispatch(const QString& call, const QJsonObject& request);
     QJsonObject macsList() const;
     QJsonObject restoreCall(const QJsonObject& request, bool cancel);

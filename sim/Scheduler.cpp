@@ -38,7 +38,8 @@ Scheduler::Token TimerScheduler::after(double seconds, std::function<void()> act
     timer->setSingleShot(true);
     timer->setTimerType(Qt::PreciseTimer);
     connect(timer, &QTimer::timeout, this, [this, token, action = std::move(action)] {
-        if (QTimer* done = timers_.take(token)) done->deleteLater();
+        if (QTimer* done = timers_.take(token))
+            done->deleteLater();
         action();
     });
     timers_.insert(token, timer);

@@ -14,7 +14,7 @@ namespace sim {
 // Simulated time. Every delay of the station model goes through here, so the executable can run
 // it faster than real time and tests can step it without waiting.
 class Scheduler {
-public:
+  public:
     using Token = quint64;
     virtual ~Scheduler() = default;
 
@@ -28,7 +28,7 @@ public:
 // Driven by hand: advance() runs what falls due, in time order, including actions scheduled by
 // the actions it runs.
 class ManualScheduler final : public Scheduler {
-public:
+  public:
     Token after(double seconds, std::function<void()> action) override;
     void cancel(Token token) override;
     double now() const override { return now_; }
@@ -36,7 +36,7 @@ public:
     void advance(double seconds);
     std::size_t pending() const { return queue_.size(); }
 
-private:
+  private:
     struct Key {
         double due;
         Token token;
@@ -51,14 +51,14 @@ private:
 
 // Real timers on the owning thread's event loop, with every delay divided by the speed.
 class TimerScheduler final : public QObject, public Scheduler {
-public:
+  public:
     explicit TimerScheduler(double speed, QObject* parent = nullptr);
 
     Token after(double seconds, std::function<void()> action) override;
     void cancel(Token token) override;
     double now() const override;
 
-private:
+  private:
     double speed_;
     QElapsedTimer started_;
     Token nextToken_ = 1;

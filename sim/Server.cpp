@@ -12,7 +12,8 @@ namespace sim {
 
 namespace {
 
-const QStringList knownTopics = {QStringLiteral("usb"), QStringLiteral("restore"), QStringLiteral("macs")};
+const QStringList knownTopics = {QStringLiteral("usb"), QStringLiteral("restore"),
+                                 QStringLiteral("macs")};
 
 QByteArray line(const QJsonObject& message) {
     return QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n';
@@ -25,7 +26,9 @@ Server::Server(Protocol& protocol, QObject* parent)
     connect(server_, &QLocalServer::newConnection, this, &Server::accept);
 }
 
-Server::~Server() { close(); }
+Server::~Server() {
+    close();
+}
 
 bool Server::listen(const QString& path, QString* error) {
     QLocalSocket probe;
@@ -51,8 +54,10 @@ void Server::close() {
         socket->deleteLater();
     }
     clients_.clear();
-    if (server_->isListening()) server_->close();
-    if (!path_.isEmpty()) QFile::remove(path_);
+    if (server_->isListening())
+        server_->close();
+    if (!path_.isEmpty())
+        QFile::remove(path_);
     path_.clear();
 }
 
@@ -69,16 +74,19 @@ void Server::accept() {
 
 void Server::readFrom(QLocalSocket* socket) {
     auto found = clients_.find(socket);
-    if (found == clients_.end()) return;
+    if (found == clients_.end())
+        return;
     found->buffer.append(socket->readAll());
     qsizetype newline;
     while ((newline = found->buffer.indexOf('\n')) >= 0) {
         const QByteArray request = found->buffer.left(newline).trimmed();
         found->buffer.remove(0, newline + 1);
-        if (request.isEmpty()) continue;
+        if (request.isEmpty())
+            continue;
         socket->write(line(answer(socket, request)));
         found = clients_.find(socket);  // answering may have published events to this client
-        if (found == clients_.end()) return;
+        if (found == clients_.end())
+            return;
     }
 }
 
@@ -86,7 +94,8 @@ QJsonObject Server::answer(QLocalSocket* socket, const QByteArray& text) {
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     if (!document.isObject()) {
-        QJsonObject reply = failure(16, QStringLiteral("a request must be one JSON object on one line"));
+        QJsonObject reply =
+            failure(16, QStringLiteral("a request must be one JSON object on one line"));
         reply.insert(QStringLiteral("id"), QJsonValue::Null);
         return reply;
     }
@@ -111,7 +120,8 @@ void Server::broadcast(const QString& topic, const QString& name, const QJsonObj
     const QByteArray message =
         line({{QStringLiteral("event"), name}, {QStringLiteral("payload"), payload}});
     for (auto it = clients_.begin(); it != clients_.end(); ++it)
-        if (it->topics.contains(topic)) it.key()->write(message);
+        if (it->topics.contains(topic))
+            it.key()->write(message);
 }
 
 }  // namespace sim

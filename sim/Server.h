@@ -18,7 +18,7 @@ class Protocol;
 // connection subscribed to.
 class Server : public QObject {
     Q_OBJECT
-public:
+  public:
     explicit Server(Protocol& protocol, QObject* parent = nullptr);
     ~Server() override;
 
@@ -27,7 +27,7 @@ public:
     void close();
     void broadcast(const QString& topic, const QString& name, const QJsonObject& payload);
 
-private:
+  private:
     struct Client {
         QByteArray buffer;
         QSet<QString> topics;

@@ -21,7 +21,8 @@ Station::Station(StationConfig config, Scheduler& scheduler)
         hubs_.push_back(std::move(hub));
     }
     if (config_.localDfu) {
-        macs_.push_back(std::make_unique<Mac>(*config_.localDfu, 0, scheduler_, config_.timing, *this));
+        macs_.push_back(
+            std::make_unique<Mac>(*config_.localDfu, 0, scheduler_, config_.timing, *this));
         localMac_ = macs_.back().get();
     }
     building_ = false;
@@ -35,7 +36,8 @@ Station::~Station() {
 }
 
 void Station::scheduleVanishing(Hub& hub) {
-    if (!hub.config().vanishAfter) return;
+    if (!hub.config().vanishAfter)
+        return;
     Hub* target = &hub;
     timers_.push_back(scheduler_.after(*hub.config().vanishAfter, [this, target] {
         target->setPresent(false);
@@ -47,13 +49,15 @@ void Station::scheduleVanishing(Hub& hub) {
 
 Hub* Station::hubBySerial(std::uint32_t serial) const {
     for (const auto& hub : hubs_)
-        if (hub->serial() == serial) return hub.get();
+        if (hub->serial() == serial)
+            return hub.get();
     return nullptr;
 }
 
 Mac* Station::macByEcid(std::uint64_t ecid) const {
     for (const auto& mac : macs_)
-        if (mac->config().ecid == ecid) return mac.get();
+        if (mac->config().ecid == ecid)
+            return mac.get();
     return nullptr;
 }
 
@@ -61,19 +65,23 @@ std::vector<Mac*> Station::macs() const {
     std::vector<Mac*> result;
     for (const auto& hub : hubs_)
         for (int port = 0; port < Hub::entityCount; ++port)
-            if (Mac* mac = hub->macAt(port)) result.push_back(mac);
-    if (localMac_ != nullptr) result.push_back(localMac_);
+            if (Mac* mac = hub->macAt(port))
+                result.push_back(mac);
+    if (localMac_ != nullptr)
+        result.push_back(localMac_);
     return result;
 }
 
 bool Station::onBus(const Mac& mac) const {
-    if (!mac.onBus()) return false;
+    if (!mac.onBus())
+        return false;
     const Hub* hub = hubBySerial(mac.hubSerial());
     return mac.hubSerial() == 0 || (hub != nullptr && hub->present());
 }
 
 std::uint32_t Station::location(const Mac& mac) const {
-    if (mac.hubSerial() == 0) return 0x00100000u;
+    if (mac.hubSerial() == 0)
+        return 0x00100000u;
     const Hub* hub = hubBySerial(mac.hubSerial());
     return hub->location() | static_cast<std::uint32_t>(mac.config().port) << 16;
 }
@@ -81,7 +89,10 @@ std::uint32_t Station::location(const Mac& mac) const {
 QJsonObject Station::macEntry(const Mac& mac) const {
     const MacConfig& config = mac.config();
     return {{QStringLiteral("ecid"), ecidText(config.ecid)},
-            {QStringLiteral("udid"), QStringLiteral("00008103-%1").arg(static_cast<qulonglong>(config.ecid), 16, 16, QLatin1Char('0')).toUpper()},
+            {QStringLiteral("udid"),
+             QStringLiteral("00008103-%1")
+                 .arg(static_cast<qulonglong>(config.ecid), 16, 16, QLatin1Char('0'))
+                 .toUpper()},
             {QStringLiteral("deviceType"), config.deviceType},
             {QStringLiteral("name"), config.name},
             {QStringLiteral("serialNumber"), config.serialNumber},
@@ -116,9 +127,11 @@ int Station::cancelRestore(std::uint64_t ecid, QString* message) {
 }
 
 void Station::macChanged(Mac& mac) {
-    if (building_) return;
+    if (building_)
+        return;
     publishUsb();
-    emitEvent(QStringLiteral("macs"), QStringLiteral("mac.changed"), {{QStringLiteral("mac"), macEntry(mac)}});
+    emitEvent(QStringLiteral("macs"), QStringLiteral("mac.changed"),
+              {{QStringLiteral("mac"), macEntry(mac)}});
 }
 
 void Station::restoreProgress(Mac& mac, const QString& step, double progress) {
@@ -136,14 +149,17 @@ void Station::restoreFinished(Mac& mac, int status, const QString& message) {
 }
 
 void Station::publishUsb() {
-    if (building_) return;
+    if (building_)
+        return;
     QList<QJsonObject> current;
     for (const auto& hub : hubs_) {
-        if (!hub->present()) continue;
+        if (!hub->present())
+            continue;
         current << hubUsbDevice(*hub) << hubStemUsbDevice(*hub);
         for (int port = 0; port < Hub::entityCount; ++port) {
             const Mac* mac = hub->macAt(port);
-            if (mac != nullptr && mac->onBus()) current << macUsbDevice(*mac, location(*mac));
+            if (mac != nullptr && mac->onBus())
+                current << macUsbDevice(*mac, location(*mac));
         }
     }
     if (localMac_ != nullptr && localMac_->onBus())
@@ -155,7 +171,8 @@ void Station::publishUsb() {
 }
 
 void Station::emitEvent(const QString& topic, const QString& name, const QJsonObject& payload) {
-    if (sink_) sink_(topic, name, payload);
+    if (sink_)
+        sink_(topic, name, payload);
 }
 
 }  // namespace sim

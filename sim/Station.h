@@ -20,7 +20,7 @@ QString ecidText(std::uint64_t ecid);  // "0x" and upper-case hexadecimal digits
 // The whole bench: hubs, the Macs on their ports and on the host's DFU port, and the USB bus
 // they show up on. Every change is published as USB and Mac events to the sink.
 class Station final : public MacObserver {
-public:
+  public:
     using EventSink =
         std::function<void(const QString& topic, const QString& name, const QJsonObject& payload)>;
 
@@ -52,7 +52,7 @@ public:
     void restoreProgress(Mac& mac, const QString& step, double progress) override;
     void restoreFinished(Mac& mac, int status, const QString& message) override;
 
-private:
+  private:
     void publishUsb();
     void emitEvent(const QString& topic, const QString& name, const QJsonObject& payload);
     void scheduleVanishing(Hub& hub);

@@ -22,7 +22,8 @@ void StationReader::rejectUnknown(const QJsonObject& object, const QString& path
     for (const QString& key : object.keys()) {
         bool found = false;
         for (const char* name : known) found = found || key == QLatin1String(name);
-        if (!found) error(join(path, key), QStringLiteral("unknown field"));
+        if (!found)
+            error(join(path, key), QStringLiteral("unknown field"));
     }
 }
 
@@ -31,14 +32,16 @@ std::optional<qint64> StationReader::integer(const QJsonObject& object, const QS
                                              bool required) {
     const QString field = join(path, QLatin1String(key));
     const QJsonValue value = object.value(QLatin1String(key));
-    const QString range = QStringLiteral("must be an integer from %1 to %2").arg(minimum).arg(maximum);
+    const QString range =
+        QStringLiteral("must be an integer from %1 to %2").arg(minimum).arg(maximum);
     if (value.isUndefined()) {
-        if (required) error(field, QStringLiteral("is required"));
+        if (required)
+            error(field, QStringLiteral("is required"));
         return std::nullopt;
     }
     const double number = value.toDouble(std::nan(""));
-    if (!value.isDouble() || number != std::floor(number) || number < static_cast<double>(minimum) ||
-        number > static_cast<double>(maximum)) {
+    if (!value.isDouble() || number != std::floor(number) ||
+        number < static_cast<double>(minimum) || number > static_cast<double>(maximum)) {
         error(field, range);
         return std::nullopt;
     }
@@ -51,7 +54,8 @@ std::optional<double> StationReader::number(const QJsonObject& object, const QSt
     const QString field = join(path, QLatin1String(key));
     const QJsonValue value = object.value(QLatin1String(key));
     if (value.isUndefined()) {
-        if (required) error(field, QStringLiteral("is required"));
+        if (required)
+            error(field, QStringLiteral("is required"));
         return std::nullopt;
     }
     if (!value.isDouble() || value.toDouble() < minimum || value.toDouble() > maximum) {
@@ -66,7 +70,8 @@ std::optional<QString> StationReader::text(const QJsonObject& object, const QStr
     const QString field = join(path, QLatin1String(key));
     const QJsonValue value = object.value(QLatin1String(key));
     if (value.isUndefined()) {
-        if (required) error(field, QStringLiteral("is required"));
+        if (required)
+            error(field, QStringLiteral("is required"));
         return std::nullopt;
     }
     if (!value.isString()) {
@@ -79,7 +84,8 @@ std::optional<QString> StationReader::text(const QJsonObject& object, const QStr
 std::optional<bool> StationReader::boolean(const QJsonObject& object, const QString& path,
                                            const char* key) {
     const QJsonValue value = object.value(QLatin1String(key));
-    if (value.isUndefined()) return std::nullopt;
+    if (value.isUndefined())
+        return std::nullopt;
     if (!value.isBool()) {
         error(join(path, QLatin1String(key)), QStringLiteral("must be true or false"));
         return std::nullopt;
@@ -96,7 +102,8 @@ std::optional<std::uint64_t> StationReader::identifier(const QJsonObject& object
         QStringLiteral("must be \"0x\" and hexadecimal digits, or an integer, from 1 to 0x%1")
             .arg(static_cast<qulonglong>(maximum), 0, 16);
     if (value.isUndefined()) {
-        if (required) error(field, QStringLiteral("is required"));
+        if (required)
+            error(field, QStringLiteral("is required"));
         return std::nullopt;
     }
     std::uint64_t parsed = 0;

@@ -13,7 +13,7 @@ namespace sim {
 // Typed reads of one station file's JSON that record "file: field: reason" for every problem and
 // let parsing carry on, so one run reports all of them.
 class StationReader {
-public:
+  public:
     StationReader(QString fileName, QStringList& errors);
 
     void error(const QString& field, const QString& reason);
@@ -34,7 +34,7 @@ public:
                                             const char* key, std::uint64_t maximum,
                                             bool required = false);
 
-private:
+  private:
     QString fileName_;
     QStringList& errors_;
 };

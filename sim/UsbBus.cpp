@@ -22,26 +22,33 @@ QString identityKey(const QJsonObject& device) {
 
 QJsonObject device(int vendor, int product, std::uint32_t location, const QString& serial,
                    const QString& productName) {
-    return {{QStringLiteral("idVendor"), vendor},
-            {QStringLiteral("idProduct"), product},
-            {QStringLiteral("locationID"), static_cast<qint64>(location)},
-            {QStringLiteral("kUSBSerialNumberString"), serial},
-            {QStringLiteral("kUSBProductString"), productName},
-            {QStringLiteral("USB Vendor Name"),
-             vendor == appleVendor ? QStringLiteral("Apple Inc.") : QStringLiteral("Acroname Inc.")}};
+    return {
+        {QStringLiteral("idVendor"), vendor},
+        {QStringLiteral("idProduct"), product},
+        {QStringLiteral("locationID"), static_cast<qint64>(location)},
+        {QStringLiteral("kUSBSerialNumberString"), serial},
+        {QStringLiteral("kUSBProductString"), productName},
+        {QStringLiteral("USB Vendor Name"),
+         vendor == appleVendor ? QStringLiteral("Apple Inc.") : QStringLiteral("Acroname Inc.")}};
 }
 
-QString hexSerial(const Hub& hub) { return QStringLiteral("%1").arg(hub.serial(), 8, 16, QLatin1Char('0')).toUpper(); }
+QString hexSerial(const Hub& hub) {
+    return QStringLiteral("%1").arg(hub.serial(), 8, 16, QLatin1Char('0')).toUpper();
+}
 
 QString bootRomSerial(const Mac& mac, const QString& tail) {
     return QStringLiteral("CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:%1 IBFL:3C %2")
-        .arg(QStringLiteral("%1").arg(static_cast<qulonglong>(mac.config().ecid), 16, 16, QLatin1Char('0')).toUpper(), tail);
+        .arg(QStringLiteral("%1")
+                 .arg(static_cast<qulonglong>(mac.config().ecid), 16, 16, QLatin1Char('0'))
+                 .toUpper(),
+             tail);
 }
 
 }  // namespace
 
 QJsonObject hubUsbDevice(const Hub& hub) {
-    return device(acronameVendor, 0x0014, hub.location(), hexSerial(hub), QStringLiteral("USBHub3c"));
+    return device(acronameVendor, 0x0014, hub.location(), hexSerial(hub),
+                  QStringLiteral("USBHub3c"));
 }
 
 QJsonObject hubStemUsbDevice(const Hub& hub) {
@@ -55,7 +62,8 @@ QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
         case MacState::Off:
             return {};
         case MacState::Booted:
-            return device(appleVendor, 0x1905, location, mac.config().serialNumber, QStringLiteral("Mac"));
+            return device(appleVendor, 0x1905, location, mac.config().serialNumber,
+                          QStringLiteral("Mac"));
         case MacState::Dfu:
             result = device(appleVendor, 0x1227, location,
                             bootRomSerial(mac, QStringLiteral("SRTG:[iBoot-7459.121.3]")),
@@ -63,18 +71,21 @@ QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
             break;
         case MacState::Recovery:
         case MacState::Restoring:
-            result = device(appleVendor, 0x1281, location,
-                            bootRomSerial(mac, QStringLiteral("SRNM:[%1]").arg(mac.config().serialNumber)),
-                            QStringLiteral("Apple Mobile Device (Recovery Mode)"));
+            result = device(
+                appleVendor, 0x1281, location,
+                bootRomSerial(mac, QStringLiteral("SRNM:[%1]").arg(mac.config().serialNumber)),
+                QStringLiteral("Apple Mobile Device (Recovery Mode)"));
             break;
     }
-    result.insert(QStringLiteral("UsbAppleDeviceECID"), QString::number(static_cast<qulonglong>(mac.config().ecid)));
+    result.insert(QStringLiteral("UsbAppleDeviceECID"),
+                  QString::number(static_cast<qulonglong>(mac.config().ecid)));
     return result;
 }
 
 std::vector<UsbChange> UsbBus::update(const QList<QJsonObject>& current) {
     QHash<QString, QJsonObject> before;
-    for (const QJsonObject& published : published_) before.insert(identityKey(published), published);
+    for (const QJsonObject& published : published_)
+        before.insert(identityKey(published), published);
 
     std::vector<UsbChange> added;
     QList<QJsonObject> next;
@@ -92,7 +103,8 @@ std::vector<UsbChange> UsbBus::update(const QList<QJsonObject>& current) {
     }
     std::vector<UsbChange> changes;
     for (const QJsonObject& published : published_)
-        if (!kept.contains(identityKey(published))) changes.push_back({false, published});
+        if (!kept.contains(identityKey(published)))
+            changes.push_back({false, published});
     changes.insert(changes.end(), added.begin(), added.end());
     published_ = next;
     return changes;

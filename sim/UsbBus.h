@@ -26,11 +26,11 @@ struct UsbChange {
 // changed identity at the same location counts as removed and added again, and every arrival
 // gets a session ID of its own that its removal repeats.
 class UsbBus {
-public:
+  public:
     std::vector<UsbChange> update(const QList<QJsonObject>& current);
     QJsonArray devices() const;
 
-private:
+  private:
     QList<QJsonObject> published_;
     std::uint64_t nextSession_ = 1;
 };

@@ -6,25 +6,27 @@
 #include <QLocalSocket>
 #include <QThread>
 
-#include <cerrno>
-#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstring>
 
 namespace core {
 
 namespace {
 
 QString systemError(const char* what) {
-    return QStringLiteral("%1: %2").arg(QString::fromUtf8(what), QString::fromUtf8(std::strerror(errno)));
+    return QStringLiteral("%1: %2").arg(QString::fromUtf8(what),
+                                        QString::fromUtf8(std::strerror(errno)));
 }
 
 std::optional<QJsonObject> parseObject(const QByteArray& line) {
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(line, &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject()) return std::nullopt;
+    if (error.error != QJsonParseError::NoError || !document.isObject())
+        return std::nullopt;
     return document.object();
 }
 
@@ -68,24 +70,29 @@ std::optional<QJsonObject> SimulatorConnection::request(const QString& call,
     // A socket kept from an earlier request may belong to a simulator that has since been
     // restarted; such a stale link gets one fresh try.
     const bool reused = requestSocket_ >= 0;
-    if (auto reply = attempt(message, id)) return reply;
-    if (!reused) return std::nullopt;
+    if (auto reply = attempt(message, id))
+        return reply;
+    if (!reused)
+        return std::nullopt;
     return attempt(message, id);
 }
 
 std::optional<QJsonObject> SimulatorConnection::attempt(const QJsonObject& message, qint64 id) {
-    if (!ensureRequestSocket()) return std::nullopt;
+    if (!ensureRequestSocket())
+        return std::nullopt;
     if (!sendLine(encodeLine(message))) {
         closeRequestSocket();
         return std::nullopt;
     }
     auto reply = awaitReply(id);
-    if (!reply) closeRequestSocket();
+    if (!reply)
+        closeRequestSocket();
     return reply;
 }
 
 bool SimulatorConnection::ensureRequestSocket() {
-    if (requestSocket_ >= 0) return true;
+    if (requestSocket_ >= 0)
+        return true;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const QByteArray path = socketPath_.toLocal8Bit();
@@ -111,7 +118,8 @@ bool SimulatorConnection::ensureRequestSocket() {
 }
 
 void SimulatorConnection::closeRequestSocket() {
-    if (requestSocket_ >= 0) ::close(requestSocket_);
+    if (requestSocket_ >= 0)
+        ::close(requestSocket_);
     requestSocket_ = -1;
     requestBuffer_.clear();
 }
@@ -121,7 +129,8 @@ bool SimulatorConnection::sendLine(const QByteArray& line) {
     while (sent < line.size()) {
         const ssize_t n = ::send(requestSocket_, line.constData() + sent,
                                  static_cast<size_t>(line.size() - sent), MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EINTR)
+            continue;
         if (n <= 0) {
             setError(systemError("sending to the simulator"));
             return false;
@@ -139,18 +148,21 @@ std::optional<QJsonObject> SimulatorConnection::awaitReply(qint64 id) {
             const QByteArray line = requestBuffer_.left(newline);
             requestBuffer_.remove(0, newline + 1);
             const auto reply = parseObject(line);
-            if (reply && reply->value(QStringLiteral("id")).toInteger(-1) == id) return reply;
+            if (reply && reply->value(QStringLiteral("id")).toInteger(-1) == id)
+                return reply;
         }
         pollfd waiting{requestSocket_, POLLIN, 0};
         const int ready = ::poll(&waiting, 1, static_cast<int>(deadline.remainingTime()));
-        if (ready < 0 && errno == EINTR) continue;
+        if (ready < 0 && errno == EINTR)
+            continue;
         if (ready == 0) {
             setError(QStringLiteral("the simulator did not answer in time"));
             return std::nullopt;
         }
         char chunk[4096];
         const ssize_t n = ready < 0 ? -1 : ::recv(requestSocket_, chunk, sizeof(chunk), 0);
-        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EINTR)
+            continue;
         if (n <= 0) {
             setError(n == 0 ? QStringLiteral("the simulator closed the connection")
                             : systemError("reading from the simulator"));
@@ -182,14 +194,16 @@ bool SimulatorConnection::subscribe(const QStringList& topics) {
                 &SimulatorConnection::disconnected);
     }
     const qint64 id = nextSubscriptionId_++;
-    eventSocket_->write(encodeLine({{QStringLiteral("id"), id},
-                                    {QStringLiteral("call"), QStringLiteral("subscribe")},
-                                    {QStringLiteral("topics"), QJsonArray::fromStringList(topics)}}));
+    eventSocket_->write(
+        encodeLine({{QStringLiteral("id"), id},
+                    {QStringLiteral("call"), QStringLiteral("subscribe")},
+                    {QStringLiteral("topics"), QJsonArray::fromStringList(topics)}}));
     eventSocket_->flush();
     const QDeadlineTimer deadline(5000);
     while (!subscriptionReplies_.contains(id)) {
         drainEvents();
-        if (subscriptionReplies_.contains(id)) break;
+        if (subscriptionReplies_.contains(id))
+            break;
         if (deadline.hasExpired() ||
             !eventSocket_->waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
             setError(QStringLiteral("the simulator did not confirm the subscription"));
@@ -205,7 +219,8 @@ bool SimulatorConnection::subscribe(const QStringList& topics) {
 }
 
 void SimulatorConnection::drainEvents() {
-    if (eventSocket_ == nullptr) return;
+    if (eventSocket_ == nullptr)
+        return;
     eventBuffer_.append(eventSocket_->readAll());
     qsizetype newline;
     while ((newline = eventBuffer_.indexOf('\n')) >= 0) {
@@ -217,7 +232,8 @@ void SimulatorConnection::drainEvents() {
 
 void SimulatorConnection::handleEventLine(const QByteArray& line) {
     const auto message = parseObject(line);
-    if (!message) return;
+    if (!message)
+        return;
     if (message->contains(QStringLiteral("event"))) {
         emit event(message->value(QStringLiteral("event")).toString(),
                    message->value(QStringLiteral("payload")).toObject());

@@ -20,7 +20,7 @@ namespace core {
 // events arrive on a second connection owned by this object's thread.
 class SimulatorConnection : public QObject {
     Q_OBJECT
-public:
+  public:
     explicit SimulatorConnection(QString socketPath, QObject* parent = nullptr);
     ~SimulatorConnection() override;
 
@@ -38,11 +38,11 @@ public:
     // means it hangs.
     void setReplyTimeoutMilliseconds(int milliseconds);
 
-signals:
+  signals:
     void event(const QString& name, const QJsonObject& payload);
     void disconnected();
 
-private:
+  private:
     bool ensureRequestSocket();
     void closeRequestSocket();
     bool sendLine(const QByteArray& line);

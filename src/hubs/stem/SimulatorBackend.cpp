@@ -27,7 +27,8 @@ std::uint8_t SimulatorBackend::aDiscovery_EnumerateModules(LinkType type,
     if (!reply) {
         // Refreshes rediscover often; one line explains every empty list that follows.
         if (!toldUnreachable_.exchange(true))
-            ZMRLogLevel1(QStringLiteral("Cannot reach the station simulator: %1").arg(connection_->lastError()));
+            ZMRLogLevel1(QStringLiteral("Cannot reach the station simulator: %1")
+                             .arg(connection_->lastError()));
         return 0;
     }
     toldUnreachable_ = false;
@@ -47,7 +48,8 @@ std::uint8_t SimulatorBackend::aDiscovery_EnumerateModules(LinkType type,
         spec.usb_id = field("usb_id");
         ++count;
         bool success = true;
-        if (!callback || !callback(spec, success)) break;
+        if (!callback || !callback(spec, success))
+            break;
     }
     return count;
 }

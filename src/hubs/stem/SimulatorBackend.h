@@ -16,7 +16,7 @@ namespace stem {
 // The hub library played by tarvel-sim: every library call is one "stem.*" request whose reply
 // carries the library's result code and value. Hubs are named to the simulator by serial number.
 class SimulatorBackend final : public Backend {
-public:
+  public:
     explicit SimulatorBackend(QString socketPath);
     explicit SimulatorBackend(std::shared_ptr<core::SimulatorConnection> connection);
     ~SimulatorBackend() override;
@@ -26,7 +26,7 @@ public:
     std::unique_ptr<Module> createUSBHub3c(std::uint8_t address, bool autoNetworking,
                                            std::uint8_t model) override;
 
-private:
+  private:
     std::shared_ptr<core::SimulatorConnection> connection_;
     std::atomic<bool> toldUnreachable_{false};
 };

@@ -18,7 +18,7 @@ namespace stem {
 class SimulatorModule;
 
 class SimulatorPort final : public PortClass {
-public:
+  public:
     SimulatorPort(SimulatorModule& module, std::uint8_t index) : module_(module), index_(index) {}
     aErr setEnabled(std::uint8_t enable) override;
     aErr getEnabled(std::uint8_t* enabled) override;
@@ -30,13 +30,13 @@ public:
     aErr getVconnVoltage(std::int32_t* microvolts) override;
     aErr getVconnCurrent(std::int32_t* microamperes) override;
 
-private:
+  private:
     SimulatorModule& module_;
     std::uint8_t index_;
 };
 
 class SimulatorPowerDelivery final : public PowerDeliveryClass {
-public:
+  public:
     SimulatorPowerDelivery(SimulatorModule& module, std::uint8_t index)
         : module_(module), index_(index) {}
     aErr setPowerRole(std::uint8_t role) override;
@@ -45,13 +45,13 @@ public:
     aErr getCableOrientation(std::uint8_t* orientation) override;
     aErr setUEIBytes(std::uint8_t option, const std::uint8_t* buffer, std::size_t length) override;
 
-private:
+  private:
     SimulatorModule& module_;
     std::uint8_t index_;
 };
 
 class SimulatorSystem final : public SystemClass {
-public:
+  public:
     explicit SimulatorSystem(SimulatorModule& module) : module_(module) {}
     aErr save() override;
     aErr reset() override;
@@ -63,14 +63,14 @@ public:
     aErr getPowerLimit(std::uint32_t* milliwatts) override;
     aErr getInputPowerSource(std::uint8_t* source) override;
 
-private:
+  private:
     SimulatorModule& module_;
 };
 
 // One hub module over the simulator. The link flag is the module's own (disconnect clears it);
 // whether the hub is still there is asked of the simulator each time.
 class SimulatorModule final : public Module {
-public:
+  public:
     explicit SimulatorModule(std::shared_ptr<core::SimulatorConnection> connection);
 
     aErr discoverAndConnect(LinkType type, std::uint32_t serialNumber) override;
@@ -84,7 +84,7 @@ public:
     aErr call(const char* method, std::optional<std::uint8_t> index, QJsonObject arguments,
               qint64* value = nullptr);
 
-private:
+  private:
     std::shared_ptr<core::SimulatorConnection> connection_;
     std::atomic<std::uint32_t> serial_{0};
     std::atomic<bool> linked_{false};
