@@ -4,7 +4,6 @@
 #include "hubs/ZMRAcronameManager.h"
 
 #include "core/Clock.h"
-#include "core/Log.h"
 #include "core/NotificationCenter.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
@@ -25,6 +24,16 @@ constexpr std::int64_t kDefaultRecoveryReboots = 6;
 struct ZMRAcronameManager::Sequence {
     ZMRAcronameManagerEnvironment environment;
     std::weak_ptr<ZMRAcronameManager> manager;
+    // Ports point at their hubs without owning them, and a refresh in the middle of a sequence
+    // replaces the manager's hubs: the run keeps the hubs of its ports alive until it ends.
+    std::vector<std::shared_ptr<AcronameHub>> hubs;
+
+    Sequence(ZMRAcronameManagerEnvironment env, std::weak_ptr<ZMRAcronameManager> owner,
+             const AcronamePorts& ports)
+        : environment(std::move(env)), manager(std::move(owner)) {
+        for (const auto& port : ports)
+            if (port->hub()) hubs.push_back(port->hub()->shared_from_this());
+    }
 
     core::Settings& settings() const { return *environment.settings; }
     core::Clock& clock() const { return *environment.clock; }
@@ -80,7 +89,7 @@ struct ZMRAcronameManager::Sequence {
             clock().sleepSeconds(1);
             const bool enabled = hub->enablePort(id);
             if (!enabled) {
-                ZMRLogLevel1(QString::asprintf("error enabling port: %li", long(id)));
+                environment.log(QString::asprintf("error enabling port: %li", long(id)));
                 reportFailure(*port, "enable");
                 failed = true;
             }
@@ -182,7 +191,7 @@ struct ZMRAcronameManager::Sequence {
 };
 
 void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion) {
-    Sequence sequence{environment_, weak_from_this()};
+    Sequence sequence(environment_, weak_from_this(), ports);
     environment_.runInBackground([sequence, mode, ports = std::move(ports),
                                   completion = std::move(completion)] {
         completion(sequence.powerModePass(mode, ports));
@@ -196,7 +205,7 @@ void ZMRAcronameManager::dfuModeForAcronamePorts(AcronamePorts ports, Update upd
         return;
     }
     update(QStringLiteral("Putting devices into DFU mode (setting power role)"));
-    Sequence sequence{environment_, weak_from_this()};
+    Sequence sequence(environment_, weak_from_this(), ports);
     environment_.runInBackground([sequence, ports = std::move(ports), update = std::move(update),
                                   completion = std::move(completion)] {
         sequence.dfu(ports, update, completion);
@@ -211,7 +220,7 @@ void ZMRAcronameManager::restartForAcronamePorts(AcronamePorts ports, Update upd
         return;
     }
     update(QStringLiteral("Restarting devices"));
-    Sequence sequence{environment_, weak_from_this()};
+    Sequence sequence(environment_, weak_from_this(), ports);
     environment_.runInBackground([sequence, ports = std::move(ports), update = std::move(update),
                                   completion = std::move(completion)] {
         sequence.restart(ports, update, completion);
@@ -225,7 +234,7 @@ void ZMRAcronameManager::recoveryForAcronamePorts(AcronamePorts ports, Update up
         return;
     }
     update(QStringLiteral("Preparing to put devices in recovery..."));
-    Sequence sequence{environment_, weak_from_this()};
+    Sequence sequence(environment_, weak_from_this(), ports);
     environment_.runInBackground([sequence, ports = std::move(ports), update = std::move(update),
                                   completion = std::move(completion)] {
         sequence.recovery(ports, update, completion);

@@ -20,6 +20,7 @@ constexpr int kLastUsablePort = 5;
 constexpr std::int64_t kAcronameVendorID = 9471;
 const QString kPlaceholder = QStringLiteral("None Reported by Apple Configurator");
 
+using Log = std::function<void(const QString&)>;
 using HubTable = std::vector<std::pair<std::shared_ptr<AcronameHub>, AC2Devices>>;
 
 // The hub table as one log text: each hub's serial number with the hub and its port entries.
@@ -35,18 +36,18 @@ QString describeHubTable(const HubTable& table) {
     return QStringLiteral("{\n%1\n}").arg(hubs.join('\n'));
 }
 
-std::shared_ptr<AC2Device> placeholderEntry(AcronameHub& hub, int portIndex) {
+std::shared_ptr<AC2Device> placeholderEntry(AcronameHub& hub, int portIndex, const Log& log) {
     auto entry = std::make_shared<AC2Device>();
     const auto ports = hub.ports();
     if (ports.size() > static_cast<std::size_t>(portIndex)) {
         entry->setPort(ports[portIndex]);
-        ZMRLogLevel1(QString::asprintf("setting port %i", portIndex));
+        log(QString::asprintf("setting port %i", portIndex));
     } else {
         entry->setPort(std::make_shared<AcronamePort>());
     }
     entry->setDeviceType(kPlaceholder);
     entry->setName(kPlaceholder);
-    ZMRLogLevel1(QStringLiteral("adding device: %1").arg(entry->description()));
+    log(QStringLiteral("adding device: %1").arg(entry->description()));
     return entry;
 }
 
@@ -86,6 +87,7 @@ ZMRAcronameManagerEnvironment ZMRAcronameManagerEnvironment::processDefaults(
         return DeviceIOKit().vendorSerialNumberWithDeviceAddress(address, vendor);
     };
     environment.console = DriverConsole::standard();
+    environment.log = ZMRLogLevel1;
     return environment;
 }
 
@@ -123,21 +125,22 @@ void ZMRAcronameManager::disconnectAllHubs() {
 }
 
 void ZMRAcronameManager::refreshAcronameDevices(std::function<void(AC2Devices)> completion) {
+    const Log& log = environment_.log;
     disconnectAllHubs();
     setHubs(BrainStemWrapper::hubs(environment_.backend, *environment_.clock, environment_.console));
     setAc2Devices({});
     const auto found = hubs();
     if (found.empty()) {
-        ZMRLogLevel1(QStringLiteral("No hubs found"));
+        log(QStringLiteral("No hubs found"));
         completion({});
         return;
     }
 
-    ZMRLogLevel1(QStringLiteral("enumerating hubs"));
+    log(QStringLiteral("enumerating hubs"));
     for (std::size_t i = 0; i < found.size(); ++i) {
-        ZMRLogLevel1(QString::asprintf("connecting to hub %li", long(i)));
+        log(QString::asprintf("connecting to hub %li", long(i)));
         if (found[i]->connect()) continue;
-        ZMRLogLevel1(QStringLiteral("error connecting to hub"));
+        log(QStringLiteral("error connecting to hub"));
         std::weak_ptr<ZMRAcronameManager> weak = weak_from_this();
         environment_.runOnMain([alerts = environment_.alerts, completion, weak] {
             alerts->show({QStringLiteral("Connection Error"),
@@ -148,44 +151,47 @@ void ZMRAcronameManager::refreshAcronameDevices(std::function<void(AC2Devices)> 
         });
     }
 
-    ZMRLogLevel1(QStringLiteral("checking for apple configurator on hubs"));
+    log(QStringLiteral("checking for apple configurator on hubs"));
     HubTable table;
     for (const auto& hub : found) {
-        ZMRLogLevel1(QStringLiteral("current hub: %1").arg(hub->description()));
+        log(QStringLiteral("current hub: %1").arg(hub->description()));
         AC2Devices entries;
-        for (int p = kFirstUsablePort; p <= kLastUsablePort; ++p) entries.push_back(placeholderEntry(*hub, p));
+        for (int p = kFirstUsablePort; p <= kLastUsablePort; ++p) entries.push_back(placeholderEntry(*hub, p, log));
         addToTable(table, hub, std::move(entries));
-        ZMRLogLevel1(QStringLiteral("hubdict: %1").arg(describeHubTable(table)));
+        log(QStringLiteral("hubdict: %1").arg(describeHubTable(table)));
     }
     listAndMatchDevices(std::move(table), std::move(completion));
 }
 
 void ZMRAcronameManager::listAndMatchDevices(HubTable table, std::function<void(AC2Devices)> completion) {
-    ZMRLogLevel1(QStringLiteral("********** calling attachedDevicesWithCallback"));
+    const Log& log = environment_.log;
+    log(QStringLiteral("********** calling attachedDevicesWithCallback"));
     std::weak_ptr<ZMRAcronameManager> weak = weak_from_this();
     environment_.listDevices([weak, table = std::move(table),
                               completion = std::move(completion)](AC2Devices devices) {
         auto manager = weak.lock();
         if (!manager) return;
-        ZMRLogLevel1(QStringLiteral("######## calling attachedDevicesWithCallback CALLBACK CALLED"));
+        manager->environment_.log(QStringLiteral("######## calling attachedDevicesWithCallback CALLBACK CALLED"));
         for (const auto& device : devices) manager->logHubSerialOfDevice(*device);
         AC2Devices entries;
         for (const auto& row : table) entries.insert(entries.end(), row.second.begin(), row.second.end());
         manager->setAc2Devices(entries);
-        ZMRLogLevel1(QString::asprintf("ac2Devices count: %lu", static_cast<unsigned long>(entries.size())));
+        manager->environment_.log(
+            QString::asprintf("ac2Devices count: %lu", static_cast<unsigned long>(entries.size())));
         completion(entries);
     });
 }
 
 // Only logged: which hub a listed device hangs on, found through the hub's USB serial number.
 void ZMRAcronameManager::logHubSerialOfDevice(const AC2Device& device) const {
+    const Log& log = environment_.log;
     const auto location = static_cast<std::uint64_t>(device.locationID());
-    ZMRLogLevel1(QString::asprintf("port: %li", long((location >> 16) & 0xF)));
-    ZMRLogLevel1(QStringLiteral("searching for vendorSerialNumberWithDeviceAddress:"));
+    log(QString::asprintf("port: %li", long((location >> 16) & 0xF)));
+    log(QStringLiteral("searching for vendorSerialNumberWithDeviceAddress:"));
     const std::uint64_t hub = environment_.hubAddress(location);
     const auto serial = environment_.vendorSerialNumber(hub, kAcronameVendorID);
     if (serial)
-        ZMRLogLevel1(QString::asprintf("found serial: %li", long(core::textAsInteger(*serial))));
+        log(QString::asprintf("found serial: %li", long(core::textAsInteger(*serial))));
     else
-        ZMRLogLevel1(QStringLiteral("serialNumberString is nil"));
+        log(QStringLiteral("serialNumberString is nil"));
 }

@@ -45,6 +45,8 @@ struct ZMRAcronameManagerEnvironment {
     std::function<std::uint64_t(std::uint64_t)> hubAddress;
     std::function<std::optional<QString>(std::uint64_t, std::int64_t)> vendorSerialNumber;
     DriverConsole console;
+    // The manager's log lines (the shared log by default).
+    std::function<void(const QString&)> log;
     // Told which port made a sequence stop and what it was asked to do; optional.
     std::function<void(const AcronamePort&, const QString& command)> portFailed;
 

@@ -220,6 +220,7 @@ int FakeBackend::count(const std::string& call) const {
 }
 
 stem::aErr FakeBackend::take(const std::string& call) {
+    if (observer) observer(call);
     std::lock_guard lock(mutex_);
     calls_.push_back(call);
     auto& queue = scripts_[call];

@@ -3,6 +3,7 @@
 #include "hubs/stem/Backend.h"
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -57,6 +58,8 @@ public:
     // Used by the fake module: records the call and answers its scripted result.
     stem::aErr take(const std::string& call);
     std::uint32_t lastNetworkInterface = 0;
+    // Sees every call as it is made, for tests that interleave hub calls with other events.
+    std::function<void(const std::string&)> observer;
     int modulesCreated = 0;
 
 private:
