@@ -7,11 +7,31 @@
 namespace configurator {
 namespace {
 
-// "0x" then hexadecimal; anything else gives 0, which marks the record as unusable for a restore.
+int hexDigit(char16_t c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// The text after its "0x" prefix, scanned as a hexadecimal number the lenient way the tool's own
+// platform scans: leading blanks and a second "0x" are passed over, the scan stops at the first
+// character that is no hex digit, and an overflow gives the largest value. No digit at all gives 0,
+// which marks the record as unusable for a restore.
 std::uint64_t scanEcid(const QString& text) {
-    bool ok = false;
-    const std::uint64_t value = text.mid(2).toULongLong(&ok, 16);
-    return ok ? value : 0;
+    QStringView rest = QStringView(text).mid(2).trimmed();
+    if (rest.startsWith(QLatin1String("0x"), Qt::CaseInsensitive)) rest = rest.mid(2);
+    std::uint64_t value = 0;
+    bool overflow = false;
+    qsizetype digits = 0;
+    for (; digits < rest.size(); ++digits) {
+        const int digit = hexDigit(rest[digits].unicode());
+        if (digit < 0) break;
+        if (value > (UINT64_MAX >> 4)) overflow = true;
+        value = (value << 4) | static_cast<std::uint64_t>(digit);
+    }
+    if (digits == 0) return 0;
+    return overflow ? UINT64_MAX : value;
 }
 
 QString formatProductID(const QVariantMap& ioKitInfo) {

@@ -111,19 +111,21 @@ TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminated) {
 
 TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
     Scripts scripts;
+    // One fifo per wait: the child blocks on gate N until a callback opens it, so no two writes
+    // can meet in the pipe.
     const QString gate = scripts.path("gate");
-    ASSERT_EQ(::mkfifo(gate.toLocal8Bit().constData(), 0600), 0);
-    // Each wait on the gate separates two writes, so the pipe cannot merge them.
+    for (int n = 1; n <= 4; ++n)
+        ASSERT_EQ(::mkfifo((gate + QString::number(n)).toLocal8Bit().constData(), 0600), 0);
     const QString child = scripts.write(
         "chunks",
-        "printf 'abc'; read _ < \"$1\"; printf 'def\\nghi'; read _ < \"$1\"; "
-        "printf 'oops' >&2; exec 2>&-; read _ < \"$1\"; printf '\\377'; read _ < \"$1\"; "
+        "printf 'abc'; read _ < \"${1}1\"; printf 'def\\nghi'; read _ < \"${1}2\"; "
+        "printf 'oops' >&2; exec 2>&-; read _ < \"${1}3\"; printf '\\377'; read _ < \"${1}4\"; "
         "printf '\\n'; exit 9");
     Recorder record;
     int gates = 0;
     auto openGate = [&] {
-        if (++gates > 4) return;  // the child waits four times
-        const int fd = ::open(gate.toLocal8Bit().constData(), O_WRONLY);
+        if (++gates > 4) return;
+        const int fd = ::open((gate + QString::number(gates)).toLocal8Bit().constData(), O_WRONLY);
         [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
         ::close(fd);
     };
