@@ -2,6 +2,8 @@
 
 #include "core/SimulatorAddress.h"
 
+#include <QCoreApplication>
+
 #include <cstdio>
 
 namespace cli {
@@ -9,6 +11,15 @@ namespace cli {
 std::optional<QString> CliContext::simulatorSocket() const {
     if (!simulateSocket.empty()) return QString::fromStdString(simulateSocket);
     return core::simulatorSocketFromEnvironment();
+}
+
+void CliContext::applySimulatorSelection() const {
+    const auto socket = simulatorSocket();
+    if (!socket) return;
+    qputenv("TARVEL_SIM", socket->toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("TARVEL_CFGUTIL"))
+        qputenv("TARVEL_CFGUTIL",
+                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
 }
 
 void addGlobalOptions(CLI::App& app, CliContext& context) {

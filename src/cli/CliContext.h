@@ -24,6 +24,11 @@ struct CliContext {
     // The simulator to talk to: --simulate=SOCKET, --simulate alone (the default socket), or
     // TARVEL_SIM; nothing means real hardware.
     std::optional<QString> simulatorSocket() const;
+
+    // Makes the chosen simulator the process's: TARVEL_SIM names its socket for every backend
+    // and child, and the Configurator tool becomes tarvel-sim-cfgutil unless TARVEL_CFGUTIL
+    // already names one.
+    void applySimulatorSelection() const;
 };
 
 // Adds the global options (--simulate) to the top-level command.

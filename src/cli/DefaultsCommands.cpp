@@ -144,6 +144,7 @@ void addDefaultsCommands(CLI::App& app, CliContext& context, core::Settings& set
     CLI::App* writeCommand = defaults->add_subcommand(
         "write", "Set a preference: KEY [-bool|-int|-float|-string] VALUE (text when no type)");
     writeCommand->prefix_command();
+    writeCommand->fallthrough(false);  // its arguments, "-bool" included, are all its own
     writeCommand->callback([&context, &settings, writeCommand] {
         context.action = [&settings, arguments = writeCommand->remaining()] {
             return write(settings, arguments);

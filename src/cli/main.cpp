@@ -1,11 +1,14 @@
 #include "cli/CliContext.h"
 #include "cli/DefaultsCommands.h"
+#include "cli/HubCommands.h"
 #include "cli/LogCommands.h"
+#include "cli/UsbCommands.h"
 
 #include "core/BundleInfo.h"
 #include "core/BundledDefaults.h"
 #include "core/Log.h"
 #include "core/Settings.h"
+#include "core/ZMRUnifiedLogger.h"
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -38,8 +41,12 @@ int main(int argc, char** argv) {
     app.fallthrough();
     cli::CliContext context;
     cli::addGlobalOptions(app, context);
+    bool verbose = false;
+    app.add_flag("-v,--verbose", verbose, "also print the log lines this run writes on standard error");
     cli::addDefaultsCommands(app, context, settings);
     cli::addLogCommands(app, context);
+    cli::addHubCommands(app, context);
+    cli::addUsbCommands(app, context);
 
     try {
         app.parse(argc, argv);
@@ -54,6 +61,8 @@ int main(int argc, char** argv) {
         return cli::exitUsage;
     }
 
+    ZMRUnifiedLogger::setProcessEcho(verbose);
+    context.applySimulatorSelection();
     // Technicians rely on the log to tell which command touched the bench and when.
     ZMRLogLevel1(commandLine(argc, argv));
     return context.action ? context.action() : cli::exitUsage;

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,7 @@ namespace {
 
 constexpr qint64 kRepeatWindowMs = 2000;
 constexpr qint64 kStandardOutputCopyThreshold = 1001;
+std::atomic<bool> processEcho{true};
 
 void writeAll(int fd, const QByteArray& bytes) {
     const char* data = bytes.constData();
@@ -57,12 +59,16 @@ ZMRUnifiedLogger& ZMRUnifiedLogger::sharedLogger() {
 }
 
 ZMRUnifiedLogger::Streams ZMRUnifiedLogger::processStreams() {
-    return {[](const QByteArray& bytes) { writeAll(STDERR_FILENO, bytes); },
+    return {[](const QByteArray& bytes) {
+                if (processEcho) writeAll(STDERR_FILENO, bytes);
+            },
             [](const QByteArray& bytes) {
                 std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
                 std::fflush(stdout);
             }};
 }
+
+void ZMRUnifiedLogger::setProcessEcho(bool echo) { processEcho = echo; }
 
 QString ZMRUnifiedLogger::processPrefix() {
     return QStringLiteral("%1(%2)").arg(QString::fromLocal8Bit(program_invocation_short_name))

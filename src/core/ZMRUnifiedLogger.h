@@ -38,6 +38,9 @@ public:
     qint64 repeated() const;
 
     static Streams processStreams();
+    // Whether this process's log lines are echoed to standard error (on by default). The
+    // command-line tool turns the echo off unless asked, so its own output stays readable.
+    static void setProcessEcho(bool echo);
     // "name(pid)" of this process.
     static QString processPrefix();
 

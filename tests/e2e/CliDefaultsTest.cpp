@@ -37,6 +37,9 @@ TEST_F(CliDefaults, WriteReadDeleteRoundTrips) {
     ProcessResult read = cli({"defaults", "read", "timeBetweenProcesses"});
     EXPECT_EQ(read.exitCode, 0);
     EXPECT_EQ(read.standardOutput, "abc\n");
+    EXPECT_EQ(read.standardError, "");  // log lines are echoed only when asked for
+    EXPECT_EQ(cli({"-v", "defaults", "read", "timeBetweenProcesses"}).standardError,
+              "tarvel-cli -v defaults read timeBetweenProcesses\n");
 
     EXPECT_EQ(cli({"defaults", "write", "acronameRecoveryRebootTimes", "-int", "-1"}).exitCode, 0);
     EXPECT_EQ(cli({"defaults", "read", "acronameRecoveryRebootTimes"}).standardOutput, "-1\n");

@@ -1,0 +1,175 @@
+#include "Mac.h"
+
+#include <array>
+
+namespace sim {
+
+namespace {
+
+constexpr std::array<unsigned char, 16> rebootMessage = {
+    0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05, 0x05, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80};
+constexpr std::array<unsigned char, 16> dfuMessage = {
+    0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05, 0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80};
+
+struct RestoreStep {
+    const char* step;
+    double progress;
+};
+
+// What a restore reports, one entry per step delay.
+constexpr std::array<RestoreStep, 10> restoreSteps = {{
+    {"Preparing restore", 0.0},
+    {"Verifying restore image", 0.05},
+    {"Restoring", 0.1},
+    {"Restoring", 0.25},
+    {"Restoring", 0.4},
+    {"Restoring", 0.55},
+    {"Restoring", 0.7},
+    {"Restoring", 0.85},
+    {"Finishing restore", 0.95},
+    {"Restore complete", 1.0},
+}};
+
+bool matches(const QByteArray& bytes, const std::array<unsigned char, 16>& message) {
+    if (bytes.size() != 16)
+        return false;
+    for (std::size_t i = 0; i < message.size(); ++i)
+        if (static_cast<unsigned char>(bytes[static_cast<qsizetype>(i)]) != message[i])
+            return false;
+    return true;
+}
+
+}  // namespace
+
+VendorMessage classifyVendorMessage(const QByteArray& bytes) {
+    if (matches(bytes, rebootMessage))
+        return VendorMessage::Reboot;
+    if (matches(bytes, dfuMessage))
+        return VendorMessage::Dfu;
+    return VendorMessage::Other;
+}
+
+Mac::Mac(MacConfig config, std::uint32_t hubSerial, Scheduler& scheduler, const Timing& timing,
+         MacObserver& observer)
+    : config_(std::move(config)),
+      hubSerial_(hubSerial),
+      scheduler_(scheduler),
+      timing_(timing),
+      observer_(observer),
+      state_(config_.state),
+      onBus_(config_.state != MacState::Off) {}
+
+Mac::~Mac() {
+    scheduler_.cancel(startup_);
+    scheduler_.cancel(restoreTimer_);
+}
+
+void Mac::setPowered(bool powered) {
+    if (powered == powered_)
+        return;
+    powered_ = powered;
+    if (powered) {
+        startUp(MacState::Booted, timing_.bootSeconds);
+        return;
+    }
+    abortRestore(1, QStringLiteral("The device lost power during the restore."));
+    scheduler_.cancel(startup_);
+    startup_ = 0;
+    rebootsWhileStarting_ = 0;
+    state_ = MacState::Off;
+    onBus_ = false;
+    notify();
+}
+
+void Mac::receive(VendorMessage message) {
+    // A Mac that is shut down has no controller listening; one that is starting up does.
+    if (!powered_ || message == VendorMessage::Other)
+        return;
+    if (state_ == MacState::Off && !startingUp())
+        return;
+    if (message == VendorMessage::Dfu) {
+        if (config_.ignoresDfu)
+            return;
+        abortRestore(1, QStringLiteral("The device left the restore for DFU mode."));
+        rebootsWhileStarting_ = 0;
+        startUp(MacState::Dfu, timing_.dfuSeconds);
+        return;
+    }
+    rebootsWhileStarting_ = startingUp() ? rebootsWhileStarting_ + 1 : 0;
+    abortRestore(1, QStringLiteral("The device restarted during the restore."));
+    const bool recovery = rebootsWhileStarting_ >= timing_.rebootsForRecovery;
+    startUp(recovery ? MacState::Recovery : MacState::Booted, timing_.bootSeconds);
+}
+
+void Mac::startUp(MacState target, double seconds) {
+    scheduler_.cancel(startup_);
+    state_ = MacState::Off;
+    onBus_ = false;
+    startup_ = scheduler_.after(seconds, [this, target] { arrive(target); });
+    notify();
+}
+
+void Mac::arrive(MacState target) {
+    startup_ = 0;
+    rebootsWhileStarting_ = 0;
+    state_ = target;
+    onBus_ = true;
+    notify();
+}
+
+int Mac::startRestore(QString* message) {
+    if (state_ == MacState::Restoring) {
+        *message = QStringLiteral("A restore is already running on this device.");
+        return 5;
+    }
+    if (!onBus_ || (state_ != MacState::Dfu && state_ != MacState::Recovery)) {
+        *message = QStringLiteral("The device is not in DFU or recovery mode.");
+        return 7;
+    }
+    state_ = MacState::Restoring;
+    restoreTimer_ = scheduler_.after(timing_.restoreStepSeconds, [this] { restoreStep(0); });
+    notify();
+    return 0;
+}
+
+int Mac::cancelRestore(QString* message) {
+    if (state_ != MacState::Restoring) {
+        *message = QStringLiteral("No restore is running on this device.");
+        return 7;
+    }
+    abortRestore(23, QStringLiteral("The restore was cancelled."));
+    state_ = MacState::Dfu;
+    notify();
+    return 0;
+}
+
+void Mac::restoreStep(std::size_t index) {
+    restoreTimer_ = 0;
+    const RestoreStep& step = restoreSteps[index];
+    if (config_.restoreFailure && step.progress >= config_.restoreFailure->atProgress) {
+        state_ = config_.restoreFailure->endState;
+        onBus_ = state_ != MacState::Off;
+        observer_.restoreFinished(*this, config_.restoreFailure->status,
+                                  config_.restoreFailure->message);
+        notify();
+        return;
+    }
+    observer_.restoreProgress(*this, QString::fromLatin1(step.step), step.progress);
+    if (index + 1 < restoreSteps.size()) {
+        restoreTimer_ =
+            scheduler_.after(timing_.restoreStepSeconds, [this, index] { restoreStep(index + 1); });
+        return;
+    }
+    observer_.restoreFinished(*this, 0, QStringLiteral("Restore succeeded."));
+    startUp(MacState::Booted, timing_.bootSeconds);
+}
+
+void Mac::abortRestore(int status, const QString& message) {
+    if (state_ != MacState::Restoring)
+        return;
+    scheduler_.cancel(restoreTimer_);
+    restoreTimer_ = 0;
+    observer_.restoreFinished(*this, status, message);
+}
+
+}  // namespace sim

@@ -1,0 +1,178 @@
+#include "Station.h"
+
+namespace sim {
+
+QString ecidText(std::uint64_t ecid) {
+    return QStringLiteral("0x") + QString::number(static_cast<qulonglong>(ecid), 16).toUpper();
+}
+
+Station::Station(StationConfig config, Scheduler& scheduler)
+    : config_(std::move(config)), scheduler_(scheduler) {
+    int number = 1;
+    for (const HubConfig& hubConfig : config_.hubs) {
+        auto hub = std::make_unique<Hub>(hubConfig, number++, scheduler_, config_.timing,
+                                         [this] { publishUsb(); });
+        for (const MacConfig& macConfig : hubConfig.macs) {
+            macs_.push_back(std::make_unique<Mac>(macConfig, hubConfig.serial, scheduler_,
+                                                  config_.timing, *this));
+            hub->attach(macConfig.port, macs_.back().get());
+        }
+        scheduleVanishing(*hub);
+        hubs_.push_back(std::move(hub));
+    }
+    if (config_.localDfu) {
+        macs_.push_back(
+            std::make_unique<Mac>(*config_.localDfu, 0, scheduler_, config_.timing, *this));
+        localMac_ = macs_.back().get();
+    }
+    building_ = false;
+    publishUsb();
+}
+
+Station::~Station() {
+    for (Scheduler::Token token : timers_) scheduler_.cancel(token);
+    // Macs first: their timers may still call back into the station.
+    macs_.clear();
+}
+
+void Station::scheduleVanishing(Hub& hub) {
+    if (!hub.config().vanishAfter)
+        return;
+    Hub* target = &hub;
+    timers_.push_back(scheduler_.after(*hub.config().vanishAfter, [this, target] {
+        target->setPresent(false);
+        if (target->config().returnAfter)
+            timers_.push_back(scheduler_.after(*target->config().returnAfter,
+                                               [target] { target->setPresent(true); }));
+    }));
+}
+
+Hub* Station::hubBySerial(std::uint32_t serial) const {
+    for (const auto& hub : hubs_)
+        if (hub->serial() == serial)
+            return hub.get();
+    return nullptr;
+}
+
+Mac* Station::macByEcid(std::uint64_t ecid) const {
+    for (const auto& mac : macs_)
+        if (mac->config().ecid == ecid)
+            return mac.get();
+    return nullptr;
+}
+
+std::vector<Mac*> Station::macs() const {
+    std::vector<Mac*> result;
+    for (const auto& hub : hubs_)
+        for (int port = 0; port < Hub::entityCount; ++port)
+            if (Mac* mac = hub->macAt(port))
+                result.push_back(mac);
+    if (localMac_ != nullptr)
+        result.push_back(localMac_);
+    return result;
+}
+
+bool Station::onBus(const Mac& mac) const {
+    if (!mac.onBus())
+        return false;
+    const Hub* hub = hubBySerial(mac.hubSerial());
+    return mac.hubSerial() == 0 || (hub != nullptr && hub->present());
+}
+
+std::uint32_t Station::location(const Mac& mac) const {
+    if (mac.hubSerial() == 0)
+        return 0x00100000u;
+    const Hub* hub = hubBySerial(mac.hubSerial());
+    return hub->location() | static_cast<std::uint32_t>(mac.config().port) << 16;
+}
+
+QJsonObject Station::macEntry(const Mac& mac) const {
+    const MacConfig& config = mac.config();
+    return {{QStringLiteral("ecid"), ecidText(config.ecid)},
+            {QStringLiteral("udid"),
+             QStringLiteral("00008103-%1")
+                 .arg(static_cast<qulonglong>(config.ecid), 16, 16, QLatin1Char('0'))
+                 .toUpper()},
+            {QStringLiteral("deviceType"), config.deviceType},
+            {QStringLiteral("name"), config.name},
+            {QStringLiteral("serialNumber"), config.serialNumber},
+            {QStringLiteral("locationID"), static_cast<qint64>(location(mac))},
+            {QStringLiteral("state"), macStateName(mac.state())},
+            {QStringLiteral("onBus"), onBus(mac)},
+            {QStringLiteral("hub"), static_cast<qint64>(mac.hubSerial())},
+            {QStringLiteral("port"), config.port},
+            {QStringLiteral("garbledRestoreOutput"), config.garbledRestoreOutput}};
+}
+
+int Station::startRestore(std::uint64_t ecid, QString* message) {
+    Mac* mac = macByEcid(ecid);
+    if (mac == nullptr) {
+        *message = QStringLiteral("No device with ECID %1.").arg(ecidText(ecid));
+        return code::notFound;
+    }
+    if (!onBus(*mac)) {
+        *message = QStringLiteral("The device is not on the bus.");
+        return 7;
+    }
+    return mac->startRestore(message);
+}
+
+int Station::cancelRestore(std::uint64_t ecid, QString* message) {
+    Mac* mac = macByEcid(ecid);
+    if (mac == nullptr) {
+        *message = QStringLiteral("No device with ECID %1.").arg(ecidText(ecid));
+        return code::notFound;
+    }
+    return mac->cancelRestore(message);
+}
+
+void Station::macChanged(Mac& mac) {
+    if (building_)
+        return;
+    publishUsb();
+    emitEvent(QStringLiteral("macs"), QStringLiteral("mac.changed"),
+              {{QStringLiteral("mac"), macEntry(mac)}});
+}
+
+void Station::restoreProgress(Mac& mac, const QString& step, double progress) {
+    emitEvent(QStringLiteral("restore"), QStringLiteral("restore.progress"),
+              {{QStringLiteral("ecid"), ecidText(mac.config().ecid)},
+               {QStringLiteral("step"), step},
+               {QStringLiteral("progress"), progress}});
+}
+
+void Station::restoreFinished(Mac& mac, int status, const QString& message) {
+    emitEvent(QStringLiteral("restore"), QStringLiteral("restore.finished"),
+              {{QStringLiteral("ecid"), ecidText(mac.config().ecid)},
+               {QStringLiteral("status"), status},
+               {QStringLiteral("message"), message}});
+}
+
+void Station::publishUsb() {
+    if (building_)
+        return;
+    QList<QJsonObject> current;
+    for (const auto& hub : hubs_) {
+        if (!hub->present())
+            continue;
+        current << hubUsbDevice(*hub) << hubStemUsbDevice(*hub);
+        for (int port = 0; port < Hub::entityCount; ++port) {
+            const Mac* mac = hub->macAt(port);
+            if (mac != nullptr && mac->onBus())
+                current << macUsbDevice(*mac, location(*mac));
+        }
+    }
+    if (localMac_ != nullptr && localMac_->onBus())
+        current << macUsbDevice(*localMac_, location(*localMac_));
+    for (const UsbChange& change : bus_.update(current))
+        emitEvent(QStringLiteral("usb"),
+                  change.added ? QStringLiteral("usb.added") : QStringLiteral("usb.removed"),
+                  {{QStringLiteral("device"), change.device}});
+}
+
+void Station::emitEvent(const QString& topic, const QString& name, const QJsonObject& payload) {
+    if (sink_)
+        sink_(topic, name, payload);
+}
+
+}  // namespace sim

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Hub.h"
+#include "Mac.h"
+#include "Scheduler.h"
+#include "StationConfig.h"
+#include "UsbBus.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace sim {
+
+QString ecidText(std::uint64_t ecid);  // "0x" and upper-case hexadecimal digits
+
+// The whole bench: hubs, the Macs on their ports and on the host's DFU port, and the USB bus
+// they show up on. Every change is published as USB and Mac events to the sink.
+class Station final : public MacObserver {
+  public:
+    using EventSink =
+        std::function<void(const QString& topic, const QString& name, const QJsonObject& payload)>;
+
+    Station(StationConfig config, Scheduler& scheduler);
+    ~Station() override;
+    Station(const Station&) = delete;
+    Station& operator=(const Station&) = delete;
+
+    void setEventSink(EventSink sink) { sink_ = std::move(sink); }
+    const StationConfig& config() const { return config_; }
+    Scheduler& scheduler() { return scheduler_; }
+
+    const std::vector<std::unique_ptr<Hub>>& hubs() const { return hubs_; }
+    Hub* hubBySerial(std::uint32_t serial) const;
+    Mac* macByEcid(std::uint64_t ecid) const;
+    Mac* localMac() const { return localMac_; }
+    // Hub Macs in hub and port order, then the local one.
+    std::vector<Mac*> macs() const;
+
+    bool onBus(const Mac& mac) const;
+    std::uint32_t location(const Mac& mac) const;
+    QJsonArray usbDevices() const { return bus_.devices(); }
+    QJsonObject macEntry(const Mac& mac) const;
+
+    int startRestore(std::uint64_t ecid, QString* message);
+    int cancelRestore(std::uint64_t ecid, QString* message);
+
+    void macChanged(Mac& mac) override;
+    void restoreProgress(Mac& mac, const QString& step, double progress) override;
+    void restoreFinished(Mac& mac, int status, const QString& message) override;
+
+  private:
+    void publishUsb();
+    void emitEvent(const QString& topic, const QString& name, const QJsonObject& payload);
+    void scheduleVanishing(Hub& hub);
+
+    StationConfig config_;
+    Scheduler& scheduler_;
+    EventSink sink_;
+    std::vector<std::unique_ptr<Hub>> hubs_;
+    std::vector<std::unique_ptr<Mac>> macs_;
+    Mac* localMac_ = nullptr;
+    UsbBus bus_;
+    std::vector<Scheduler::Token> timers_;
+    bool building_ = true;
+};
+
+}  // namespace sim

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace sim {
+
+enum class MacState { Off, Booted, Dfu, Recovery, Restoring };
+
+QString macStateName(MacState state);
+std::optional<MacState> macStateFromName(const QString& name);
+
+struct RestoreFailure {
+    double atProgress = 0.5;
+    int status = 21;
+    QString message;
+    MacState endState = MacState::Recovery;
+};
+
+struct MacConfig {
+    int port = 0;  // hub port; 0 for the Mac on the host's DFU port
+    std::uint64_t ecid = 0;
+    QString serialNumber;
+    QString deviceType;
+    QString name;
+    MacState state = MacState::Booted;
+    bool ignoresDfu = false;
+    bool garbledRestoreOutput = false;
+    std::optional<RestoreFailure> restoreFailure;
+};
+
+// Result codes handed out, one a call, instead of the normal answer.
+struct FaultConfig {
+    QString call;    // "port.setEnabled", "pd.setUEIBytes", "system.getVersion", "connect", ...
+    int index = -1;  // entity index, or -1 for every entity
+    std::vector<std::uint32_t> results;
+    bool repeat = false;
+};
+
+struct HubConfig {
+    std::uint32_t serial = 0;
+    std::uint32_t usbId = 0;
+    std::uint32_t firmware = 0;  // packed: major bits 28-31, minor 24-27, patch 0-23
+    std::uint8_t inputPowerSource = 7;
+    std::uint32_t powerLimit = 100000;     // mW, what the input supplies
+    std::uint32_t powerLimitMax = 100000;  // mW, the configurable ceiling
+    std::optional<double> vanishAfter;
+    std::optional<double> returnAfter;
+    std::vector<FaultConfig> faults;
+    std::vector<MacConfig> macs;
+};
+
+struct Timing {
+    double bootSeconds = 6.0;
+    double dfuSeconds = 2.0;
+    double hubResetSeconds = 3.0;
+    double restoreStepSeconds = 1.0;
+    int rebootsForRecovery = 3;
+};
+
+struct StationConfig {
+    QString source;  // the file it came from, or "<default>"
+    Timing timing;
+    bool garbledList = false;
+    std::vector<HubConfig> hubs;
+    std::optional<MacConfig> localDfu;
+};
+
+struct StationLoad {
+    std::optional<StationConfig> station;
+    QStringList errors;  // "file: field: reason"
+};
+
+// Parses and validates a station; every problem found is reported, not just the first.
+StationLoad parseStation(const QByteArray& json, const QString& fileName);
+StationLoad loadStationFile(const QString& path);
+StationConfig defaultStation();
+
+std::uint32_t packVersion(unsigned major, unsigned minor, unsigned patch);
+QString versionText(std::uint32_t packed);
+
+}  // namespace sim

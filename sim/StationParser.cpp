@@ -1,0 +1,348 @@
+#include "StationConfig.h"
+#include "StationReader.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSet>
+
+namespace sim {
+
+namespace {
+
+constexpr std::uint64_t maxEcid = 0xFFFFFFFFFFFFFFFFull;
+
+std::optional<std::uint32_t> parseVersion(const QString& written) {
+    const QStringList parts = written.split(u'.');
+    if (parts.size() != 3)
+        return std::nullopt;
+    bool ok[3] = {};
+    const unsigned major = parts[0].toUInt(&ok[0]);
+    const unsigned minor = parts[1].toUInt(&ok[1]);
+    const unsigned patch = parts[2].toUInt(&ok[2]);
+    if (!ok[0] || !ok[1] || !ok[2] || major > 15 || minor > 15 || patch > 0xFFFFFF)
+        return std::nullopt;
+    return packVersion(major, minor, patch);
+}
+
+std::optional<MacState> readState(StationReader& reader, const QJsonObject& object,
+                                  const QString& path, const char* key, bool allowRestoring) {
+    const auto name = reader.text(object, path, key);
+    if (!name)
+        return std::nullopt;
+    const auto state = macStateFromName(*name);
+    if (!state || (*state == MacState::Restoring && !allowRestoring)) {
+        reader.error(StationReader::join(path, QLatin1String(key)),
+                     QStringLiteral("must be one of off, booted, dfu, recovery"));
+        return std::nullopt;
+    }
+    return state;
+}
+
+std::optional<RestoreFailure> readFailure(StationReader& reader, const QJsonValue& value,
+                                          const QString& path) {
+    if (!value.isObject()) {
+        reader.error(path, QStringLiteral("must be an object"));
+        return std::nullopt;
+    }
+    const QJsonObject object = value.toObject();
+    reader.rejectUnknown(object, path, {"atProgress", "status", "message", "endState"});
+    RestoreFailure failure;
+    failure.atProgress = reader.number(object, path, "atProgress", 0.0, 1.0, true).value_or(0.5);
+    failure.status = static_cast<int>(reader.integer(object, path, "status", 1, 255).value_or(21));
+    failure.message = reader.text(object, path, "message")
+                          .value_or(QStringLiteral("libusbrestore error:%1").arg(failure.status));
+    failure.endState =
+        readState(reader, object, path, "endState", false).value_or(MacState::Recovery);
+    return failure;
+}
+
+MacConfig readMac(StationReader& reader, const QJsonObject& object, const QString& path,
+                  bool onHub) {
+    if (onHub) {
+        reader.rejectUnknown(object, path,
+                             {"port", "ecid", "serialNumber", "deviceType", "name", "state",
+                              "ignoresDFU", "garbledRestoreOutput", "restoreFailure"});
+    } else {
+        reader.rejectUnknown(object, path,
+                             {"ecid", "serialNumber", "deviceType", "name", "state", "ignoresDFU",
+                              "garbledRestoreOutput", "restoreFailure"});
+    }
+    MacConfig mac;
+    if (onHub) {
+        if (!object.contains(QLatin1String("port"))) {
+            reader.error(StationReader::join(path, QStringLiteral("port")),
+                         QStringLiteral("is required"));
+        } else if (const auto port = object.value(QLatin1String("port"));
+                   !port.isDouble() || port.toDouble() < 1 || port.toDouble() > 5 ||
+                   port.toDouble() != static_cast<int>(port.toDouble())) {
+            reader.error(StationReader::join(path, QStringLiteral("port")),
+                         QStringLiteral("must be an integer from 1 to 5 (port 0 feeds the hub, 6 "
+                                        "and 7 are its control and power ports)"));
+        } else {
+            mac.port = port.toInt();
+        }
+    }
+    mac.ecid = reader.identifier(object, path, "ecid", maxEcid, true).value_or(0);
+    mac.serialNumber = reader.text(object, path, "serialNumber", true).value_or(QString());
+    if (mac.serialNumber.contains(u'-') || mac.serialNumber.contains(QLatin1String("ECID")) ||
+        (object.contains(QLatin1String("serialNumber")) && mac.serialNumber.isEmpty()))
+        reader.error(StationReader::join(path, QStringLiteral("serialNumber")),
+                     QStringLiteral("must be a plain serial number (no \"-\" or \"ECID\")"));
+    mac.deviceType = reader.text(object, path, "deviceType").value_or(QStringLiteral("Macmini9,1"));
+    mac.name =
+        reader.text(object, path, "name").value_or(QStringLiteral("Mac %1").arg(mac.serialNumber));
+    mac.state = readState(reader, object, path, "state", false).value_or(MacState::Booted);
+    mac.ignoresDfu = reader.boolean(object, path, "ignoresDFU").value_or(false);
+    mac.garbledRestoreOutput = reader.boolean(object, path, "garbledRestoreOutput").value_or(false);
+    if (object.contains(QLatin1String("restoreFailure")))
+        mac.restoreFailure =
+            readFailure(reader, object.value(QLatin1String("restoreFailure")),
+                        StationReader::join(path, QStringLiteral("restoreFailure")));
+    return mac;
+}
+
+FaultConfig readFault(StationReader& reader, const QJsonObject& object, const QString& path) {
+    reader.rejectUnknown(object, path, {"call", "index", "results", "repeat"});
+    FaultConfig fault;
+    fault.call = reader.text(object, path, "call", true).value_or(QString());
+    fault.index = static_cast<int>(reader.integer(object, path, "index", 0, 7).value_or(-1));
+    fault.repeat = reader.boolean(object, path, "repeat").value_or(false);
+    const QString field = StationReader::join(path, QStringLiteral("results"));
+    const QJsonValue results = object.value(QLatin1String("results"));
+    if (!results.isArray() || results.toArray().isEmpty()) {
+        reader.error(field, QStringLiteral("must be a non-empty array of result codes"));
+        return fault;
+    }
+    const QJsonArray codes = results.toArray();
+    for (qsizetype i = 0; i < codes.size(); ++i) {
+        const double code = codes[i].toDouble(-1);
+        if (!codes[i].isDouble() || code < 0 || code > 255 || code != static_cast<int>(code))
+            reader.error(QStringLiteral("%1[%2]").arg(field).arg(i),
+                         QStringLiteral("must be a result code from 0 to 255"));
+        else
+            fault.results.push_back(static_cast<std::uint32_t>(code));
+    }
+    return fault;
+}
+
+template <typename Read>
+void readArray(StationReader& reader, const QJsonObject& object, const QString& path,
+               const char* key, Read read) {
+    const QString field = StationReader::join(path, QLatin1String(key));
+    const QJsonValue value = object.value(QLatin1String(key));
+    if (value.isUndefined())
+        return;
+    if (!value.isArray()) {
+        reader.error(field, QStringLiteral("must be an array"));
+        return;
+    }
+    const QJsonArray items = value.toArray();
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        const QString itemPath = QStringLiteral("%1[%2]").arg(field).arg(i);
+        if (!items[i].isObject())
+            reader.error(itemPath, QStringLiteral("must be an object"));
+        else
+            read(items[i].toObject(), itemPath);
+    }
+}
+
+HubConfig readHub(StationReader& reader, const QJsonObject& object, const QString& path) {
+    reader.rejectUnknown(object, path,
+                         {"serial", "usbID", "firmware", "inputPowerSource", "powerLimit",
+                          "powerLimitMax", "vanishAfter", "returnAfter", "faults", "macs"});
+    HubConfig hub;
+    hub.serial = static_cast<std::uint32_t>(
+        reader.identifier(object, path, "serial", 0xFFFFFFFF, true).value_or(0));
+    hub.usbId = static_cast<std::uint32_t>(
+        reader.integer(object, path, "usbID", 0, 0xFFFFFFFF).value_or(0));
+    hub.firmware = packVersion(2, 10, 4);
+    if (const auto written = reader.text(object, path, "firmware")) {
+        if (const auto packed = parseVersion(*written))
+            hub.firmware = *packed;
+        else
+            reader.error(
+                StationReader::join(path, QStringLiteral("firmware")),
+                QStringLiteral("must be \"major.minor.patch\" (major and minor up to 15)"));
+    }
+    hub.inputPowerSource = static_cast<std::uint8_t>(
+        reader.integer(object, path, "inputPowerSource", 0, 255).value_or(7));
+    hub.powerLimit = static_cast<std::uint32_t>(
+        reader.integer(object, path, "powerLimit", 0, 0xFFFFFFFF).value_or(100000));
+    hub.powerLimitMax = static_cast<std::uint32_t>(
+        reader.integer(object, path, "powerLimitMax", 0, 0xFFFFFFFF).value_or(hub.powerLimit));
+    hub.vanishAfter = reader.number(object, path, "vanishAfter", 0, 1e9);
+    hub.returnAfter = reader.number(object, path, "returnAfter", 0, 1e9);
+    if (hub.returnAfter && !hub.vanishAfter)
+        reader.error(StationReader::join(path, QStringLiteral("returnAfter")),
+                     QStringLiteral("needs vanishAfter"));
+    readArray(reader, object, path, "faults",
+              [&](const QJsonObject& item, const QString& itemPath) {
+                  hub.faults.push_back(readFault(reader, item, itemPath));
+              });
+    QSet<int> ports;
+    readArray(reader, object, path, "macs", [&](const QJsonObject& item, const QString& itemPath) {
+        MacConfig mac = readMac(reader, item, itemPath, true);
+        if (mac.port != 0 && ports.contains(mac.port))
+            reader.error(StationReader::join(itemPath, QStringLiteral("port")),
+                         QStringLiteral("port %1 already has a Mac").arg(mac.port));
+        ports.insert(mac.port);
+        hub.macs.push_back(std::move(mac));
+    });
+    return hub;
+}
+
+Timing readTiming(StationReader& reader, const QJsonObject& root) {
+    Timing timing;
+    const QJsonValue value = root.value(QLatin1String("timing"));
+    if (value.isUndefined())
+        return timing;
+    if (!value.isObject()) {
+        reader.error(QStringLiteral("timing"), QStringLiteral("must be an object"));
+        return timing;
+    }
+    const QJsonObject object = value.toObject();
+    const QString path = QStringLiteral("timing");
+    reader.rejectUnknown(object, path,
+                         {"bootSeconds", "dfuSeconds", "hubResetSeconds", "restoreStepSeconds",
+                          "rebootsForRecovery"});
+    timing.bootSeconds =
+        reader.number(object, path, "bootSeconds", 0, 3600).value_or(timing.bootSeconds);
+    timing.dfuSeconds =
+        reader.number(object, path, "dfuSeconds", 0, 3600).value_or(timing.dfuSeconds);
+    timing.hubResetSeconds =
+        reader.number(object, path, "hubResetSeconds", 0, 3600).value_or(timing.hubResetSeconds);
+    timing.restoreStepSeconds = reader.number(object, path, "restoreStepSeconds", 0, 3600)
+                                    .value_or(timing.restoreStepSeconds);
+    timing.rebootsForRecovery =
+        static_cast<int>(reader.integer(object, path, "rebootsForRecovery", 1, 100)
+                             .value_or(timing.rebootsForRecovery));
+    return timing;
+}
+
+void checkUnique(StationReader& reader, const StationConfig& station) {
+    QSet<std::uint32_t> serials;
+    QSet<std::uint64_t> ecids;
+    auto checkEcid = [&](const MacConfig& mac, const QString& path) {
+        if (mac.ecid != 0 && ecids.contains(mac.ecid))
+            reader.error(path + QStringLiteral(".ecid"),
+                         QStringLiteral("another Mac has this ECID"));
+        ecids.insert(mac.ecid);
+    };
+    for (std::size_t h = 0; h < station.hubs.size(); ++h) {
+        const HubConfig& hub = station.hubs[h];
+        if (hub.serial != 0 && serials.contains(hub.serial))
+            reader.error(QStringLiteral("hubs[%1].serial").arg(h),
+                         QStringLiteral("another hub has this serial"));
+        serials.insert(hub.serial);
+        for (std::size_t m = 0; m < hub.macs.size(); ++m)
+            checkEcid(hub.macs[m], QStringLiteral("hubs[%1].macs[%2]").arg(h).arg(m));
+    }
+    if (station.localDfu)
+        checkEcid(*station.localDfu, QStringLiteral("localDFU"));
+}
+
+}  // namespace
+
+StationLoad parseStation(const QByteArray& json, const QString& fileName) {
+    StationLoad load;
+    StationReader reader(fileName, load.errors);
+    QJsonParseError parseError{};
+    const QJsonDocument document = QJsonDocument::fromJson(json, &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
+        reader.error(QStringLiteral("(document)"),
+                     parseError.error != QJsonParseError::NoError
+                         ? QStringLiteral("not valid JSON: %1 at offset %2")
+                               .arg(parseError.errorString())
+                               .arg(parseError.offset)
+                         : QStringLiteral("must be a JSON object"));
+        return load;
+    }
+    const QJsonObject root = document.object();
+    reader.rejectUnknown(root, QString(), {"timing", "cfgutil", "hubs", "localDFU"});
+    StationConfig station;
+    station.source = fileName;
+    station.timing = readTiming(reader, root);
+    if (root.contains(QLatin1String("cfgutil"))) {
+        if (!root.value(QLatin1String("cfgutil")).isObject())
+            reader.error(QStringLiteral("cfgutil"), QStringLiteral("must be an object"));
+        const QJsonObject cfgutil = root.value(QLatin1String("cfgutil")).toObject();
+        reader.rejectUnknown(cfgutil, QStringLiteral("cfgutil"), {"garbledList"});
+        station.garbledList =
+            reader.boolean(cfgutil, QStringLiteral("cfgutil"), "garbledList").value_or(false);
+    }
+    if (!root.value(QLatin1String("hubs")).isArray())
+        reader.error(QStringLiteral("hubs"), QStringLiteral("must be an array of hubs"));
+    readArray(reader, root, QString(), "hubs", [&](const QJsonObject& item, const QString& path) {
+        station.hubs.push_back(readHub(reader, item, path));
+    });
+    if (station.hubs.size() > 15)
+        reader.error(QStringLiteral("hubs"),
+                     QStringLiteral("at most 15 hubs fit on one USB bus position nibble"));
+    const QJsonValue local = root.value(QLatin1String("localDFU"));
+    if (local.isObject())
+        station.localDfu = readMac(reader, local.toObject(), QStringLiteral("localDFU"), false);
+    else if (!local.isUndefined() && !local.isNull())
+        reader.error(QStringLiteral("localDFU"), QStringLiteral("must be an object or null"));
+    checkUnique(reader, station);
+    if (load.errors.isEmpty())
+        load.station = std::move(station);
+    return load;
+}
+
+StationLoad loadStationFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        StationLoad load;
+        load.errors
+            << QStringLiteral("%1: (file): cannot be read: %2").arg(path, file.errorString());
+        return load;
+    }
+    return parseStation(file.readAll(), path);
+}
+
+StationConfig defaultStation() {
+    QFile file(QStringLiteral(":/sim/stations/default.json"));
+    file.open(QIODevice::ReadOnly);
+    StationLoad load = parseStation(file.readAll(), QStringLiteral("<default>"));
+    // The compiled-in station is checked by the tests; a broken one is a build defect.
+    Q_ASSERT(load.station);
+    return load.station.value_or(StationConfig{});
+}
+
+std::uint32_t packVersion(unsigned major, unsigned minor, unsigned patch) {
+    return (major & 0xFu) << 28 | (minor & 0xFu) << 24 | (patch & 0xFFFFFFu);
+}
+
+QString versionText(std::uint32_t packed) {
+    return QStringLiteral("%1.%2.%3")
+        .arg(packed >> 28)
+        .arg((packed >> 24) & 0xF)
+        .arg(packed & 0xFFFFFF);
+}
+
+QString macStateName(MacState state) {
+    switch (state) {
+        case MacState::Off:
+            return QStringLiteral("off");
+        case MacState::Booted:
+            return QStringLiteral("booted");
+        case MacState::Dfu:
+            return QStringLiteral("dfu");
+        case MacState::Recovery:
+            return QStringLiteral("recovery");
+        case MacState::Restoring:
+            return QStringLiteral("restoring");
+    }
+    return QString();
+}
+
+std::optional<MacState> macStateFromName(const QString& name) {
+    for (MacState state :
+         {MacState::Off, MacState::Booted, MacState::Dfu, MacState::Recovery, MacState::Restoring})
+        if (macStateName(state) == name)
+            return state;
+    return std::nullopt;
+}
+
+}  // namespace sim

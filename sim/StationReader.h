@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+
+namespace sim {
+
+// Typed reads of one station file's JSON that record "file: field: reason" for every problem and
+// let parsing carry on, so one run reports all of them.
+class StationReader {
+  public:
+    StationReader(QString fileName, QStringList& errors);
+
+    void error(const QString& field, const QString& reason);
+    static QString join(const QString& path, const QString& key);
+
+    void rejectUnknown(const QJsonObject& object, const QString& path,
+                       std::initializer_list<const char*> known);
+
+    std::optional<qint64> integer(const QJsonObject& object, const QString& path, const char* key,
+                                  qint64 minimum, qint64 maximum, bool required = false);
+    std::optional<double> number(const QJsonObject& object, const QString& path, const char* key,
+                                 double minimum, double maximum, bool required = false);
+    std::optional<QString> text(const QJsonObject& object, const QString& path, const char* key,
+                                bool required = false);
+    std::optional<bool> boolean(const QJsonObject& object, const QString& path, const char* key);
+    // "0x…" hexadecimal text, or a plain JSON integer.
+    std::optional<std::uint64_t> identifier(const QJsonObject& object, const QString& path,
+                                            const char* key, std::uint64_t maximum,
+                                            bool required = false);
+
+  private:
+    QString fileName_;
+    QStringList& errors_;
+};
+
+}  // namespace sim

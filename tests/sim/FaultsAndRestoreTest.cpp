@@ -1,0 +1,131 @@
+#include "StationFixture.h"
+
+using namespace simtest;
+
+namespace {
+
+const QByteArray faultyStation = R"({
+  "timing": {"bootSeconds": 4, "dfuSeconds": 1, "restoreStepSeconds": 1},
+  "hubs": [
+    {"serial": "0x0000BEEF", "vanishAfter": 10, "returnAfter": 5,
+     "faults": [{"call": "port.setEnabled", "index": 3, "results": [3, 3]},
+                {"call": "system.getVersion", "results": [6], "repeat": true},
+                {"call": "connect", "results": [3]}],
+     "macs": [
+       {"port": 1, "ecid": "0x1001", "serialNumber": "AAAA111111", "state": "dfu",
+        "restoreFailure": {"atProgress": 0.5, "status": 21, "message": "libusbrestore error:21"}},
+       {"port": 2, "ecid": "0x1002", "serialNumber": "BBBB222222", "ignoresDFU": true},
+       {"port": 3, "ecid": "0x1003", "serialNumber": "CCCC333333", "state": "recovery"}]},
+    {"serial": 48879000}
+  ]
+})";
+constexpr qint64 hub = 0xBEEF;
+
+class Faults : public StationTest {
+  protected:
+    void SetUp() override { startFromJson(faultyStation); }
+};
+
+TEST_F(Faults, ScriptedResultCodesAreAnsweredInOrderWithoutActing) {
+    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
+    EXPECT_EQ(stem("port.setEnabled", hub, 2, {{"value", 1}}), 0) << "another port is not scripted";
+    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
+    EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), true)
+        << "a refused call does nothing";
+    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 0);
+    EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), false);
+    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 1}}), 0) << "the script is used up";
+
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(stem("system.getVersion", hub, 0), 6) << "a hard error";
+
+    const QJsonObject first = call("stem.connect", {{"linkType", 1}, {"serial", hub}});
+    EXPECT_EQ(first.value("result").toInt(), 3);
+    const QJsonObject second = call("stem.connect", {{"linkType", 1}, {"serial", hub}});
+    EXPECT_EQ(second.value("result").toInt(), 0);
+    EXPECT_EQ(second.value("serial").toInteger(), hub);
+}
+
+TEST_F(Faults, MacThatIgnoresDfuStaysBooted) {
+    EXPECT_EQ(message(hub, 2, dfuBytes), 0);
+    clock_.advance(9);  // the hub itself vanishes at 10
+    EXPECT_EQ(macNamed("BBBB222222").value("state").toString(), "booted");
+    EXPECT_TRUE(eventsNamed("usb.removed").empty());
+}
+
+TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilItReturns) {
+    auto discovered = [this] {
+        return call("stem.discover", {{"linkType", 1}}).value("specs").toArray();
+    };
+    ASSERT_EQ(discovered().size(), 2);
+    clock_.advance(10);
+    ASSERT_EQ(discovered().size(), 1);
+    EXPECT_EQ(discovered()[0].toObject().value("serial_num").toInteger(), 48879000);
+    EXPECT_EQ(stem("port.getEnabled", hub, 1), 25);
+    EXPECT_FALSE(call("stem.isConnected", {{"serial", hub}}).value("connected").toBool());
+    EXPECT_EQ(call("stem.connect", {{"linkType", 1}, {"serial", hub}}).value("result").toInt(), 3);
+    EXPECT_TRUE(usbAt(0x01100000).isEmpty());
+    EXPECT_TRUE(usbAt(0x01110000).isEmpty()) << "its Macs go with it";
+    EXPECT_EQ(eventsNamed("usb.removed").size(), 5u);  // hub, stem, three Macs
+    EXPECT_FALSE(macNamed("AAAA111111").value("onBus").toBool());
+    EXPECT_EQ(macNamed("AAAA111111").value("state").toString(), "dfu") << "still powered";
+
+    clock_.advance(5);
+    EXPECT_EQ(discovered().size(), 2);
+    EXPECT_EQ(usbAt(0x01110000).value("idProduct").toInt(), 0x1227);
+}
+
+TEST_F(Faults, RestoreReportsProgressAndEndsBooted) {
+    startFromJson(R"({"hubs": [{"serial": 7, "macs": [
+        {"port": 4, "ecid": "0xABC", "serialNumber": "DDDD444444", "state": "dfu"}]}]})");
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0xABC"}, {"ipsw", ""}}).value("result").toInt(), 0);
+    EXPECT_EQ(call("mac.restore", {{"ecid", "0xABC"}}).value("result").toInt(), 5);
+    EXPECT_EQ(macNamed("DDDD444444").value("state").toString(), "restoring");
+    clock_.advance(10);
+    const auto progress = eventsNamed("restore.progress");
+    ASSERT_EQ(progress.size(), 10u);
+    double last = -1;
+    for (const Event& event : progress) {
+        EXPECT_EQ(event.payload.value("ecid").toString(), "0xABC");
+        EXPECT_FALSE(event.payload.value("step").toString().isEmpty());
+        EXPECT_GE(event.payload.value("progress").toDouble(), last);
+        last = event.payload.value("progress").toDouble();
+    }
+    EXPECT_EQ(last, 1.0);
+    const auto finished = eventsNamed("restore.finished");
+    ASSERT_EQ(finished.size(), 1u);
+    EXPECT_EQ(finished[0].payload.value("status").toInt(), 0);
+    clock_.advance(6);
+    EXPECT_EQ(macNamed("DDDD444444").value("state").toString(), "booted");
+}
+
+TEST_F(Faults, RestoreFailsWhereTheStationSaysAndCancelLeavesDfu) {
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0x1001"}}).value("result").toInt(), 0);
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0x1003"}}).value("result").toInt(), 0)
+        << "from recovery";
+    clock_.advance(2);
+    ASSERT_EQ(call("mac.cancelRestore", {{"ecid", "0x1003"}}).value("result").toInt(), 0);
+    EXPECT_EQ(macNamed("CCCC333333").value("state").toString(), "dfu");
+    clock_.advance(10);
+    const auto finished = eventsNamed("restore.finished");
+    ASSERT_EQ(finished.size(), 2u);
+    EXPECT_EQ(finished[0].payload.value("status").toInt(), 23);
+    EXPECT_EQ(finished[1].payload.value("ecid").toString(), "0x1001");
+    EXPECT_EQ(finished[1].payload.value("status").toInt(), 21);
+    EXPECT_EQ(finished[1].payload.value("message").toString(), "libusbrestore error:21");
+    for (const Event& event : eventsNamed("restore.progress")) {
+        if (event.payload.value("ecid").toString() == "0x1001") {
+            EXPECT_LT(event.payload.value("progress").toDouble(), 0.5);
+        }
+    }
+    EXPECT_EQ(macNamed("AAAA111111").value("state").toString(), "recovery");
+}
+
+TEST_F(Faults, RestoreIsRefusedForMacsThatCannotBeRestored) {
+    EXPECT_EQ(call("mac.restore", {{"ecid", "0x1002"}}).value("result").toInt(), 7) << "booted";
+    EXPECT_EQ(call("mac.restore", {{"ecid", "0x9999"}}).value("result").toInt(), 3);
+    EXPECT_EQ(call("mac.restore", {{"ecid", "4097"}}).value("result").toInt(), 2);
+    EXPECT_EQ(call("mac.cancelRestore", {{"ecid", "0x1001"}}).value("result").toInt(), 7);
+    EXPECT_EQ(call("no.such.call").value("result").toInt(), 21);
+}
+
+}  // namespace

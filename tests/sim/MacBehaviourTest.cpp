@@ -1,0 +1,136 @@
+#include "StationFixture.h"
+
+using namespace simtest;
+
+namespace {
+
+constexpr qint64 port3 = 0x01130000;  // hub A, port 3
+const QString mac3 = QStringLiteral("F7NQ4XR2HT");
+
+class MacBehaviour : public StationTest {
+  protected:
+    void SetUp() override { start(sim::defaultStation()); }
+};
+
+TEST_F(MacBehaviour, DisabledPortDropsTheMacAndEnablingBootsItAfterTheBootDelay) {
+    const QString arrival = usbAt(port3).value("sessionID").toString();
+    ASSERT_EQ(stem("port.setEnabled", hubA, 3, {{"value", 0}}), 0);
+    EXPECT_TRUE(usbAt(port3).isEmpty());
+    EXPECT_EQ(macNamed(mac3).value("state").toString(), "off");
+    EXPECT_EQ(stem("pd.getCableOrientation", hubA, 3), 0);
+    const auto removed = eventsNamed("usb.removed");
+    ASSERT_EQ(removed.size(), 1u);
+    EXPECT_EQ(removed[0].payload.value("device").toObject().value("sessionID").toString(), arrival);
+
+    ASSERT_EQ(stem("port.setEnabled", hubA, 3, {{"value", 1}}), 0);
+    clock_.advance(5.9);
+    EXPECT_TRUE(usbAt(port3).isEmpty()) << "still starting up";
+    clock_.advance(0.2);
+    const QJsonObject back = usbAt(port3);
+    EXPECT_EQ(back.value("idProduct").toInt(), 0x1905);
+    EXPECT_EQ(back.value("kUSBSerialNumberString").toString(), mac3);
+    EXPECT_FALSE(back.contains("UsbAppleDeviceECID"));
+    EXPECT_NE(back.value("sessionID").toString(), arrival);
+    EXPECT_EQ(macNamed(mac3).value("state").toString(), "booted");
+}
+
+TEST_F(MacBehaviour, DfuMessageBringsThePoweredMacBackInDfuMode) {
+    ASSERT_EQ(message(hubA, 3, dfuBytes), 0);
+    EXPECT_TRUE(usbAt(port3).isEmpty());
+    clock_.advance(2.0);
+    const QJsonObject dfu = usbAt(port3);
+    EXPECT_EQ(dfu.value("idVendor").toInt(), 0x05AC);
+    EXPECT_EQ(dfu.value("idProduct").toInt(), 0x1227);
+    EXPECT_EQ(dfu.value("kUSBProductString").toString(), "Apple Mobile Device (DFU Mode)");
+    EXPECT_EQ(dfu.value("kUSBSerialNumberString").toString(),
+              "CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:0000E4C91D2A07B3 IBFL:3C "
+              "SRTG:[iBoot-7459.121.3]");
+    EXPECT_EQ(dfu.value("UsbAppleDeviceECID").toString(), QString::number(0xE4C91D2A07B3ull));
+    EXPECT_EQ(macNamed(mac3).value("state").toString(), "dfu");
+    // Only the addressed port's Mac moved.
+    EXPECT_EQ(usbAt(0x01120000).value("idProduct").toInt(), 0x1905);
+}
+
+TEST_F(MacBehaviour, MessagesThatReachNoRunningMacChangeNothing) {
+    ASSERT_EQ(stem("port.setEnabled", hubA, 2, {{"value", 0}}), 0);
+    EXPECT_EQ(message(hubA, 2, dfuBytes), 0);
+    EXPECT_EQ(message(hubA, 6, dfuBytes), 0) << "no Mac on port 6";
+    EXPECT_EQ(message(hubA, 3, "040000001280ac050701000000000180"), 0) << "unknown message";
+    clock_.advance(30);
+    EXPECT_EQ(macNamed(QStringLiteral("K9D2LM3V7Q")).value("state").toString(), "off");
+    EXPECT_EQ(usbAt(port3).value("idProduct").toInt(), 0x1905);
+    EXPECT_EQ(stem("pd.setUEIBytes", hubA, 3, {{"option", 47}, {"bytes", QString(dfuBytes)}}), 29);
+    EXPECT_EQ(message(hubA, 3, "0400"), 14);
+}
+
+TEST_F(MacBehaviour, RebootReturnsBootedAndRepeatedRebootsWhileStartingLandInRecovery) {
+    ASSERT_EQ(message(hubA, 3, rebootBytes), 0);
+    clock_.advance(1);
+    ASSERT_EQ(message(hubA, 3, rebootBytes), 0);  // two reboots during start-up: not yet
+    clock_.advance(1);
+    ASSERT_EQ(message(hubA, 3, rebootBytes), 0);
+    clock_.advance(6);
+    EXPECT_EQ(macNamed(mac3).value("state").toString(), "booted");
+
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(message(hubA, 3, rebootBytes), 0);
+        clock_.advance(1.5);
+    }
+    EXPECT_TRUE(usbAt(port3).isEmpty());
+    clock_.advance(6);
+    const QJsonObject recovery = usbAt(port3);
+    EXPECT_EQ(recovery.value("idProduct").toInt(), 0x1281);
+    EXPECT_EQ(recovery.value("kUSBProductString").toString(),
+              "Apple Mobile Device (Recovery Mode)");
+    EXPECT_FALSE(recovery.value("kUSBSerialNumberString").toString().contains("iBoot"));
+    EXPECT_TRUE(recovery.value("kUSBSerialNumberString").toString().endsWith("SRNM:[F7NQ4XR2HT]"));
+}
+
+TEST_F(MacBehaviour, PowerCycleThenDfuDuringStartUpEndsInDfu) {
+    // The port sequences power-cycle a port and send the message before the Mac is up again.
+    stem("port.setEnabled", hubA, 3, {{"value", 0}});
+    clock_.advance(1);
+    stem("port.setEnabled", hubA, 3, {{"value", 1}});
+    clock_.advance(3);
+    ASSERT_EQ(message(hubA, 3, dfuBytes), 0);
+    clock_.advance(2);
+    EXPECT_EQ(usbAt(port3).value("idProduct").toInt(), 0x1227);
+    clock_.advance(10);
+    EXPECT_EQ(usbAt(port3).value("idProduct").toInt(), 0x1227) << "the earlier boot was superseded";
+}
+
+TEST_F(MacBehaviour, HubResetPowerCyclesItsMacsAndComesBackWithSavedSettings) {
+    stem("port.setPowerMode", hubA, 1, {{"value", 4}});
+    ASSERT_EQ(stem("system.save", hubA, 0), 0);
+    stem("port.setPowerMode", hubA, 1, {{"value", 1}});
+    stem("port.setEnabled", hubA, 2, {{"value", 0}});
+    ASSERT_EQ(stem("system.reset", hubA, 0), 0);
+    EXPECT_TRUE(usbAt(0x01100000).isEmpty());
+    EXPECT_EQ(stem("port.getEnabled", hubA, 1), 25);
+    clock_.advance(3);
+    EXPECT_EQ(usbAt(0x01100000).value("kUSBProductString").toString(), "USBHub3c");
+    EXPECT_EQ(
+        call("stem.port.getPowerMode", {{"serial", hubA}, {"index", 1}}).value("value").toInt(), 4);
+    clock_.advance(6);
+    EXPECT_EQ(usbAt(0x01120000).value("idProduct").toInt(), 0x1905) << "port 2 enabled again";
+}
+
+TEST_F(MacBehaviour, LocalDfuPortMac) {
+    ASSERT_EQ(call("local.dfu").value("result").toInt(), 0);
+    clock_.advance(2);
+    EXPECT_EQ(usbAt(0x00100000).value("idProduct").toInt(), 0x1227);
+    EXPECT_EQ(macNamed("V7QK2M9XHN").value("locationID").toInteger(), 0x00100000);
+}
+
+TEST(MacMessages, OnlyTheTwoExactMessagesAreRecognised) {
+    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes)), sim::VendorMessage::Dfu);
+    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(rebootBytes)),
+              sim::VendorMessage::Reboot);
+    QByteArray almost = QByteArray::fromHex(dfuBytes);
+    almost[14] = 0;  // the DFU word 2 with the reboot word 3
+    EXPECT_EQ(sim::classifyVendorMessage(almost), sim::VendorMessage::Other);
+    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes).left(15)),
+              sim::VendorMessage::Other);
+}
+
+}  // namespace

@@ -1,0 +1,198 @@
+#include "Server.h"
+#include "StationFixture.h"
+
+#include "core/SimulatorConnection.h"
+#include "hubs/stem/SimulatorBackend.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+using namespace simtest;
+
+namespace {
+
+// The station served on a real socket in this process; blocking clients run on other threads
+// while the main thread serves.
+class Socket : public StationTest {
+  protected:
+    void SetUp() override {
+        start(sim::defaultStation());
+        server_ = std::make_unique<sim::Server>(*protocol_);
+        station_->setEventSink(
+            [this](const QString& topic, const QString& name, const QJsonObject& payload) {
+                server_->broadcast(topic, name, payload);
+            });
+        path_ = folder_.filePath("sim.sock");
+        QString error;
+        ASSERT_TRUE(server_->listen(path_, &error)) << error.toStdString();
+    }
+
+    template <typename Work>
+    void offMainThread(Work work) {
+        std::atomic<bool> done{false};
+        std::thread worker([&] {
+            work();
+            done = true;
+        });
+        const QDeadlineTimer deadline(20000);
+        while (!done && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        worker.join();
+    }
+
+    void serveUntil(const std::function<bool()>& condition) {
+        const QDeadlineTimer deadline(5000);
+        while (!condition() && !deadline.hasExpired())
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+
+    QTemporaryDir folder_;
+    QString path_;
+    std::unique_ptr<sim::Server> server_;
+};
+
+TEST_F(Socket, RequestsFromSeveralThreadsEachGetTheirOwnReply) {
+    core::SimulatorConnection connection(path_);
+    std::atomic<int> wrong{0};
+    offMainThread([&] {
+        std::vector<std::thread> clients;
+        for (int port = 0; port < 4; ++port)
+            clients.emplace_back([&, port] {
+                for (int i = 0; i < 25; ++i) {
+                    const auto reply = connection.request("stem.pd.getCableOrientation",
+                                                          {{"serial", hubA}, {"index", port}});
+                    // Port 0 is the input, odd ports read CC1, even ports with a Mac CC2.
+                    const int expected = port == 0 ? 1 : (port % 2 == 1 ? 1 : 2);
+                    if (!reply || reply->value("value").toInt() != expected)
+                        ++wrong;
+                }
+            });
+        for (auto& client : clients) client.join();
+    });
+    EXPECT_EQ(wrong, 0);
+
+    std::optional<QJsonObject> unknown;
+    offMainThread([&] { unknown = connection.request("no.such.call"); });
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->value("result").toInt(), 21);
+    EXPECT_FALSE(unknown->value("message").toString().isEmpty());
+}
+
+TEST_F(Socket, SubscribersReceiveUsbEventsAndOthersDoNot) {
+    // subscribe() waits on its own thread for the confirmation, and the server answers on this
+    // one, so the subscribers live on a thread of their own.
+    QThread clientThread;
+    clientThread.start();
+    auto* watcher = new core::SimulatorConnection(path_);
+    auto* other = new core::SimulatorConnection(path_);
+    watcher->moveToThread(&clientThread);
+    other->moveToThread(&clientThread);
+    std::mutex mutex;
+    std::vector<std::pair<QString, QJsonObject>> seen;
+    int otherEvents = 0;
+    QObject::connect(watcher, &core::SimulatorConnection::event, watcher,
+                     [&](const QString& name, const QJsonObject& payload) {
+                         std::lock_guard lock(mutex);
+                         seen.emplace_back(name, payload);
+                     });
+    QObject::connect(other, &core::SimulatorConnection::event, other, [&] {
+        std::lock_guard lock(mutex);
+        ++otherEvents;
+    });
+    std::atomic<int> answers{0};
+    std::atomic<bool> refused{false}, accepted{false};
+    QMetaObject::invokeMethod(watcher, [&] {
+        refused = !watcher->subscribe({"usb", "bogus"});
+        accepted = watcher->subscribe({"usb"}) && other->subscribe({"restore"});
+        ++answers;
+    });
+    serveUntil([&] { return answers == 1; });
+    EXPECT_TRUE(refused) << "unknown topics are refused";
+    ASSERT_TRUE(accepted);
+
+    offMainThread([&] {
+        watcher->request("stem.port.setEnabled", {{"serial", hubA}, {"index", 3}, {"value", 0}});
+    });
+    serveUntil([&] {
+        std::lock_guard lock(mutex);
+        return !seen.empty();
+    });
+    {
+        std::lock_guard lock(mutex);
+        ASSERT_EQ(seen.size(), 1u);
+        EXPECT_EQ(seen[0].first, "usb.removed");
+        EXPECT_EQ(seen[0].second.value("device").toObject().value("locationID").toInteger(),
+                  0x01130000);
+        EXPECT_EQ(otherEvents, 0);
+    }
+    watcher->deleteLater();
+    other->deleteLater();
+    clientThread.quit();
+    clientThread.wait();
+}
+
+TEST_F(Socket, HubLibraryOverTheSimulator) {
+    stem::SimulatorBackend backend(path_);
+    offMainThread([&] {
+        std::vector<stem::LinkSpec> specs;
+        const auto count = backend.aDiscovery_EnumerateModules(
+            stem::LinkType::USB,
+            [&](const stem::LinkSpec& spec, bool& success) {
+                specs.push_back(spec);
+                success = true;
+                return true;
+            },
+            stem::LOCALHOST_IP_ADDRESS);
+        ASSERT_EQ(count, 2);
+        EXPECT_EQ(specs[1].serial_num, static_cast<std::uint32_t>(hubB));
+        EXPECT_EQ(specs[1].model, 24u);
+        EXPECT_EQ(specs[1].usb_id, 2u);
+
+        auto module = backend.createUSBHub3c(6, true, 24);
+        EXPECT_FALSE(module->isConnected());
+        EXPECT_EQ(module->port(1).setEnabled(0), 25u) << "not connected to any hub yet";
+        ASSERT_EQ(module->discoverAndConnect(stem::LinkType::USB, specs[1].serial_num), 0u);
+        EXPECT_TRUE(module->isConnected());
+
+        std::int32_t microvolts = 0;
+        ASSERT_EQ(module->port(3).getVbusVoltage(&microvolts), 0u);
+        EXPECT_EQ(microvolts, 5000000);
+        std::uint32_t version = 0;
+        ASSERT_EQ(module->system().getVersion(&version), 0u);
+        char text[255];
+        backend.aVersion_ParseString(version, text, sizeof text);
+        EXPECT_STREQ(text, "2.10.4");
+        std::uint8_t mode = 0;
+        EXPECT_EQ(module->port(8).getPowerMode(&mode), 26u);
+
+        const std::uint8_t dfu[16] = {0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05,
+                                      0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80};
+        EXPECT_EQ(module->pd(3).setUEIBytes(48, dfu, sizeof dfu), 0u);
+        EXPECT_EQ(module->disconnect(), 0u);
+        EXPECT_FALSE(module->isConnected());
+    });
+    EXPECT_TRUE(usbAt(0x01230000).isEmpty());
+    clock_.advance(2);
+    EXPECT_EQ(usbAt(0x01230000).value("idProduct").toInt(), 0x1227);
+}
+
+TEST(SocketClient, UnreachableSimulatorIsReportedNotAwaited) {
+    QTemporaryDir folder;
+    core::SimulatorConnection connection(folder.filePath("nobody.sock"));
+    EXPECT_FALSE(connection.request("usb.list").has_value());
+    EXPECT_TRUE(connection.lastError().contains("cannot reach the simulator"))
+        << connection.lastError().toStdString();
+    EXPECT_FALSE(connection.subscribe({"usb"}));
+
+    stem::SimulatorBackend backend(folder.filePath("nobody.sock"));
+    EXPECT_EQ(backend.aDiscovery_EnumerateModules(stem::LinkType::USB, {}, 0), 0);
+    EXPECT_EQ(backend.createUSBHub3c(6, true, 24)->discoverAndConnect(stem::LinkType::USB, 0), 25u);
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+#include "StationFixture.h"
+
+#include <QSet>
+#include <QTemporaryDir>
+
+using namespace simtest;
+
+namespace {
+
+QStringList errorsOf(const QByteArray& json) {
+    const sim::StationLoad load = sim::parseStation(json, QStringLiteral("bench.json"));
+    EXPECT_EQ(load.station.has_value(), load.errors.isEmpty());
+    return load.errors;
+}
+
+TEST(StationFile, DefaultStationHasTwoHubsWithFiveMacsAndALocalDfuMac) {
+    const sim::StationConfig station = sim::defaultStation();
+    ASSERT_EQ(station.hubs.size(), 2u);
+    for (const sim::HubConfig& hub : station.hubs) {
+        std::vector<int> ports;
+        for (const sim::MacConfig& mac : hub.macs) ports.push_back(mac.port);
+        EXPECT_EQ(ports, (std::vector<int>{1, 2, 3, 4, 5}));
+    }
+    ASSERT_TRUE(station.localDfu.has_value());
+}
+
+TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
+    const QStringList errors = errorsOf(R"({
+      "timing": {"bootSeconds": -1, "coffee": 1},
+      "hubs": [
+        {"serial": "0x10", "firmware": "2.x", "macs": [
+          {"port": 0, "ecid": "0x1", "serialNumber": "A1"},
+          {"port": 2, "ecid": "12", "serialNumber": "A-2", "state": "asleep"},
+          {"port": 2, "ecid": "0x1"}]},
+        {"serial": 16, "faults": [{"call": "port.setEnabled", "results": [3, "x"]}]}
+      ]})");
+    const QStringList expected = {
+        "bench.json: timing.coffee: unknown field",
+        "bench.json: timing.bootSeconds: must be a number from 0 to 3600",
+        "bench.json: hubs[0].firmware: must be \"major.minor.patch\" (major and minor up to 15)",
+        "bench.json: hubs[0].macs[0].port: must be an integer from 1 to 5 (port 0 feeds the hub, 6 "
+        "and 7 are its control and power ports)",
+        "bench.json: hubs[0].macs[1].ecid: must be \"0x\" and hexadecimal digits, or an integer, "
+        "from 1 to 0xffffffffffffffff",
+        "bench.json: hubs[0].macs[1].serialNumber: must be a plain serial number (no \"-\" or "
+        "\"ECID\")",
+        "bench.json: hubs[0].macs[1].state: must be one of off, booted, dfu, recovery",
+        "bench.json: hubs[0].macs[2].serialNumber: is required",
+        "bench.json: hubs[0].macs[2].port: port 2 already has a Mac",
+        "bench.json: hubs[1].faults[0].results[1]: must be a result code from 0 to 255",
+        "bench.json: hubs[1].serial: another hub has this serial",
+        "bench.json: hubs[0].macs[2].ecid: another Mac has this ECID",
+    };
+    for (const QString& line : expected) EXPECT_TRUE(errors.contains(line)) << line.toStdString();
+    EXPECT_EQ(errors.size(), expected.size()) << errors.join(u'\n').toStdString();
+}
+
+TEST(StationFile, BrokenDocumentsAndMissingFiles) {
+    EXPECT_EQ(errorsOf("{\"hubs\": [").value(0).left(33), "bench.json: (document): not valid");
+    EXPECT_EQ(errorsOf("[]"), QStringList{"bench.json: (document): must be a JSON object"});
+    EXPECT_EQ(errorsOf("{}"), QStringList{"bench.json: hubs: must be an array of hubs"});
+    EXPECT_EQ(errorsOf(R"({"hubs": [], "localDFU": 3})"),
+              QStringList{"bench.json: localDFU: must be an object or null"});
+    EXPECT_EQ(errorsOf(R"({"hubs": [{"serial": 1, "returnAfter": 3}]})"),
+              QStringList{"bench.json: hubs[0].returnAfter: needs vanishAfter"});
+
+    QTemporaryDir folder;
+    const sim::StationLoad missing = sim::loadStationFile(folder.filePath("none.json"));
+    ASSERT_EQ(missing.errors.size(), 1);
+    EXPECT_TRUE(
+        missing.errors[0].startsWith(folder.filePath("none.json") + ": (file): cannot be read"));
+}
+
+TEST(StationFile, ValuesAreReadAsWritten) {
+    sim::StationLoad load = sim::parseStation(R"({
+      "hubs": [{"serial": "0x1c3b4a01", "firmware": "2.11.7", "inputPowerSource": 8,
+                "macs": [{"port": 5, "ecid": "0xFFFFFFFFFFFFFFFF", "serialNumber": "Z9",
+                          "restoreFailure": {"atProgress": 0.6}}]}],
+      "localDFU": null})",
+                                              "x.json");
+    ASSERT_TRUE(load.station) << load.errors.join(u'\n').toStdString();
+    const sim::HubConfig& hub = load.station->hubs[0];
+    EXPECT_EQ(hub.serial, 0x1C3B4A01u);
+    EXPECT_EQ(sim::versionText(hub.firmware), "2.11.7");
+    EXPECT_EQ(hub.inputPowerSource, 8);
+    EXPECT_EQ(hub.macs[0].ecid, 0xFFFFFFFFFFFFFFFFull) << "ECIDs above 2^53 survive";
+    EXPECT_EQ(hub.macs[0].restoreFailure->atProgress, 0.6);
+    EXPECT_EQ(hub.macs[0].restoreFailure->endState, sim::MacState::Recovery);
+    EXPECT_FALSE(load.station->localDfu.has_value());
+}
+
+class UsbView : public StationTest {
+  protected:
+    void SetUp() override { start(sim::defaultStation()); }
+};
+
+TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
+    const QJsonArray devices = call("usb.list").value("devices").toArray();
+    ASSERT_EQ(devices.size(), 2 * 7 + 1);
+    std::vector<qint64> locations;
+    for (const QJsonValue& device : devices)
+        locations.push_back(device.toObject().value("locationID").toInteger());
+    EXPECT_EQ(locations,
+              (std::vector<qint64>{0x01100000, 0x01180000, 0x01110000, 0x01120000, 0x01130000,
+                                   0x01140000, 0x01150000, 0x01200000, 0x01280000, 0x01210000,
+                                   0x01220000, 0x01230000, 0x01240000, 0x01250000, 0x00100000}));
+    const QJsonObject hub = devices[0].toObject();
+    EXPECT_EQ(hub.value("idVendor").toInt(), 0x24FF);
+    EXPECT_EQ(hub.value("kUSBSerialNumberString").toString(), "1C3B4A01");
+    EXPECT_EQ(devices[1].toObject().value("kUSBProductString").toString(), "USBHub3c-Stem");
+    // Clearing the port nibble of a Mac's location gives its hub's location.
+    for (int port = 1; port <= 5; ++port)
+        EXPECT_EQ(usbAt(0x01200000 | port << 16).value("idVendor").toInt(), 0x05AC);
+
+    QSet<QString> sessions;
+    for (const QJsonValue& device : devices)
+        sessions.insert(device.toObject().value("sessionID").toString());
+    EXPECT_EQ(sessions.size(), devices.size());
+}
+
+TEST_F(UsbView, MacsListCarriesIdentityAndPlace) {
+    const QJsonObject mac = macNamed("H4WGJ2Q7PX");
+    EXPECT_EQ(mac.value("ecid").toString(), "0x16594A1492801E");
+    EXPECT_EQ(mac.value("udid").toString(), "00008103-0016594A1492801E");
+    EXPECT_EQ(mac.value("deviceType").toString(), "Macmini9,1");
+    EXPECT_EQ(mac.value("locationID").toInteger(), 0x01110000);
+    EXPECT_EQ(mac.value("state").toString(), "booted");
+    EXPECT_TRUE(mac.value("onBus").toBool());
+    EXPECT_EQ(call("macs.list").value("macs").toArray().size(), 11);
+}
+
+}  // namespace

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "Protocol.h"
+#include "Scheduler.h"
+#include "Station.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace simtest {
+
+inline constexpr qint64 hubA = 0x1C3B4A01;
+inline constexpr qint64 hubB = 0x1C3B4A02;
+inline const QByteArray dfuBytes = "040000001280ac050601000000000180";
+inline const QByteArray rebootBytes = "040000001280ac050501000000000080";
+
+struct Event {
+    QString topic;
+    QString name;
+    QJsonObject payload;
+};
+
+// A station on a hand-driven clock, spoken to through the same request handler the socket uses.
+class StationTest : public ::testing::Test {
+  protected:
+    void start(sim::StationConfig config) {
+        station_ = std::make_unique<sim::Station>(std::move(config), clock_);
+        station_->setEventSink(
+            [this](const QString& topic, const QString& name, const QJsonObject& payload) {
+                events_.push_back({topic, name, payload});
+            });
+        protocol_ = std::make_unique<sim::Protocol>(*station_, 1.0);
+    }
+    void startFromJson(const QByteArray& json) {
+        sim::StationLoad load = sim::parseStation(json, QStringLiteral("test.json"));
+        ASSERT_TRUE(load.station) << load.errors.join(u'\n').toStdString();
+        start(std::move(*load.station));
+    }
+
+    QJsonObject call(const QString& name, QJsonObject arguments = {}) {
+        arguments.insert(QStringLiteral("id"), 1);
+        arguments.insert(QStringLiteral("call"), name);
+        return protocol_->handle(arguments);
+    }
+    int stem(const QString& method, qint64 serial, int index, QJsonObject arguments = {}) {
+        arguments.insert(QStringLiteral("serial"), serial);
+        arguments.insert(QStringLiteral("index"), index);
+        return call(QStringLiteral("stem.") + method, arguments).value("result").toInt(-1);
+    }
+    int message(qint64 serial, int port, const QByteArray& hex) {
+        return stem(QStringLiteral("pd.setUEIBytes"), serial, port,
+                    {{"option", 48}, {"bytes", QString::fromLatin1(hex)}});
+    }
+
+    // The device the USB view shows at a location, or an empty map.
+    QJsonObject usbAt(qint64 location) {
+        for (const QJsonValue& device : call(QStringLiteral("usb.list")).value("devices").toArray())
+            if (device.toObject().value("locationID").toInteger() == location)
+                return device.toObject();
+        return {};
+    }
+    QJsonObject macNamed(const QString& serialNumber) {
+        for (const QJsonValue& mac : call(QStringLiteral("macs.list")).value("macs").toArray())
+            if (mac.toObject().value("serialNumber").toString() == serialNumber)
+                return mac.toObject();
+        return {};
+    }
+    std::vector<Event> eventsNamed(const QString& name) const {
+        std::vector<Event> found;
+        for (const Event& event : events_)
+            if (event.name == name)
+                found.push_back(event);
+        return found;
+    }
+
+    sim::ManualScheduler clock_;
+    std::unique_ptr<sim::Station> station_;
+    std::unique_ptr<sim::Protocol> protocol_;
+    std::vector<Event> events_;
+};
+
+}  // namespace simtest
