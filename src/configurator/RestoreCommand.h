@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <cstdint>
+#include <optional>
+
+namespace configurator {
+
+// Where Apple Configurator installs its command-line tool.
+inline constexpr auto appleToolPath = "/Applications/Apple Configurator.app/Contents/MacOS/cfgutil";
+
+// How the per-device restore puts the tool on a pseudo-terminal: the system's `script` on macOS,
+// our own tarvel-pty elsewhere (util-linux `script` exits 0 when terminated, which would turn a
+// cancelled restore into a success).
+enum class RestorePlatform { MacOS, Linux };
+
+RestorePlatform currentRestorePlatform();
+
+// The argument array of one device's restore, element 0 the launch path. `ptyPath` is used on
+// Linux only. The ECID is written as a signed decimal, as the tool has always been given it.
+QStringList deviceRestoreCommand(RestorePlatform platform, const QString& toolPath,
+                                 const QString& ptyPath, std::uint64_t ecid,
+                                 const std::optional<QString>& customIPSW);
+
+// The restore of whatever single device the tool picks: plain output, no pseudo-terminal.
+QStringList singleRestoreCommand(const QString& toolPath, const std::optional<QString>& customIPSW);
+
+// One parsed progress line.
+struct RestoreProgress {
+    QVariant step;  // as the tool wrote it; normally text
+    float progress = -1.0f;  // -1 when the line carries no "Progress"
+};
+
+// The progress a chunk of `--format json` output reports: the chunk's first non-empty line is the
+// one read, later lines of the same chunk are not. Nothing when that line is not JSON or has no
+// "Step".
+std::optional<RestoreProgress> parseRestoreProgress(const QString& chunk);
+
+// The status text a progress value gives.
+QString restoreStatusText(float progress);
+
+}  // namespace configurator

@@ -1,0 +1,106 @@
+#include "FakeUsbLookups.h"
+
+#include "configurator/AC2Device.h"
+#include "configurator/DeviceListing.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using configurator::parseDeviceListing;
+using testing_support::FakeUsbLookups;
+
+QString fixture(const QString& name) {
+    QFile file(QStringLiteral(TARVEL_CONFIGURATOR_FIXTURES "/") + name);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << name.toStdString();
+    return QString::fromUtf8(file.readAll());
+}
+
+TEST(DeviceListing, CompletesEachReportedDeviceFromTheUsbRegistry) {
+    FakeUsbLookups usb;
+    // The Mac on the DFU port runs its boot loader; the other one is booted.
+    usb.devices[1048576] = {{"idProduct", "4647"},
+                            {"kUSBProductString", "Apple Mobile Device (DFU Mode)"},
+                            {"kUSBSerialNumberString", "CPID:8103 ECID:0016594A1492801E SRTG:[iBoot-7459.121.3]"}};
+    usb.devices[17956864] = {{"idProduct", "6405"}, {"kUSBSerialNumberString", "c02xk1abq6nv"}};
+
+    const configurator::DeviceList devices = parseDeviceListing(fixture("list-two-macs.plist"), usb);
+    ASSERT_EQ(devices.size(), 2);
+    const AC2Device& dfu = *devices[0];
+    EXPECT_EQ(dfu.ecid(), 0x16594A1492801Eu);
+    EXPECT_EQ(dfu.udid(), "00008110-0016594A1492801E");
+    EXPECT_EQ(dfu.deviceType(), "Macmini9,1");
+    EXPECT_EQ(dfu.name(), "Bench Mini 1");
+    EXPECT_EQ(dfu.locationID(), 1048576);
+    EXPECT_TRUE(dfu.inDFU());
+    EXPECT_EQ(dfu.serialNumber(), "") << "an iBoot string is no serial number";
+    EXPECT_EQ(dfu.productID(), "0x1227");
+    EXPECT_EQ(dfu.ioKitInfo().value("kUSBProductString"), "Apple Mobile Device (DFU Mode)");
+
+    const AC2Device& booted = *devices[1];
+    EXPECT_EQ(booted.ecid(), 0x1A2B3C4D5E6F70u);
+    EXPECT_FALSE(booted.inDFU());
+    EXPECT_EQ(booted.serialNumber(), "C02XK1ABQ6NV");
+    EXPECT_EQ(booted.productID(), "0x1905");
+
+    EXPECT_NE(dfu.myIdProperty(), booted.myIdProperty());
+    EXPECT_EQ(dfu.myIdProperty(), dfu.myIdProperty().toUpper());
+    EXPECT_EQ(dfu.myIdProperty().size(), 36);
+    EXPECT_TRUE(usb.asked.contains("dfu 1048576 1452"));
+}
+
+TEST(DeviceListing, KeepsWhatTheToolSaidWhenTheRegistryKnowsNothing) {
+    FakeUsbLookups usb;
+    const configurator::DeviceList devices = parseDeviceListing(fixture("list-partial.plist"), usb);
+    // The key missing from "Output" is left out; an ECID without its prefix still gives a record.
+    ASSERT_EQ(devices.size(), 2);
+    const AC2Device& tablet = *devices[0];
+    EXPECT_EQ(tablet.ecid(), 0x1234u);
+    EXPECT_EQ(tablet.locationID(), 0);
+    EXPECT_FALSE(tablet.inDFU());
+    EXPECT_EQ(tablet.serialNumber(), "");
+    EXPECT_EQ(tablet.productID(), "0x00");
+    EXPECT_EQ(devices[1]->ecid(), 0u);
+    EXPECT_EQ(devices[1]->name(), "No prefix");
+    // Without a locationID only the property look-up is made, at location 0.
+    EXPECT_EQ(usb.asked, QStringList({"info 0 1452", "info 0 1452"}));
+}
+
+TEST(DeviceListing, YieldsNothingFromHalfADocumentOrAnErrorDocument) {
+    FakeUsbLookups usb;
+    const QString whole = fixture("list-two-macs.plist");
+    const qsizetype cut = whole.indexOf("<key>Output</key>");
+    EXPECT_TRUE(parseDeviceListing(whole.left(cut), usb).isEmpty());
+    EXPECT_TRUE(parseDeviceListing(whole.mid(cut), usb).isEmpty());
+    EXPECT_TRUE(parseDeviceListing(fixture("list-error.plist"), usb).isEmpty());
+    EXPECT_TRUE(parseDeviceListing(QString(), usb).isEmpty());
+    EXPECT_TRUE(usb.asked.isEmpty());
+}
+
+TEST(AC2Device, DescriptionAndDeviceInfoFormatNumbersDifferently) {
+    AC2Device fresh;
+    EXPECT_EQ(fresh.deviceinfo(),
+              QVariantMap({{"ecid", "0x0"}, {"udid", ""}, {"productID", ""}, {"deviceType", ""},
+                           {"locationID", "0x0"}, {"name", ""}, {"serialNumber", ""}}));
+    EXPECT_EQ(fresh.description(),
+              "ecid: 0x0, udid: (null), devicetype: (null), locationID: 0, name: (null), "
+              "acronamePort; (null)");
+
+    AC2Device device;
+    device.setEcid(0x00000ABCDEF01234ull);
+    device.setUdid("u");
+    device.setDeviceType("Macmini9,1");
+    device.setLocationID(-2);
+    device.setName("n");
+    EXPECT_EQ(device.description(),
+              "ecid: 0xABCDEF01234, udid: u, devicetype: Macmini9,1, locationID: -2, name: n, "
+              "acronamePort; (null)");
+    EXPECT_EQ(device.deviceinfo().value("ecid"), "0xABCDEF01234");
+    EXPECT_EQ(device.deviceinfo().value("locationID"), "0xFFFFFFFFFFFFFFFE");
+    device.setLocationID(0x14100000);
+    EXPECT_EQ(device.deviceinfo().value("locationID"), "0x14100000");
+}
+
+}  // namespace

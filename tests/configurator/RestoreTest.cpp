@@ -1,0 +1,257 @@
+#include "FakeUsbLookups.h"
+#include "Scripts.h"
+
+#include "configurator/RestoreCommand.h"
+#include "configurator/ZMRConfigurator2Utility.h"
+#include "core/Dispatch.h"
+#include "core/SettingsKeys.h"
+#include "support/ProcessRun.h"
+#include "support/RecordingAlerts.h"
+#include "support/TestSettings.h"
+#include "support/VirtualClock.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using configurator::parseRestoreProgress;
+using configurator::restoreStatusText;
+using testing_support::runLoopUntil;
+
+const QString preparing = "Preparing image for restore...";
+
+TEST(RestoreProgress, OnlyTheFirstNonEmptyLineOfAChunkCounts) {
+    const auto three = parseRestoreProgress("\n{\"Step\":\"A\",\"Progress\":0.25}\n{\"Step\":\"B\"}\n{\"Step\":\"C\"}\n");
+    ASSERT_TRUE(three);
+    EXPECT_EQ(three->step, "A");
+    EXPECT_FLOAT_EQ(three->progress, 0.25f);
+
+    // Lines from a pseudo-terminal end in "\r\n".
+    const auto noProgress = parseRestoreProgress("{\"Step\":\"Verifying\"}\r\n");
+    ASSERT_TRUE(noProgress);
+    EXPECT_EQ(noProgress->progress, -1.0f);
+    EXPECT_EQ(restoreStatusText(noProgress->progress), preparing);
+
+    EXPECT_FALSE(parseRestoreProgress("{\"Progress\":0.5}\n{\"Step\":\"later\"}\n"));
+    EXPECT_FALSE(parseRestoreProgress("Restoring 50%\n"));
+    EXPECT_FALSE(parseRestoreProgress("\n\n"));
+}
+
+TEST(RestoreProgress, StatusTextTurnsToRestoringAtOneTenth) {
+    EXPECT_EQ(restoreStatusText(0.09f), preparing);
+    EXPECT_EQ(restoreStatusText(parseRestoreProgress("{\"Step\":\"s\",\"Progress\":0.1}")->progress), "Restoring");
+    EXPECT_EQ(restoreStatusText(1.0f), "Restoring");
+}
+
+TEST(RestoreCommand, SameToolArgumentsBehindEitherPseudoTerminal) {
+    const quint64 large = (1ull << 63) + 5;
+    const QStringList mac = configurator::deviceRestoreCommand(
+        configurator::RestorePlatform::MacOS, configurator::appleToolPath, "/ignored", large, std::nullopt);
+    EXPECT_EQ(mac, QStringList({"/usr/bin/script", "-q", "/dev/null",
+                                "/Applications/Apple Configurator.app/Contents/MacOS/cfgutil", "-e",
+                                "-9223372036854775803", "--progress", "--format", "json", "restore"}));
+    const QStringList linux = configurator::deviceRestoreCommand(
+        configurator::RestorePlatform::Linux, "/opt/cfgutil", "/bin/tarvel-pty", 0x1234, QString("/f.ipsw"));
+    EXPECT_EQ(linux, QStringList({"/bin/tarvel-pty", "-q", "/dev/null", "/opt/cfgutil", "-e", "4660",
+                                  "--progress", "--format", "json", "restore", "-I", "/f.ipsw"}));
+    EXPECT_EQ(configurator::singleRestoreCommand("/t", std::nullopt), QStringList({"/t", "--progress", "restore"}));
+}
+
+struct Completion {
+    std::shared_ptr<AC2Device> device;
+    bool failed;
+    QString message;
+};
+
+class Restore : public ::testing::Test {
+protected:
+    // `pty` is the real tarvel-pty, or a stand-in that just runs the command.
+    std::unique_ptr<ZMRConfigurator2Utility> utility(const QString& tool, bool realPty = false) {
+        ZMRConfigurator2Utility::Collaborators c;
+        c.settings = &settings.settings();
+        c.alerts = &alerts;
+        c.clock = &clock;
+        c.toolPath = tool;
+        c.ptyPath = realPty ? testing_support::executablePath("tarvel-pty")
+                            : scripts.write("pty", "printf '%s\\n' \"$@\" > \"$0.args\"; shift 2; exec \"$@\"");
+        c.platform = configurator::RestorePlatform::Linux;
+        c.usbLookups = [] { return std::make_unique<testing_support::FakeUsbLookups>(); };
+        c.remover = configurator::fileSystemRemover();
+        c.openURL = [this](const QUrl& url) { opened << url; };
+        return std::make_unique<ZMRConfigurator2Utility>(c);
+    }
+
+    void restore(ZMRConfigurator2Utility& u, const std::shared_ptr<AC2Device>& device,
+                 std::function<void()> onOutput = {}) {
+        u.restoreWithAC2ForDevice(
+            device,
+            [this, onOutput](const auto&, const QVariant& step, float progress) {
+                steps << QStringLiteral("%1@%2").arg(step.toString()).arg(progress);
+                if (onOutput) onOutput();
+            },
+            [this](const auto&, const QString& chunk) {
+                errors << chunk;
+                QFile(scripts.path("stderr-seen")).open(QIODevice::WriteOnly);
+            },
+            [this](const auto& d, bool failed, const QString& message) {
+                completions.push_back({d, failed, message});
+            });
+    }
+
+    // Everything queued on the main thread so far has run.
+    void settle() {
+        bool done = false;
+        dispatch::main([&] { done = true; });
+        ASSERT_TRUE(runLoopUntil([&] { return done; }));
+    }
+
+    static std::shared_ptr<AC2Device> device(quint64 ecid) {
+        auto d = std::make_shared<AC2Device>();
+        d->setEcid(ecid);
+        return d;
+    }
+
+    QString statusMessage(int status) const {
+        return QStringLiteral("There was an error restoring the device with status %1. Please check log "
+                              "for error message. You can also try restoring with Apple Configurator to "
+                              "help identify issues.").arg(status);
+    }
+
+    testing_support::Scripts scripts;
+    testing_support::TestSettings settings;
+    testing_support::RecordingAlerts alerts;
+    testing_support::VirtualClock clock;
+    QStringList steps;
+    QStringList errors;
+    std::vector<Completion> completions;
+    QList<QUrl> opened;
+};
+
+TEST_F(Restore, ReportsProgressAndSucceedsOnExitZero) {
+    // The tool's error text is seen before its output ends, as with a real restore.
+    const QString tool = scripts.write(
+        "cfgutil",
+        "echo warn >&2; while [ ! -e '" + scripts.path("stderr-seen") + "' ]; do :; done\n"
+        "printf '{\"Step\":\"A\",\"Progress\":0.5}\\n{\"Step\":\"B\"}\\n{\"Step\":\"C\"}\\n'");
+    auto u = utility(tool);
+    auto mac = device((1ull << 63) + 5);
+    restore(*u, mac);
+    ASSERT_TRUE(runLoopUntil([&] { return !completions.empty(); }));
+    EXPECT_EQ(steps, QStringList{"A@0.5"});
+    EXPECT_EQ(errors, QStringList{"warn\n"});
+    EXPECT_EQ(completions[0].device, mac);
+    EXPECT_FALSE(completions[0].failed);
+    EXPECT_EQ(completions[0].message, "");
+    EXPECT_EQ(mac->restoreStatus(), "Restoring");
+    EXPECT_EQ(u->task(mac->ecid()), nullptr);
+
+    QFile args(scripts.path("pty.args"));
+    ASSERT_TRUE(args.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QString::fromUtf8(args.readAll()).split('\n', Qt::SkipEmptyParts),
+              QStringList({"-q", "/dev/null", tool, "-e", "-9223372036854775803", "--progress",
+                           "--format", "json", "restore"}));
+}
+
+TEST_F(Restore, FailureCarriesTheExitStatus) {
+    auto u = utility(scripts.write("cfgutil", "echo '{\"Step\":\"Verifying\"}'; exit 3"));
+    auto mac = device(0xABC);
+    restore(*u, mac);
+    ASSERT_TRUE(runLoopUntil([&] { return !completions.empty(); }));
+    EXPECT_TRUE(completions[0].failed);
+    EXPECT_EQ(completions[0].message, statusMessage(3));
+    EXPECT_EQ(mac->restoreStatus(), preparing);
+}
+
+// Through the real tarvel-pty: the terminal in between must not turn a termination into success.
+TEST_F(Restore, ASecondRestoreOfTheSameDeviceStopsTheFirst) {
+    const QString marker = scripts.path("started-once");
+    auto u = utility(scripts.write("cfgutil", "if [ -e '" + marker + "' ]; then echo '{\"Step\":\"two\"}'; exit 0; fi\n"
+                                              "touch '" + marker + "'; echo '{\"Step\":\"one\"}'; exec sleep 30"),
+                     true);
+    auto mac = device(0x16594A1492801E);
+    bool again = false;
+    restore(*u, mac, [&] {
+        if (!std::exchange(again, true)) restore(*u, mac);
+    });
+    ASSERT_TRUE(runLoopUntil([&] { return completions.size() == 2; }));
+    EXPECT_EQ(steps, QStringList({"one@-1", "two@-1"}));
+    EXPECT_TRUE(completions[0].failed);
+    EXPECT_EQ(completions[0].message, statusMessage(15));
+    EXPECT_FALSE(completions[1].failed);
+    EXPECT_FALSE(mac->didCancel());
+}
+
+TEST_F(Restore, CancelStopsARunningRestoreAndIsNoOpOtherwise) {
+    auto u = utility(scripts.write("cfgutil", "echo '{\"Step\":\"Restoring\",\"Progress\":0.3}'; exec sleep 30"), true);
+    auto idle = device(0x77);
+    u->cancelRestore(idle);
+    u->cancelRestore(nullptr);
+    settle();
+    EXPECT_FALSE(idle->didCancel());
+    EXPECT_TRUE(completions.empty());
+
+    auto mac = device(0x42);
+    restore(*u, mac, [&] { u->cancelRestore(mac); });
+    ASSERT_TRUE(runLoopUntil([&] { return !completions.empty(); }));
+    EXPECT_TRUE(mac->didCancel());
+    EXPECT_TRUE(completions[0].failed);
+    EXPECT_EQ(completions[0].message, statusMessage(15));
+    EXPECT_EQ(u->task(0x42), nullptr);
+}
+
+TEST_F(Restore, InvalidDevicesAndAMissingFirmwareFileStopBeforeAnyChild) {
+    auto u = utility(scripts.write("cfgutil", "printf '%s\\n' \"$@\" > \"$0.args\""));
+    restore(*u, nullptr);
+    restore(*u, device(0));
+    settings.settings().setValue(core::keys::useCustomIPSW, true);
+    settings.settings().setValue(core::keys::customIPSWPath, "/nowhere/m1.ipsw");
+    restore(*u, device(0x99));
+    settle();
+    ASSERT_EQ(completions.size(), 2u);
+    EXPECT_EQ(completions[0].device, nullptr);
+    EXPECT_TRUE(completions[0].failed);
+    EXPECT_EQ(completions[1].message, "invalid device");
+    ASSERT_EQ(alerts.shown().size(), 1u);
+    EXPECT_EQ(alerts.shown()[0].title, "IPSW Does Not Exist");
+    EXPECT_EQ(alerts.shown()[0].message,
+              "The specified path for the IPSW does not exist at /nowhere/m1.ipsw. Please check the path and try again.");
+    EXPECT_EQ(u->task(0x99), nullptr);
+
+    const QString firmware = scripts.write("m1.ipsw", "");
+    settings.settings().setValue(core::keys::customIPSWPath, firmware);
+    restore(*u, device(0x99));
+    ASSERT_TRUE(runLoopUntil([&] { return completions.size() == 3; }));
+    QFile args(scripts.path("cfgutil.args"));
+    ASSERT_TRUE(args.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(QString::fromUtf8(args.readAll()).endsWith("restore\n-I\n" + firmware + "\n"));
+}
+
+TEST_F(Restore, SingleRestoreFailureOffersTheTroubleshootingGuide) {
+    auto u = utility(scripts.write("cfgutil", "exit 2"));
+    alerts.answer = 1;
+    u->restoreWithAC2();
+    ASSERT_TRUE(runLoopUntil([&] { return !alerts.shown().empty(); }));
+    EXPECT_EQ(alerts.shown()[0].title, "Error Restoring Device");
+    EXPECT_EQ(alerts.shown()[0].buttons, QStringList({"OK", "More Info"}));
+    ASSERT_EQ(opened.size(), 1);
+    EXPECT_FALSE(opened[0].isEmpty());
+}
+
+TEST_F(Restore, ListingComesOnTheMainLoopOrAtOnceWhenItCannotRun) {
+    int immediate = -1;
+    utility(scripts.path("absent"))->attachedDevicesWithCallback([&](const auto& d) { immediate = int(d.size()); });
+    EXPECT_EQ(immediate, 0) << "a missing tool answers at once";
+
+    auto u = utility(scripts.write("cfgutil", "cat '" TARVEL_CONFIGURATOR_FIXTURES "/list-two-macs.plist'"));
+    std::optional<configurator::DeviceList> listed;
+    u->attachedDevicesWithCallback([&](const auto& d) { listed = d; });
+    EXPECT_FALSE(listed);
+    ASSERT_TRUE(runLoopUntil([&] { return listed.has_value(); }));
+    ASSERT_EQ(listed->size(), 2);
+    EXPECT_EQ(listed->at(1)->name(), "Air 2");
+    EXPECT_EQ(u->attachedDevicesWrapper()->arguments().mid(1), QStringList({"--format", "plist", "list"}));
+}
+
+}  // namespace

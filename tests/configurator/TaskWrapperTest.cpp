@@ -1,0 +1,209 @@
+#include "Scripts.h"
+
+#include "configurator/ZMTaskWrapperWithBlocks.h"
+#include "support/VirtualClock.h"
+
+#include <QDir>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <optional>
+
+namespace {
+
+using testing_support::runLoopUntil;
+using testing_support::Scripts;
+
+// Everything one run handed to its callbacks.
+struct Recorder {
+    int starts = 0;
+    QStringList output;
+    QStringList errors;
+    std::vector<int> ends;
+    std::optional<int> pidAtStart;
+
+    std::shared_ptr<ZMTaskWrapperWithBlocks> make(const QStringList& arguments,
+                                                  core::Clock& clock = core::Clock::system()) {
+        auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(
+            [this] { ++starts; }, [this](int status) { ends.push_back(status); },
+            [this](const QString& chunk) { output << chunk; },
+            [this](const QString& chunk) { errors << chunk; }, arguments, clock);
+        self = runner.get();
+        return runner;
+    }
+    bool ended(size_t count = 1) { return runLoopUntil([&] { return ends.size() >= count; }); }
+    ZMTaskWrapperWithBlocks* self = nullptr;
+};
+
+bool processGone(pid_t pid) { return ::kill(pid, 0) != 0 && errno == ESRCH; }
+
+int openDescriptors() { return static_cast<int>(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size()); }
+
+TEST(TaskWrapper, BeforeStartThereIsNoChildAndNothingIsCalled) {
+    Recorder record;
+    auto runner = record.make({"/bin/true"});
+    EXPECT_EQ(runner->pid(), -1);
+    EXPECT_FALSE(runner->isRunning());
+    runner->terminate();
+    EXPECT_EQ(runner->terminationStatus(), -1);
+    EXPECT_EQ(record.starts, 0);
+    EXPECT_TRUE(record.ends.empty());
+}
+
+TEST(TaskWrapper, OneElementArrayRunsTheProgramWithoutArgumentsAndCanRunAgain) {
+    Scripts scripts;
+    const QString count = scripts.write("count", "echo \"$#:$0\"");
+    Recorder record;
+    auto runner = record.make({count});
+    runner->startProcess();
+    ASSERT_TRUE(record.ended());
+    EXPECT_EQ(record.output, QStringList{"0:" + count + "\n"});
+    EXPECT_EQ(record.ends, std::vector<int>{0});
+
+    const QString args = scripts.write("args", "echo \"$#:$1:$2\"; exit 4");
+    Recorder second;
+    auto withArguments = second.make({args, "a b", "c"});
+    withArguments->startProcess();
+    withArguments->startProcess();  // a used runner starts afresh
+    ASSERT_TRUE(second.ended());
+    EXPECT_EQ(second.starts, 2);
+    EXPECT_EQ(second.output, QStringList{"2:a b:c\n"});
+    EXPECT_EQ(second.ends, std::vector<int>{4});
+    EXPECT_EQ(withArguments->terminationStatus(), 4);
+}
+
+TEST(TaskWrapper, SilentChildEndsWithItsExitStatusAndStartComesFirst) {
+    Scripts scripts;
+    Recorder record;
+    auto runner = record.make({scripts.write("silent", "exit 3")});
+    // The start callback runs before any child exists.
+    auto withProbe = std::make_shared<ZMTaskWrapperWithBlocks>(
+        [&] { record.pidAtStart = runner->pid(); }, [&](int status) { record.ends.push_back(status); },
+        [&](const QString& chunk) { record.output << chunk; }, nullptr, runner->arguments());
+    runner = withProbe;
+    runner->startProcess();
+    ASSERT_TRUE(record.ended());
+    EXPECT_EQ(record.pidAtStart, -1);
+    EXPECT_TRUE(record.output.isEmpty());
+    EXPECT_EQ(record.ends, std::vector<int>{3});
+    EXPECT_FALSE(runner->isRunning());
+}
+
+TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminated) {
+    Scripts scripts;
+    Recorder record;
+    auto runner = record.make({scripts.write("linger", "echo bye; exec 1>&-; exec sleep 30")});
+    runner->startProcess();
+    const pid_t pid = runner->pid();
+    ASSERT_GT(pid, 0);
+    ASSERT_TRUE(record.ended());
+    EXPECT_EQ(record.output, QStringList{"bye\n"});
+    EXPECT_EQ(record.ends, std::vector<int>{SIGTERM});
+    EXPECT_EQ(runner->terminationStatus(), SIGTERM);
+    EXPECT_TRUE(processGone(pid)) << "reaped, not left a zombie";
+}
+
+TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
+    Scripts scripts;
+    // One fifo per wait: the child blocks on gate N until a callback opens it, so no two writes
+    // can meet in the pipe.
+    const QString gate = scripts.path("gate");
+    for (int n = 1; n <= 4; ++n)
+        ASSERT_EQ(::mkfifo((gate + QString::number(n)).toLocal8Bit().constData(), 0600), 0);
+    const QString child = scripts.write(
+        "chunks",
+        "printf 'abc'; read _ < \"${1}1\"; printf 'def\\nghi'; read _ < \"${1}2\"; "
+        "printf 'oops' >&2; exec 2>&-; read _ < \"${1}3\"; printf '\\377'; read _ < \"${1}4\"; "
+        "printf '\\n'; exit 9");
+    Recorder record;
+    int gates = 0;
+    auto openGate = [&] {
+        if (++gates > 4) return;
+        const int fd = ::open((gate + QString::number(gates)).toLocal8Bit().constData(), O_WRONLY);
+        [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
+        ::close(fd);
+    };
+    auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(
+        nullptr, [&](int status) { record.ends.push_back(status); },
+        [&](const QString& chunk) {
+            record.output << chunk;
+            openGate();
+        },
+        [&](const QString& chunk) {
+            record.errors << chunk;
+            openGate();
+        },
+        QStringList{child, gate});
+    runner->startProcess();
+    ASSERT_TRUE(record.ended());
+    ASSERT_EQ(record.output.size(), 4);
+    EXPECT_EQ(record.output[0], "abc");
+    EXPECT_EQ(record.output[1], "def\nghi");
+    EXPECT_TRUE(record.output[2].isNull()) << "bytes that are not UTF-8 give a null string";
+    EXPECT_EQ(record.output[3], "\n");
+    EXPECT_EQ(record.errors, QStringList{"oops"});
+    EXPECT_EQ(record.ends, std::vector<int>{9});
+}
+
+TEST(TaskWrapper, StatusOfAChildStillRunningAfterTheGraceIsMinus999) {
+    Scripts scripts;
+    testing_support::VirtualClock clock;
+    Recorder record;
+    auto runner = record.make({scripts.write("forever", "exec sleep 30")}, clock);
+    runner->startProcess();
+    ASSERT_TRUE(runner->isRunning());
+    EXPECT_EQ(runner->terminationStatus(), ZMTaskWrapperWithBlocks::stillRunningStatus);
+    using Sleep = testing_support::VirtualClock::Sleep;
+    const std::vector<Sleep> grace{Sleep{Sleep::Unit::Seconds, 5}};
+    EXPECT_EQ(clock.sleeps(), grace);
+
+    runner->stopProcess();
+    EXPECT_EQ(record.ends, std::vector<int>{SIGTERM});
+    EXPECT_EQ(runner->terminationStatus(), SIGTERM);
+    EXPECT_EQ(clock.sleeps().size(), 1u) << "an ended child needs no grace";
+}
+
+TEST(TaskWrapper, FailedLaunchCallsNothingButStart) {
+    Recorder record;
+    auto runner = record.make({"/nonexistent/tool", "list"});
+    runner->startProcess();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(record.starts, 1);
+    EXPECT_TRUE(record.ends.empty());
+    EXPECT_TRUE(record.output.isEmpty());
+    EXPECT_FALSE(runner->isRunning());
+    EXPECT_EQ(runner->pid(), -1);
+}
+
+TEST(TaskWrapper, FiveHundredRunsLeakNoDescriptorAndNoChild) {
+    Scripts scripts;
+    const QString child = scripts.write("chatty", "echo out; echo err >&2");
+    const QString lingering = scripts.write("lingering", "exec 1>&-; exec sleep 30");
+    // One Qt-internal descriptor may appear on first use of the loop; measure after warming up.
+    { Recorder warm; auto r = warm.make({child}); r->startProcess(); ASSERT_TRUE(warm.ended()); }
+    const int before = openDescriptors();
+    for (int i = 0; i < 500; ++i) {
+        Recorder record;
+        auto runner = record.make({i % 50 == 0 ? lingering : child});
+        runner->startProcess();
+        ASSERT_TRUE(record.ended()) << "run " << i;
+    }
+    // A runner dropped while its child still runs must not leave that child behind either.
+    {
+        Recorder dropped;
+        auto runner = dropped.make({lingering});
+        runner->startProcess();
+        ::kill(runner->pid(), SIGKILL);
+    }
+    QCoreApplication::processEvents();
+    EXPECT_EQ(openDescriptors(), before);
+    ASSERT_TRUE(runLoopUntil([] { return ::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }));
+}
+
+}  // namespace
