@@ -1,5 +1,6 @@
 #include "cli/StationSession.h"
 
+#include "configurator/AC2Device.h"
 #include "core/Alerts.h"
 #include "core/SimulatorAddress.h"
 

@@ -2,6 +2,7 @@
 #include "cli/DefaultsCommands.h"
 #include "cli/HubCommands.h"
 #include "cli/LogCommands.h"
+#include "cli/StationCommands.h"
 #include "cli/UsbCommands.h"
 
 #include "core/BundleInfo.h"
@@ -47,6 +48,7 @@ int main(int argc, char** argv) {
     cli::addLogCommands(app, context);
     cli::addHubCommands(app, context);
     cli::addUsbCommands(app, context);
+    cli::addStationCommands(app, context);
 
     try {
         app.parse(argc, argv);

@@ -174,7 +174,7 @@ void ZMRAcronameManager::listAndMatchDevices(HubTable table, std::function<void(
         manager->environment_.log(QStringLiteral("######## calling attachedDevicesWithCallback CALLBACK CALLED"));
         for (const auto& device : devices) manager->logHubSerialOfDevice(*device);
         AC2Devices entries;
-        for (const auto& row : table) entries.insert(entries.end(), row.second.begin(), row.second.end());
+        for (const auto& row : table) entries += row.second;
         manager->setAc2Devices(entries);
         manager->environment_.log(
             QString::asprintf("ac2Devices count: %lu", static_cast<unsigned long>(entries.size())));

@@ -7,6 +7,7 @@
 
 #include "core/Dispatch.h"
 
+#include <QList>
 #include <QString>
 
 #include <cstdint>
@@ -26,7 +27,7 @@ class Sounds;
 }  // namespace core
 
 using AcronamePorts = std::vector<std::shared_ptr<AcronamePort>>;
-using AC2Devices = std::vector<std::shared_ptr<AC2Device>>;
+using AC2Devices = QList<std::shared_ptr<AC2Device>>;
 
 // Everything the manager reaches outside itself. The shared manager is built from the process's
 // defaults; tests build managers of their own with fakes.

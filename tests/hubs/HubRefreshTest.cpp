@@ -1,5 +1,7 @@
 #include "StationFixture.h"
 
+#include <QRegularExpression>
+
 namespace {
 
 using testing_support::StationFixture;
@@ -23,17 +25,17 @@ AC2Devices refresh(ZMRAcronameManager& manager) {
 
 TEST_F(TwoHubRefresh, EveryHubGetsFiveEntriesTiedToItsUsablePorts) {
     const AC2Devices entries = refresh(*manager);
-    ASSERT_EQ(entries.size(), 10u);
+    ASSERT_EQ(entries.size(), 10);
     const auto hubs = manager->hubs();
     ASSERT_EQ(hubs.size(), 2u);
-    for (std::size_t i = 0; i < entries.size(); ++i) {
+    for (qsizetype i = 0; i < entries.size(); ++i) {
         const auto& port = entries[i]->port();
         EXPECT_EQ(port->portID(), std::int64_t(i % 5 + 1));
-        EXPECT_EQ(port->hub(), hubs[i / 5].get());
+        EXPECT_EQ(port->hub(), hubs[std::size_t(i / 5)].get());
         EXPECT_EQ(entries[i]->deviceType(), "None Reported by Apple Configurator");
         EXPECT_EQ(entries[i]->name(), "None Reported by Apple Configurator");
     }
-    EXPECT_EQ(manager->ac2Devices().size(), 10u);
+    EXPECT_EQ(manager->ac2Devices().size(), 10);
     EXPECT_TRUE(logLines.contains("connecting to hub 1"));
     EXPECT_TRUE(logLines.contains("ac2Devices count: 10"));
 }
@@ -55,7 +57,7 @@ TEST_F(HubRefresh, LogsTheRefreshStepByStep) {
 TEST_F(HubRefresh, AHubThatCouldNotBeProbedStillGetsBlankEntries) {
     backend->script("discoverAndConnect", {stem::aErrIO});
     const AC2Devices entries = refresh(*manager);
-    ASSERT_EQ(entries.size(), 5u);
+    ASSERT_EQ(entries.size(), 5);
     for (const auto& entry : entries) {
         EXPECT_EQ(entry->port()->portID(), 0);
         EXPECT_EQ(entry->port()->hub(), nullptr);
@@ -82,7 +84,7 @@ TEST_F(HubRefresh, ListedDevicesAreMatchedToTheirHubSerialOnlyInTheLog) {
         listed.push_back(device);
     }
     const AC2Devices entries = refresh(*manager);
-    EXPECT_EQ(entries.size(), 5u);  // the listing does not change the entries
+    EXPECT_EQ(entries.size(), 5);  // the listing does not change the entries
     const QStringList matching = logLines.filter(QRegularExpression("^(port: |found serial|serialNumberString)"));
     EXPECT_EQ(matching, QStringList({"port: 5", "found serial: 305441741", "port: 3", "serialNumberString is nil"}));
 }

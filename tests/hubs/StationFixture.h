@@ -125,6 +125,7 @@ protected:
             for (const auto& entry : entries) ports.push_back(entry->port());
         });
         timeline.clear();
+        logLines.clear();
         recordHubCalls = true;
         return ports;
     }
