@@ -3,6 +3,7 @@
 #include "core/SimulatorAddress.h"
 
 #include <QCoreApplication>
+#include <QLocalSocket>
 
 #include <cstdio>
 
@@ -22,12 +23,28 @@ void CliContext::applySimulatorSelection() const {
                 (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
 }
 
+std::optional<QString> CliContext::simulatorProblem() const {
+    const auto socket = simulatorSocket();
+    if (!socket) return std::nullopt;
+    QLocalSocket probe;
+    probe.connectToServer(*socket);
+    if (probe.waitForConnected(2000)) return std::nullopt;
+    return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)").arg(*socket);
+}
+
+DriverConsole CliContext::driverConsole() const {
+    if (verbose) return DriverConsole::standardError();
+    return {[](const std::string&) {}, [](const std::string&) {}};
+}
+
 void addGlobalOptions(CLI::App& app, CliContext& context) {
     // A flag, not an option, so "--simulate hub list" never takes "hub" for the socket.
     const std::string flag = "--simulate{" + core::defaultSimulatorSocketPath().toStdString() + "}";
     app.add_flag(flag, context.simulateSocket,
                  "talk to tarvel-sim instead of real hardware (--simulate=SOCKET for another "
                  "socket; TARVEL_SIM does the same)");
+    app.add_flag("-v,--verbose", context.verbose,
+                 "also print log lines and hub driver diagnostics on standard error");
 }
 
 int fail(int status, const QString& message) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "hubs/DriverConsole.h"
+
 #include <QString>
 
 #include <CLI/CLI.hpp>
@@ -20,6 +22,7 @@ inline constexpr int exitUsage = 2;
 struct CliContext {
     std::function<int()> action;
     std::string simulateSocket;  // set by --simulate[=SOCKET]
+    bool verbose = false;        // set by --verbose
 
     // The simulator to talk to: --simulate=SOCKET, --simulate alone (the default socket), or
     // TARVEL_SIM; nothing means real hardware.
@@ -29,9 +32,17 @@ struct CliContext {
     // and child, and the Configurator tool becomes tarvel-sim-cfgutil unless TARVEL_CFGUTIL
     // already names one.
     void applySimulatorSelection() const;
+
+    // Why the chosen simulator cannot be used (nothing listens on its socket), if it cannot. A
+    // silent simulator is an error of its own, not an empty station.
+    std::optional<QString> simulatorProblem() const;
+
+    // The hub driver's diagnostics: on standard error with --verbose, otherwise dropped, so
+    // that standard output stays a table or JSON and standard error stays for our own errors.
+    DriverConsole driverConsole() const;
 };
 
-// Adds the global options (--simulate) to the top-level command.
+// Adds the global options (--simulate, --verbose) to the top-level command.
 void addGlobalOptions(CLI::App& app, CliContext& context);
 
 // Prints "tarvel-cli: message" on standard error and answers the status, for one-line returns.

@@ -9,7 +9,6 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QLocalSocket>
 
 #include <cstdio>
 #include <functional>
@@ -19,7 +18,6 @@
 namespace cli {
 namespace {
 
-constexpr int kSimulatorConnectTimeoutMs = 2000;
 constexpr std::int64_t kLastPort = BrainStemWrapper::kProbedPortCount - 1;
 
 struct HubOptions {
@@ -31,26 +29,17 @@ void printJson(const QJsonObject& object) {
 }
 
 // The hubs the station shows: the simulator when one is asked for, otherwise the hardware.
-// A simulator that is not listening is an error of its own, not an empty station.
 std::optional<std::shared_ptr<stem::Backend>> openBackend(const CliContext& context, int& status) {
-    const std::optional<QString> socket = context.simulatorSocket();
-    if (socket) {
-        QLocalSocket probe;
-        probe.connectToServer(*socket);
-        if (!probe.waitForConnected(kSimulatorConnectTimeoutMs)) {
-            status = fail(exitFailure, QStringLiteral("no station simulator is running at %1 "
-                                                      "(start tarvel-sim first)")
-                                           .arg(*socket));
-            return std::nullopt;
-        }
-        probe.disconnectFromServer();
+    if (const auto problem = context.simulatorProblem()) {
+        status = fail(exitFailure, *problem);
+        return std::nullopt;
     }
-    return stem::makeBackend(socket);
+    return stem::makeBackend(context.simulatorSocket());
 }
 
-// The driver's diagnostics go to standard error so that standard output stays a table or JSON.
-std::vector<std::shared_ptr<AcronameHub>> discover(const std::shared_ptr<stem::Backend>& backend) {
-    return BrainStemWrapper::hubs(backend, core::Clock::system(), DriverConsole::standardError());
+std::vector<std::shared_ptr<AcronameHub>> discover(const CliContext& context,
+                                                   const std::shared_ptr<stem::Backend>& backend) {
+    return BrainStemWrapper::hubs(backend, core::Clock::system(), context.driverConsole());
 }
 
 bool connectHub(const std::shared_ptr<AcronameHub>& hub) {
@@ -65,7 +54,7 @@ int listHubs(const CliContext& context, const HubOptions& options) {
     if (!backend) return status;
     QJsonArray hubsJson;
     QString table;
-    for (const auto& hub : discover(*backend)) {
+    for (const auto& hub : discover(context, *backend)) {
         const bool connected = connectHub(hub);
         if (!connected) status = exitFailure;
         hubsJson.append(hubJson(*hub, connected));
@@ -104,7 +93,7 @@ int withHub(const CliContext& context, const QString& serial,
     const auto backend = openBackend(context, status);
     if (!backend) return status;
     std::shared_ptr<AcronameHub> found;
-    for (const auto& hub : discover(*backend)) {
+    for (const auto& hub : discover(context, *backend)) {
         if (hub->modelName().compare(serial, Qt::CaseInsensitive) == 0) found = hub;
     }
     if (!found)

@@ -26,8 +26,9 @@ void addTargets(CLI::App* command, PortTargets& targets) {
 
 QString oneDecimal(double value) { return QString::asprintf("%.1f", value); }
 
-int printHubs(bool json) {
-    StationSession session;
+int printHubs(const CliContext& context, bool json) {
+    if (const auto problem = context.simulatorProblem()) return fail(exitFailure, *problem);
+    StationSession session(context);
     const AC2Devices entries = session.refresh();
     QJsonArray rows;
     if (!json)
@@ -60,11 +61,12 @@ int printHubs(bool json) {
 }
 
 // Refreshes, picks the ports, runs one sequence, and turns its outcome into an exit status.
-int runOnPorts(const PortTargets& targets, const char* what,
+int runOnPorts(const CliContext& context, const PortTargets& targets, const char* what,
                const std::function<bool(StationSession&, const AcronamePorts&)>& run) {
     if (targets.all == !targets.names.empty())
         return fail(exitUsage, QStringLiteral("%1: name the ports as HUB:PORT, or give --all").arg(what));
-    StationSession session;
+    if (const auto problem = context.simulatorProblem()) return fail(exitFailure, *problem);
+    StationSession session(context);
     QString error;
     const auto ports = session.selectPorts(session.refresh(), targets.all, targets.names, error);
     if (!ports) return fail(exitFailure, error);
@@ -85,8 +87,8 @@ void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, co
     auto targets = std::make_shared<PortTargets>();
     addTargets(command, *targets);
     command->callback([&context, targets, sequence, name] {
-        context.action = [targets, sequence, name] {
-            return runOnPorts(*targets, name, [sequence](StationSession& session, const AcronamePorts& ports) {
+        context.action = [&context, targets, sequence, name] {
+            return runOnPorts(context, *targets, name, [sequence](StationSession& session, const AcronamePorts& ports) {
                 return session.run(sequence, ports);
             });
         };
@@ -113,12 +115,12 @@ void addPowerModeCommand(CLI::App& app, CliContext& context) {
     command->add_option("MODE", *mode, "pd, sdp, cdp or cycle")->required();
     addTargets(command, *targets);
     command->callback([&context, mode, targets] {
-        context.action = [mode, targets] {
+        context.action = [&context, mode, targets] {
             const auto number = powerModeNumber(QString::fromStdString(*mode));
             if (!number)
                 return fail(exitUsage, QStringLiteral("power-mode: unknown mode %1 (use pd, sdp, cdp or cycle)")
                                            .arg(QString::fromStdString(*mode)));
-            return runOnPorts(*targets, "power-mode", [number](StationSession& session, const AcronamePorts& ports) {
+            return runOnPorts(context, *targets, "power-mode", [number](StationSession& session, const AcronamePorts& ports) {
                 return session.runPowerMode(*number, ports);
             });
         };
@@ -131,7 +133,7 @@ void addStationCommands(CLI::App& app, CliContext& context) {
     CLI::App* hubs = app.add_subcommand("hubs", "Refresh the station and list every usable hub port");
     auto json = std::make_shared<bool>(false);
     hubs->add_flag("--json", *json, "one JSON array of ports");
-    hubs->callback([&context, json] { context.action = [json] { return printHubs(*json); }; });
+    hubs->callback([&context, json] { context.action = [&context, json] { return printHubs(context, *json); }; });
 
     addSequenceCommand(app, context, "dfu", "Put the Macs on the given ports into DFU mode",
                        StationSession::Sequence::DFU);

@@ -4,6 +4,7 @@
 #include "core/Alerts.h"
 #include "core/SimulatorAddress.h"
 
+#include <QElapsedTimer>
 #include <QEventLoop>
 
 #include <unistd.h>
@@ -24,11 +25,15 @@ struct SessionState {
     std::atomic<bool> lastCompletion{false};
     bool statusOnTerminal = isatty(STDOUT_FILENO);
     bool statusLineOpen = false;
+    QElapsedTimer started;
 
+    // On a terminal one line keeps changing, with the time the run has taken so far; elsewhere
+    // every text is a line of its own, exactly as the sequence gave it.
     void showStatus(const QString& text) {
         std::lock_guard lock(mutex);
         if (statusOnTerminal) {
-            std::printf("\r\033[K%s", qPrintable(text));
+            if (!started.isValid()) started.start();
+            std::printf("\r\033[K[%3llds] %s", static_cast<long long>(started.elapsed() / 1000), qPrintable(text));
             statusLineOpen = true;
         } else {
             std::printf("%s\n", qPrintable(text));
@@ -49,10 +54,9 @@ QString portName(const AcronamePort& port) {
     return QStringLiteral("%1:%2").arg(hub).arg(port.portID());
 }
 
-StationSession::StationSession() : state_(std::make_shared<SessionState>()) {
+StationSession::StationSession(const CliContext& context) : state_(std::make_shared<SessionState>()) {
     auto environment = ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
-    // Driver diagnostics stay off standard output, which carries the command's own results.
-    environment.console = DriverConsole::standardError();
+    environment.console = context.driverConsole();
     std::weak_ptr<SessionState> weakState = state_;
     environment.runInBackground = [weakState](dispatch::Task task) {
         auto state = weakState.lock();

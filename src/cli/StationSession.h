@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/CliContext.h"
+
 #include "hubs/ZMRAcronameManager.h"
 
 #include <QString>
@@ -16,7 +18,7 @@ namespace cli {
 // simulator, refreshed once, with blocking forms of the manager's asynchronous operations.
 class StationSession {
 public:
-    StationSession();
+    explicit StationSession(const CliContext& context);
 
     // Rebuilds the hub list; answers the per-port entries once the device listing is in.
     AC2Devices refresh();

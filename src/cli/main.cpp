@@ -42,8 +42,6 @@ int main(int argc, char** argv) {
     app.fallthrough();
     cli::CliContext context;
     cli::addGlobalOptions(app, context);
-    bool verbose = false;
-    app.add_flag("-v,--verbose", verbose, "also print the log lines this run writes on standard error");
     cli::addDefaultsCommands(app, context, settings);
     cli::addLogCommands(app, context);
     cli::addHubCommands(app, context);
@@ -63,7 +61,7 @@ int main(int argc, char** argv) {
         return cli::exitUsage;
     }
 
-    ZMRUnifiedLogger::setProcessEcho(verbose);
+    ZMRUnifiedLogger::setProcessEcho(context.verbose);
     context.applySimulatorSelection();
     // Technicians rely on the log to tell which command touched the bench and when.
     ZMRLogLevel1(commandLine(argc, argv));

@@ -89,7 +89,7 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
                      });
     ASSERT_TRUE(watcher.subscribe({"usb"})) << watcher.lastError().toStdString();
 
-    const ProcessResult dfu = cli({"port", "dfu", "1C3B4A01:3"});
+    const ProcessResult dfu = cli({"-v", "port", "dfu", "1C3B4A01:3"});
     ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
     EXPECT_TRUE(dfu.standardError.contains("DFU port 3, Err: 0"))
         << dfu.standardError.toStdString();
@@ -131,11 +131,11 @@ TEST_F(SimulatorStation, TransientResultThreeOnSetEnabledIsRetried) {
     station.close();
     ASSERT_EQ(startSimulator({"--station", station.fileName()}), socket);
 
-    const ProcessResult twice = cli({"port", "disable", "C0FFEE:3"});
+    const ProcessResult twice = cli({"-v", "port", "disable", "C0FFEE:3"});
     EXPECT_EQ(twice.exitCode, 0) << twice.standardError.toStdString();
     EXPECT_TRUE(twice.standardError.contains("Disable port 3, Err: 0"));
 
-    const ProcessResult thrice = cli({"port", "disable", "C0FFEE:4"});
+    const ProcessResult thrice = cli({"-v", "port", "disable", "C0FFEE:4"});
     EXPECT_EQ(thrice.exitCode, 1);
     EXPECT_TRUE(thrice.standardError.contains("Disable port 4, Err: 3"))
         << thrice.standardError.toStdString();
