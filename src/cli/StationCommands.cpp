@@ -72,11 +72,14 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
     if (!ports) return fail(exitFailure, error);
     if (ports->empty()) return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
 
+    // The sequences may signal a failure and still end with success; the last word decides the
+    // exit status, and every port that failed is named.
     const bool succeeded = run(session, *ports);
     const QStringList failed = session.failedPorts();
-    if (!failed.isEmpty()) std::fprintf(stderr, "tarvel-cli: %s failed on %s\n", what, qPrintable(failed.join(", ")));
-    if (!succeeded) return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what))
-                                            : exitFailure;
+    if (!failed.isEmpty())
+        std::fprintf(stderr, "tarvel-cli: %s failed on %s\n", what, qPrintable(failed.join(", ")));
+    if (!succeeded)
+        return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what)) : exitFailure;
     std::printf("%s done on %zu port%s\n", what, ports->size(), ports->size() == 1 ? "" : "s");
     return exitSuccess;
 }

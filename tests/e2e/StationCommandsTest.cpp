@@ -1,0 +1,120 @@
+#include "support/SimulatedStation.h"
+
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing_support::ProcessResult;
+using testing_support::SimulatedStation;
+
+// The hub sequences through tarvel-cli against a real simulator. Their pauses are real, so the
+// hub delays are set to zero; the one-second pause per power-cycled port remains.
+class StationCommands : public ::testing::Test {
+protected:
+    StationCommands() {
+        for (const char* key : {"acronameDelayAfterSettingPowerMode", "acronameDelayAfterSendingDFUCommand",
+                                "acronameDelayAfterPuttingAllPortInDFUMode", "acronameDelayAfterRebootAllPorts"})
+            station.setPreference(key, 0);
+    }
+
+    QStringList statesOnHub(const QString& hubSerial) const {
+        QStringList states;
+        for (const auto& value : station.macs()) {
+            const QJsonObject mac = value.toObject();
+            if (mac.value("hub").toVariant().toString().contains(hubSerial, Qt::CaseInsensitive))
+                states << mac.value("state").toString();
+        }
+        return states;
+    }
+
+    SimulatedStation station;
+};
+
+TEST_F(StationCommands, HubsListsTheTenUsablePorts) {
+    ASSERT_FALSE(station.start().isEmpty());
+    const ProcessResult hubs = station.cli({"hubs"});
+    ASSERT_EQ(hubs.exitCode, 0) << hubs.standardError.toStdString();
+    const QStringList lines = hubs.standardOutput.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 11);
+    EXPECT_TRUE(lines[0].startsWith("Hub Serial"));
+    EXPECT_TRUE(lines[1].contains(QRegularExpression(R"(^1C3B4A01\s+2\.10\.4\s+1\s+5\.0\s+\d+\.\d\s+\d+\.\d\s+yes$)")))
+        << lines[1].toStdString();
+    EXPECT_TRUE(hubs.standardError.isEmpty()) << hubs.standardError.toStdString();
+}
+
+TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
+    ASSERT_FALSE(station.start().isEmpty());
+    const ProcessResult dfu = station.cli({"dfu", "--all"});
+    ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
+    QStringList expected{"Putting devices into DFU mode (setting power role)",
+                         "Putting devices into DFU mode (sending DFU command)"};
+    for (int i = 0; i < 10; ++i) expected << "Putting ports into DFU Mode...";
+    expected << "Finishing Up..." << "dfu done on 10 ports";
+    EXPECT_EQ(dfu.standardOutput.split('\n', Qt::SkipEmptyParts), expected);
+
+    QStringList states;
+    for (int attempt = 0; attempt < 50 && states.count("dfu") < 10; ++attempt) {
+        QThread::msleep(100);  // the simulator's Macs re-enumerate on their own clock
+        states = statesOnHub("");
+    }
+    EXPECT_EQ(states.count("dfu"), 10) << states.join(' ').toStdString();
+}
+
+TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
+    station.setPreference("acronameRecoveryRebootTimes", 4);
+    station.setPreference("acronameRecoveryRebootDelay", 0.1);
+    ASSERT_FALSE(station.start({}, 5).isEmpty());
+    const ProcessResult recovery = station.cli({"recovery", "1C3B4A01:1", "1c3b4a01:2"});
+    ASSERT_EQ(recovery.exitCode, 0) << recovery.standardError.toStdString();
+    EXPECT_TRUE(recovery.standardOutput.contains("Restarting 4 of 4 times\nFinishing Up...\n"));
+    QJsonObject first;
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        QThread::msleep(100);
+        const QJsonArray macs = station.macs();
+        int inRecovery = 0;
+        for (const auto& mac : macs) inRecovery += mac.toObject().value("state").toString() == "recovery";
+        if (inRecovery == 2) return;
+    }
+    ADD_FAILURE() << "the two Macs did not reach recovery";
+}
+
+TEST_F(StationCommands, AFailedDfuCommandIsNamedThoughTheSequenceEndsWithSuccess) {
+    const QString file = station.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE",
+        "faults": [{"call": "pd.setUEIBytes", "index": 2, "results": [6], "repeat": true}],
+        "macs": [{"port": 1, "ecid": "0x1", "serialNumber": "AAAA000001"},
+                 {"port": 2, "ecid": "0x2", "serialNumber": "AAAA000002"}]}]})");
+    ASSERT_FALSE(station.start({"--station", file}).isEmpty());
+    const ProcessResult dfu = station.cli({"dfu", "C0FFEE:1", "C0FFEE:2"});
+    EXPECT_EQ(dfu.exitCode, 0);
+    EXPECT_TRUE(dfu.standardError.contains("dfu failed on C0FFEE:2 (DFU command)")) << dfu.standardError.toStdString();
+    EXPECT_TRUE(dfu.standardOutput.contains("Refreshing Devices...\nFinishing Up...\n"));
+
+    // A port that cannot even be power-cycled ends the sequence with failure.
+    SimulatedStation broken;
+    const QString file2 = broken.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE",
+        "faults": [{"call": "port.setEnabled", "index": 1, "results": [6], "repeat": true}],
+        "macs": [{"port": 1, "ecid": "0x1", "serialNumber": "AAAA000001"}]}]})");
+    ASSERT_FALSE(broken.start({"--station", file2}).isEmpty());
+    const ProcessResult restart = broken.cli({"restart", "C0FFEE:1"});
+    EXPECT_EQ(restart.exitCode, 1);
+    EXPECT_TRUE(restart.standardError.contains("restart failed on C0FFEE:1 (disable)")) << restart.standardError.toStdString();
+}
+
+TEST_F(StationCommands, BadTargetsAreClearErrors) {
+    const ProcessResult silent = station.cli({"dfu", "--all"});
+    EXPECT_EQ(silent.exitCode, 1);
+    EXPECT_TRUE(silent.standardError.contains("no station simulator is running"));
+
+    ASSERT_FALSE(station.start().isEmpty());
+    const ProcessResult unknown = station.cli({"restart", "1C3B4A01:6"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_TRUE(unknown.standardError.contains("no usable port 1C3B4A01:6")) << unknown.standardError.toStdString();
+    EXPECT_EQ(station.cli({"restart"}).exitCode, 2);
+    EXPECT_EQ(station.cli({"power-mode", "turbo", "--all"}).exitCode, 2);
+}
+
+}  // namespace

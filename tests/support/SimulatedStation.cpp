@@ -1,0 +1,55 @@
+#include "support/SimulatedStation.h"
+
+#include "core/SimulatorConnection.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QSettings>
+
+namespace testing_support {
+
+SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
+    setPreference("LogFolderPath", folder_.filePath("logs"));
+    environment_.insert("XDG_CONFIG_HOME", folder_.filePath("config"));
+    environment_.remove("TARVEL_SIM");
+    environment_.remove("TARVEL_CFGUTIL");
+}
+
+SimulatedStation::~SimulatedStation() {
+    if (simulator_.state() == QProcess::NotRunning) return;
+    simulator_.kill();
+    simulator_.waitForFinished();
+}
+
+QString SimulatedStation::start(const QStringList& arguments, double speed) {
+    simulator_.setProcessEnvironment(environment_);
+    simulator_.start(executablePath("tarvel-sim"),
+                     QStringList{"--socket", socket_, "--speed", QString::number(speed)} + arguments);
+    if (!simulator_.waitForStarted(5000)) return {};
+    const QDeadlineTimer deadline(5000);
+    while (!simulator_.canReadLine() && !deadline.hasExpired()) simulator_.waitForReadyRead(100);
+    return QString::fromUtf8(simulator_.readLine()).trimmed();
+}
+
+ProcessResult SimulatedStation::cli(const QStringList& arguments) const {
+    return runExecutable("tarvel-cli", QStringList{"--simulate=" + socket_} + arguments, environment_);
+}
+
+QString SimulatedStation::writeStation(const QByteArray& json) const {
+    QFile file(folder_.filePath("station.json"));
+    if (file.open(QIODevice::WriteOnly)) file.write(json);
+    return file.fileName();
+}
+
+QJsonArray SimulatedStation::macs() const {
+    core::SimulatorConnection connection(socket_);
+    const auto reply = connection.request("macs.list");
+    return reply ? reply->value("macs").toArray() : QJsonArray();
+}
+
+void SimulatedStation::setPreference(const QString& key, const QVariant& value) const {
+    QSettings store(folder_.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
+    store.setValue(key, value);
+}
+
+}  // namespace testing_support

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "support/ProcessRun.h"
+
+#include <QJsonArray>
+#include <QProcess>
+#include <QTemporaryDir>
+
+namespace testing_support {
+
+// A real tarvel-sim on a socket of its own, with a private preferences store and log folder for
+// the tarvel-cli runs that talk to it. Stops the simulator when it goes.
+class SimulatedStation {
+public:
+    SimulatedStation();
+    ~SimulatedStation();
+
+    // Starts tarvel-sim and answers the socket path it printed on its first line (empty when it
+    // did not start).
+    QString start(const QStringList& arguments = {}, double speed = 50);
+    // Runs tarvel-cli against this station.
+    ProcessResult cli(const QStringList& arguments) const;
+    // Writes a station file into the private folder and answers its path.
+    QString writeStation(const QByteArray& json) const;
+    // The simulator's Macs as "macs.list" answers them.
+    QJsonArray macs() const;
+    // Sets a preference in this station's private store.
+    void setPreference(const QString& key, const QVariant& value) const;
+
+    QString socket() const { return socket_; }
+    QProcess& simulator() { return simulator_; }
+    QProcessEnvironment& environment() { return environment_; }
+
+private:
+    QTemporaryDir folder_;
+    QProcessEnvironment environment_ = QProcessEnvironment::systemEnvironment();
+    QString socket_;
+    QProcess simulator_;
+};
+
+}  // namespace testing_support
