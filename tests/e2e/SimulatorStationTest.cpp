@@ -1,4 +1,4 @@
-#include "support/ProcessRun.h"
+#include "support/SimulatedStation.h"
 
 #include "core/SimulatorConnection.h"
 
@@ -8,8 +8,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -19,48 +17,14 @@ using testing_support::ProcessResult;
 
 // A real tarvel-sim, fast-forwarded, driven through tarvel-cli as a technician would.
 class SimulatorStation : public ::testing::Test {
-  protected:
-    SimulatorStation() {
-        QSettings seed(folder.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
-        seed.setValue("LogFolderPath", folder.filePath("logs"));
-        environment.insert("XDG_CONFIG_HOME", folder.filePath("config"));
-        environment.remove("TARVEL_SIM");
-        socket = folder.filePath("sim.sock");
-    }
-    ~SimulatorStation() override {
-        if (simulator.state() != QProcess::NotRunning) {
-            simulator.kill();
-            simulator.waitForFinished();
-        }
-    }
-
-    // Starts tarvel-sim and answers the path it printed on its first line.
-    QString startSimulator(const QStringList& extra = {}) {
-        simulator.setProcessEnvironment(environment);
-        simulator.start(testing_support::executablePath("tarvel-sim"),
-                        QStringList{"--socket", socket, "--speed", "50"} + extra);
-        if (!simulator.waitForStarted(5000))
-            return {};
-        const QDeadlineTimer deadline(5000);
-        while (!simulator.canReadLine() && !deadline.hasExpired()) simulator.waitForReadyRead(100);
-        return QString::fromUtf8(simulator.readLine()).trimmed();
-    }
-
-    ProcessResult cli(const QStringList& arguments) {
-        return testing_support::runExecutable(
-            "tarvel-cli", QStringList{"--simulate=" + socket} + arguments, environment);
-    }
-
-    QTemporaryDir folder;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    QString socket;
-    QProcess simulator;
+protected:
+    testing_support::SimulatedStation station;
 };
 
 TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
-    ASSERT_EQ(startSimulator(), socket);
+    ASSERT_EQ(station.start(), station.socket());
 
-    const ProcessResult list = cli({"hub", "list", "--json"});
+    const ProcessResult list = station.cli({"hub", "list", "--json"});
     ASSERT_EQ(list.exitCode, 0) << list.standardError.toStdString();
     const QJsonArray hubs =
         QJsonDocument::fromJson(list.standardOutput.toUtf8()).object().value("hubs").toArray();
@@ -79,7 +43,7 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
         EXPECT_FALSE(ports[6].toObject().value("connected").toBool());
     }
 
-    core::SimulatorConnection watcher(socket);
+    core::SimulatorConnection watcher(station.socket());
     std::vector<std::pair<QString, QJsonObject>> seen;
     QObject::connect(&watcher, &core::SimulatorConnection::event,
                      [&](const QString& name, const QJsonObject& payload) {
@@ -89,7 +53,7 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
                      });
     ASSERT_TRUE(watcher.subscribe({"usb"})) << watcher.lastError().toStdString();
 
-    const ProcessResult dfu = cli({"-v", "port", "dfu", "1C3B4A01:3"});
+    const ProcessResult dfu = station.cli({"-v", "port", "dfu", "1C3B4A01:3"});
     ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
     EXPECT_TRUE(dfu.standardError.contains("DFU port 3, Err: 0"))
         << dfu.standardError.toStdString();
@@ -113,43 +77,37 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
                               "Apple Mobile Device (DFU Mode)");
     EXPECT_TRUE(inDfu);
 
-    simulator.terminate();
-    ASSERT_TRUE(simulator.waitForFinished(5000));
-    EXPECT_EQ(simulator.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(simulator.exitCode(), 0);
-    EXPECT_FALSE(QFile::exists(socket)) << "the socket is removed on the way out";
+    station.simulator().terminate();
+    ASSERT_TRUE(station.simulator().waitForFinished(5000));
+    EXPECT_EQ(station.simulator().exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(station.simulator().exitCode(), 0);
+    EXPECT_FALSE(QFile::exists(station.socket())) << "the socket is removed on the way out";
 }
 
 TEST_F(SimulatorStation, TransientResultThreeOnSetEnabledIsRetried) {
-    QFile station(folder.filePath("flaky.json"));
-    ASSERT_TRUE(station.open(QIODevice::WriteOnly));
     // The CLI names hubs by the serial in hexadecimal without leading zeros.
-    station.write(R"({"hubs": [{"serial": "0x00C0FFEE", "faults": [
+    const QString flaky = station.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE", "faults": [
         {"call": "port.setEnabled", "index": 3, "results": [3, 3]},
         {"call": "port.setEnabled", "index": 4, "results": [3, 3, 3]}],
       "macs": [{"port": 3, "ecid": "0x3", "serialNumber": "FLAKY00003"}]}]})");
-    station.close();
-    ASSERT_EQ(startSimulator({"--station", station.fileName()}), socket);
+    ASSERT_EQ(station.start({"--station", flaky}), station.socket());
 
-    const ProcessResult twice = cli({"-v", "port", "disable", "C0FFEE:3"});
+    const ProcessResult twice = station.cli({"-v", "port", "disable", "C0FFEE:3"});
     EXPECT_EQ(twice.exitCode, 0) << twice.standardError.toStdString();
     EXPECT_TRUE(twice.standardError.contains("Disable port 3, Err: 0"));
 
-    const ProcessResult thrice = cli({"-v", "port", "disable", "C0FFEE:4"});
+    const ProcessResult thrice = station.cli({"-v", "port", "disable", "C0FFEE:4"});
     EXPECT_EQ(thrice.exitCode, 1);
     EXPECT_TRUE(thrice.standardError.contains("Disable port 4, Err: 3"))
         << thrice.standardError.toStdString();
 }
 
 TEST_F(SimulatorStation, InvalidStationFileIsRefusedWithItsErrors) {
-    QFile station(folder.filePath("bad.json"));
-    ASSERT_TRUE(station.open(QIODevice::WriteOnly));
-    station.write(R"({"hubs": [{"serial": "C0FFEE"}]})");
-    station.close();
+    const QString bad = station.writeStation(R"({"hubs": [{"serial": "C0FFEE"}]})");
     const ProcessResult result = testing_support::runExecutable(
-        "tarvel-sim", {"--station", station.fileName(), "--socket", socket}, environment);
+        "tarvel-sim", {"--station", bad, "--socket", station.socket()}, station.environment());
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + station.fileName() +
+    EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + bad +
                                                 ": hubs[0].serial: must be"))
         << result.standardError.toStdString();
     EXPECT_TRUE(result.standardOutput.isEmpty());

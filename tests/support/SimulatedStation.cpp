@@ -13,6 +13,7 @@ SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
     environment_.insert("XDG_CONFIG_HOME", folder_.filePath("config"));
     environment_.remove("TARVEL_SIM");
     environment_.remove("TARVEL_CFGUTIL");
+    environment_.remove("LD_PRELOAD");  // a test run under umockdev must not hand it on
 }
 
 SimulatedStation::~SimulatedStation() {

@@ -1,14 +1,11 @@
 #include "core/SimulatorConnection.h"
-#include "support/ProcessRun.h"
+#include "support/SimulatedStation.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -22,33 +19,15 @@ constexpr quint32 hubSerial = 0x1C3B4A01;  // the first hub of the default stati
 // it with a private preferences store and log folder.
 class UsbCommandsAgainstSimulator : public ::testing::Test {
   protected:
-    void SetUp() override {
-        QDir().mkpath(config.filePath("logs"));
-        QSettings seed(config.filePath("kestrune.com/Tarvel.conf"), QSettings::IniFormat);
-        seed.setValue("LogFolderPath", config.filePath("logs"));
-        environment.insert("XDG_CONFIG_HOME", config.path());
-        environment.remove("TARVEL_SIM");
-        environment.remove("LD_PRELOAD");
-
-        socket = config.filePath("sim.sock");
-        simulator.setProcessEnvironment(environment);
-        simulator.start(testing_support::executablePath("tarvel-sim"),
-                        {"--socket", socket, "--speed", "30"});
-        ASSERT_TRUE(simulator.waitForStarted(10000));
-        ASSERT_TRUE(simulator.waitForReadyRead(10000)) << simulator.readAllStandardError().data();
-        ASSERT_EQ(QString::fromUtf8(simulator.readLine()).trimmed(), socket);
-    }
+    void SetUp() override { ASSERT_EQ(station.start({}, 30), station.socket()); }
 
     void TearDown() override {
-        for (QProcess* process : {&watcher, &simulator}) {
-            process->terminate();
-            if (!process->waitForFinished(5000))
-                process->kill();
-        }
+        watcher.terminate();
+        if (!watcher.waitForFinished(5000)) watcher.kill();
     }
 
     QStringList cliArguments(const QStringList& arguments) const {
-        return QStringList{"--simulate=" + socket} + arguments;
+        return QStringList{"--simulate=" + station.socket()} + arguments;
     }
 
     // Reads the watcher's JSON lines until `done` holds for the lines so far.
@@ -65,24 +44,20 @@ class UsbCommandsAgainstSimulator : public ::testing::Test {
 
     // Port 1 of the first hub, where the Mac at 0x01110000 hangs.
     bool setFirstPortEnabled(bool enabled) {
-        core::SimulatorConnection connection(socket);
+        core::SimulatorConnection connection(station.socket());
         const auto reply = connection.request(
             "stem.port.setEnabled",
             {{"serial", qint64(hubSerial)}, {"index", 1}, {"value", enabled ? 1 : 0}});
         return reply && reply->value("result").toInt(-1) == 0;
     }
 
-    QTemporaryDir config;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    QString socket;
-    QProcess simulator;
+    testing_support::SimulatedStation station;
     QProcess watcher;
     QList<QJsonObject> watchLines;
 };
 
 TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
-    const auto result = testing_support::runExecutable(
-        "tarvel-cli", cliArguments({"usb", "list", "--json"}), environment);
+    const auto result = station.cli({"usb", "list", "--json"});
     ASSERT_EQ(result.exitCode, 0) << result.standardError.toStdString();
     const QJsonArray devices = QJsonDocument::fromJson(result.standardOutput.toUtf8()).array();
     ASSERT_GE(devices.size(), 4);
@@ -101,8 +76,7 @@ TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
     EXPECT_FALSE(mac["inDFU"].toBool());
     EXPECT_TRUE(mac["ecid"].isNull());  // a booted Mac does not show its ECID on USB
 
-    const auto text =
-        testing_support::runExecutable("tarvel-cli", cliArguments({"usb", "list"}), environment);
+    const auto text = station.cli({"usb", "list"});
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_TRUE(text.standardOutput.contains("05AC   1905    0x01110000 0x01100000 no"))
         << text.standardOutput.toStdString();
@@ -110,7 +84,7 @@ TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
 
 TEST_F(UsbCommandsAgainstSimulator, ListFailsClearlyWithoutASimulator) {
     const auto result = testing_support::runExecutable(
-        "tarvel-cli", {"--simulate=" + config.filePath("nobody.sock"), "usb", "list"}, environment);
+        "tarvel-cli", {"--simulate=" + station.socket() + ".nobody", "usb", "list"}, station.environment());
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.standardError.contains("cannot read the USB registry"))
         << result.standardError.toStdString();
@@ -119,7 +93,7 @@ TEST_F(UsbCommandsAgainstSimulator, ListFailsClearlyWithoutASimulator) {
 // The one test here that waits for real: after the first batch the manager collects arrivals
 // for five seconds, and that window is what this test is about.
 TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAPortCycles) {
-    watcher.setProcessEnvironment(environment);
+    watcher.setProcessEnvironment(station.environment());
     watcher.start(testing_support::executablePath("tarvel-cli"),
                   cliArguments({"usb", "watch", "--json"}));
     ASSERT_TRUE(watcher.waitForStarted(10000));
