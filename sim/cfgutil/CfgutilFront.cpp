@@ -5,8 +5,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
-#include <cstdio>
 #include <unistd.h>
+#include <cstdio>
 
 namespace simcfgutil {
 namespace {
@@ -19,7 +19,8 @@ std::optional<std::uint64_t> parseEcid(const QString& text) {
     }
     // The Configurator code writes the ECID as a signed decimal; large ones come out negative.
     const qint64 value = text.toLongLong(&ok);
-    if (ok) return static_cast<std::uint64_t>(value);
+    if (ok)
+        return static_cast<std::uint64_t>(value);
     const std::uint64_t unsignedValue = text.toULongLong(&ok);
     return ok ? std::optional(unsignedValue) : std::nullopt;
 }
@@ -38,7 +39,8 @@ bool visibleToTool(const QJsonObject& mac) {
 QJsonArray visibleMacs(const QJsonObject& reply) {
     QJsonArray visible;
     for (const QJsonValue& mac : reply.value("macs").toArray())
-        if (visibleToTool(mac.toObject())) visible.append(mac);
+        if (visibleToTool(mac.toObject()))
+            visible.append(mac);
     return visible;
 }
 
@@ -97,7 +99,8 @@ CfgutilFront::CfgutilFront(core::SimulatorConnection& simulator, Options options
     : simulator_(simulator), options_(std::move(options)) {
     connect(&simulator_, &core::SimulatorConnection::event, this, &CfgutilFront::onEvent);
     connect(&simulator_, &core::SimulatorConnection::disconnected, this, [this] {
-        if (running_) emit finished(failure(QStringLiteral("lost the simulator mid-restore")));
+        if (running_)
+            emit finished(failure(QStringLiteral("lost the simulator mid-restore")));
         running_ = false;
     });
 }
@@ -108,7 +111,8 @@ void CfgutilFront::write(const QByteArray& bytes) {
     while (done < bytes.size()) {
         const ssize_t count = ::write(STDOUT_FILENO, bytes.constData() + done,
                                       static_cast<size_t>(bytes.size() - done));
-        if (count <= 0) return;
+        if (count <= 0)
+            return;
         done += count;
     }
 }
@@ -122,7 +126,8 @@ int CfgutilFront::failure(const QString& message, int code) {
 
 int CfgutilFront::list() {
     const std::optional<QJsonObject> reply = simulator_.request("macs.list");
-    if (!reply) return failure(simulator_.lastError());
+    if (!reply)
+        return failure(simulator_.lastError());
     const QJsonArray macs = visibleMacs(*reply);
     const std::optional<QJsonObject> faults = simulator_.request("cfgutil.faults");
     const bool garbled = faults && faults->value("garbledList").toBool();
@@ -144,7 +149,8 @@ std::optional<QJsonObject> CfgutilFront::pickMac(QString* error) {
     for (const QJsonValue& value : reply->value("macs").toArray()) {
         const QJsonObject mac = value.toObject();
         const auto ecid = parseEcid(mac.value("ecid").toString());
-        if (options_.ecid ? ecid == options_.ecid : visibleToTool(mac)) return mac;
+        if (options_.ecid ? ecid == options_.ecid : visibleToTool(mac))
+            return mac;
     }
     *error = options_.ecid ? QStringLiteral("no device with ECID %1").arg(hexEcid(*options_.ecid))
                            : QStringLiteral("no device found");
@@ -154,22 +160,27 @@ std::optional<QJsonObject> CfgutilFront::pickMac(QString* error) {
 std::optional<int> CfgutilFront::startRestore() {
     QString error;
     const std::optional<QJsonObject> mac = pickMac(&error);
-    if (!mac) return failure(error);
+    if (!mac)
+        return failure(error);
     ecidText_ = hexEcid(*parseEcid(mac->value("ecid").toString()));
     garbled_ = mac->value("garbledRestoreOutput").toBool();
     // Subscribed before the start, so not one step is missed.
-    if (!simulator_.subscribe({"restore"})) return failure(simulator_.lastError());
+    if (!simulator_.subscribe({"restore"}))
+        return failure(simulator_.lastError());
     const std::optional<QJsonObject> reply =
         simulator_.request("mac.restore", {{"ecid", ecidText_}, {"ipsw", options_.ipsw}});
-    if (!reply) return failure(simulator_.lastError());
+    if (!reply)
+        return failure(simulator_.lastError());
     const int result = reply->value("result").toInt(-1);
-    if (result != 0) return failure(reply->value("message").toString(), result);
+    if (result != 0)
+        return failure(reply->value("message").toString(), result);
     running_ = true;
     return std::nullopt;
 }
 
 void CfgutilFront::cancel() {
-    if (running_) simulator_.request("mac.cancelRestore", {{"ecid", ecidText_}});
+    if (running_)
+        simulator_.request("mac.cancelRestore", {{"ecid", ecidText_}});
     running_ = false;
 }
 
@@ -179,7 +190,8 @@ void CfgutilFront::onEvent(const QString& name, const QJsonObject& payload) {
     if (name == "restore.progress" && options_.progress) {
         const QString step = payload.value("step").toString();
         const double progress = payload.value("progress").toDouble();
-        if (garbled_) write("\x1b[2K\rrestore: ##### " + QByteArray::number(progress * 100) + "%\n");
+        if (garbled_)
+            write("\x1b[2K\rrestore: ##### " + QByteArray::number(progress * 100) + "%\n");
         if (options_.format == "json")
             write(QJsonDocument(QJsonObject{{"Step", step}, {"Progress", progress}})
                       .toJson(QJsonDocument::Compact) +

@@ -28,7 +28,7 @@ std::optional<Options> parseOptions(const QStringList& arguments, QString* error
 // "mac.restore" and its "restore" events.
 class CfgutilFront : public QObject {
     Q_OBJECT
-public:
+  public:
     CfgutilFront(core::SimulatorConnection& simulator, Options options);
 
     // Prints the listing; answers the exit status.
@@ -38,10 +38,10 @@ public:
     // Stops the simulator's restore, if this front started one.
     void cancel();
 
-signals:
+  signals:
     void finished(int status);
 
-private:
+  private:
     void onEvent(const QString& name, const QJsonObject& payload);
     std::optional<QJsonObject> pickMac(QString* error);
     int failure(const QString& message, int code = 1);

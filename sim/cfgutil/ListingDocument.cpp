@@ -6,7 +6,9 @@
 namespace simcfgutil {
 namespace {
 
-QString escaped(const QString& text) { return text.toHtmlEscaped(); }
+QString escaped(const QString& text) {
+    return text.toHtmlEscaped();
+}
 
 QString plistValue(const QJsonValue& value, int depth);
 
@@ -22,21 +24,25 @@ QString plistDictionary(const QJsonObject& object, int depth) {
 
 QString plistValue(const QJsonValue& value, int depth) {
     const QString indent(depth, '\t');
-    if (value.isObject()) return plistDictionary(value.toObject(), depth);
+    if (value.isObject())
+        return plistDictionary(value.toObject(), depth);
     if (value.isArray()) {
         QString text = "<array>\n";
         for (const QJsonValue& element : value.toArray())
             text += indent + "\t" + plistValue(element, depth + 1);
         return text + indent + "</array>\n";
     }
-    if (value.isBool()) return value.toBool() ? "<true/>\n" : "<false/>\n";
-    if (value.isDouble()) return "<integer>" + QString::number(value.toInteger()) + "</integer>\n";
+    if (value.isBool())
+        return value.toBool() ? "<true/>\n" : "<false/>\n";
+    if (value.isDouble())
+        return "<integer>" + QString::number(value.toInteger()) + "</integer>\n";
     return "<string>" + escaped(value.toString()) + "</string>\n";
 }
 
 QByteArray render(const QJsonObject& document, bool plist) {
     // JSON documents go on one line, as every line of the tool's JSON output is one object.
-    if (!plist) return QJsonDocument(document).toJson(QJsonDocument::Compact) + "\n";
+    if (!plist)
+        return QJsonDocument(document).toJson(QJsonDocument::Compact) + "\n";
     return QStringLiteral(
                "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "

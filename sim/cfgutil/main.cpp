@@ -50,14 +50,17 @@ int main(int argc, char** argv) {
     }
     core::SimulatorConnection simulator(*socket);
     simcfgutil::CfgutilFront front(simulator, *options);
-    if (options->command == "list") return front.list();
+    if (options->command == "list")
+        return front.list();
 
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) return 1;
+    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return 1;
     for (int number : {SIGTERM, SIGINT, SIGHUP}) signal(number, onSignal);
     QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, [&] {
         unsigned char number = 0;
-        if (::read(signalPipe[0], &number, 1) != 1) return;
+        if (::read(signalPipe[0], &number, 1) != 1)
+            return;
         front.cancel();
         dieBy(number);
     });
@@ -65,6 +68,7 @@ int main(int argc, char** argv) {
         std::fflush(stdout);
         QCoreApplication::exit(status);
     });
-    if (const std::optional<int> status = front.startRestore()) return *status;
+    if (const std::optional<int> status = front.startRestore())
+        return *status;
     return QCoreApplication::exec();
 }

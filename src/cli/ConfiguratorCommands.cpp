@@ -35,7 +35,8 @@ void onInterrupt(int) {
 std::optional<int> refuseWithoutTool(const ZMRConfigurator2Utility& utility) {
     if (!utility.isAC2Installed() || !QFileInfo(utility.toolPath()).isExecutable())
         return fail(exitFailure,
-                    QStringLiteral("Apple Configurator's cfgutil is not installed at %1").arg(utility.toolPath()));
+                    QStringLiteral("Apple Configurator's cfgutil is not installed at %1")
+                        .arg(utility.toolPath()));
     return std::nullopt;
 }
 
@@ -53,13 +54,21 @@ QJsonObject describe(const AC2Device& device) {
 
 int devices(bool json) {
     ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
-    if (const auto refused = refuseWithoutTool(utility)) return *refused;
+    if (const auto refused = refuseWithoutTool(utility))
+        return *refused;
     configurator::DeviceList listed;
     utility.attachedDevicesWithCallback([&listed](const configurator::DeviceList& devices) {
         listed = devices;
         QCoreApplication::exit(0);
     });
     QCoreApplication::exec();
+    // The listing itself ignores how the tool ended; a technician must not mistake a tool that
+    // failed (no simulator, no permission) for an empty bench.
+    const int status = utility.attachedDevicesWrapper()->terminationStatus();
+    if (status != 0)
+        return fail(exitFailure, QStringLiteral("%1 ended with status %2; the log has its messages")
+                                     .arg(utility.toolPath())
+                                     .arg(status));
 
     QJsonArray described;
     for (const auto& device : listed) described.append(describe(*device));
@@ -71,21 +80,23 @@ int devices(bool json) {
                 "PRODUCT", "DFU", "SERIAL", "NAME");
     for (const QJsonValue value : described) {
         const QJsonObject d = value.toObject();
-        std::printf("%-18s %-26s %-16s %-10s %-7s %-4s %-14s %s\n", qPrintable(d["ecid"].toString()),
-                    qPrintable(d["udid"].toString()), qPrintable(d["deviceType"].toString()),
-                    qPrintable(d["locationID"].toString()), qPrintable(d["productID"].toString()),
-                    d["inDFU"].toBool() ? "yes" : "no", qPrintable(d["serialNumber"].toString()),
-                    qPrintable(d["name"].toString()));
+        std::printf("%-18s %-26s %-16s %-10s %-7s %-4s %-14s %s\n",
+                    qPrintable(d["ecid"].toString()), qPrintable(d["udid"].toString()),
+                    qPrintable(d["deviceType"].toString()), qPrintable(d["locationID"].toString()),
+                    qPrintable(d["productID"].toString()), d["inDFU"].toBool() ? "yes" : "no",
+                    qPrintable(d["serialNumber"].toString()), qPrintable(d["name"].toString()));
     }
     return exitSuccess;
 }
 
 // ECIDs as Tarvel prints them: hexadecimal, with or without "0x".
 std::optional<std::uint64_t> parseEcid(QString text) {
-    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive)) text = text.mid(2);
+    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
+        text = text.mid(2);
     bool ok = false;
     const std::uint64_t ecid = text.toULongLong(&ok, 16);
-    if (!ok || ecid == 0) return std::nullopt;
+    if (!ok || ecid == 0)
+        return std::nullopt;
     return ecid;
 }
 
@@ -101,22 +112,27 @@ std::unique_ptr<core::Settings> settingsForFirmware(const QTemporaryDir& dir, co
 int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     const std::optional<std::uint64_t> ecid = parseEcid(QString::fromStdString(ecidText));
     if (!ecid)
-        return fail(exitUsage, QStringLiteral("\"%1\" is not an ECID (hexadecimal, as `devices` prints it)")
-                                   .arg(QString::fromStdString(ecidText)));
+        return fail(exitUsage,
+                    QStringLiteral("\"%1\" is not an ECID (hexadecimal, as `devices` prints it)")
+                        .arg(QString::fromStdString(ecidText)));
     QTemporaryDir scratch;
-    ZMRConfigurator2Utility::Collaborators collaborators = ZMRConfigurator2Utility::defaultCollaborators();
+    ZMRConfigurator2Utility::Collaborators collaborators =
+        ZMRConfigurator2Utility::defaultCollaborators();
     std::unique_ptr<core::Settings> firmwareSettings;
     if (!ipsw.empty()) {
         firmwareSettings = settingsForFirmware(scratch, QString::fromStdString(ipsw));
         collaborators.settings = firmwareSettings.get();
     }
     ZMRConfigurator2Utility utility(collaborators);
-    if (const auto refused = refuseWithoutTool(utility)) return *refused;
+    if (const auto refused = refuseWithoutTool(utility))
+        return *refused;
     if (collaborators.platform == configurator::RestorePlatform::Linux &&
         !QFileInfo(collaborators.ptyPath).isExecutable())
-        return fail(exitFailure, QStringLiteral("tarvel-pty is missing at %1").arg(collaborators.ptyPath));
+        return fail(exitFailure,
+                    QStringLiteral("tarvel-pty is missing at %1").arg(collaborators.ptyPath));
     // A missing firmware file stops the restore with a dialog and no callback at all.
-    if (collaborators.settings->boolForKey(core::keys::useCustomIPSW) && !utility.customIPSWExists()) {
+    if (collaborators.settings->boolForKey(core::keys::useCustomIPSW) &&
+        !utility.customIPSWExists()) {
         utility.showIPSWError();
         return exitFailure;
     }
@@ -127,7 +143,8 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     ZMRConfigurator2Utility::Runner cancelled;
     int status = exitFailure;
 
-    if (::pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0) return fail(exitFailure, "no pipe");
+    if (::pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return fail(exitFailure, "no pipe");
     signal(SIGINT, onInterrupt);
     QSocketNotifier interrupts(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&interrupts, &QSocketNotifier::activated, [&] {
@@ -135,14 +152,18 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
         while (::read(interruptPipe[0], &byte, 1) == 1) {
         }
         // A second Ctrl-C while the tool winds down leaves at once.
-        if (cancelled) std::_Exit(130);
+        if (cancelled)
+            std::_Exit(130);
         cancelled = utility.task(*ecid);
         bar.note(QStringLiteral("cancelling…"));
         utility.cancelRestore(device);
     });
 
     utility.restoreWithAC2ForDevice(
-        device, [&](const auto&, const QVariant& step, float progress) { bar.update(step.toString(), progress); },
+        device,
+        [&](const auto&, const QVariant& step, float progress) {
+            bar.update(step.toString(), progress);
+        },
         [&](const auto&, const QString& chunk) { bar.note(chunk.trimmed()); },
         [&](const auto&, bool failed, const QString& message) {
             bar.finish();
@@ -151,7 +172,8 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                 status = exitSuccess;
             } else if (device->didCancel()) {
                 std::printf("Restore of %s was cancelled (the tool ended with status %d).\n",
-                            qPrintable(formatEcid(*ecid)), cancelled ? cancelled->terminationStatus() : -1);
+                            qPrintable(formatEcid(*ecid)),
+                            cancelled ? cancelled->terminationStatus() : -1);
                 status = 130;
             } else {
                 status = fail(exitFailure, message);
@@ -188,8 +210,10 @@ void addConfiguratorCommands(CLI::App& app, CliContext& context) {
     CLI::App* restore = app.add_subcommand("restore-device", "Restore one device (Ctrl-C cancels)");
     auto ecid = std::make_shared<std::string>();
     auto ipsw = std::make_shared<std::string>();
-    restore->add_option("ECID", *ecid, "the device's ECID, hexadecimal as `devices` prints it")->required();
-    restore->add_option("--ipsw", *ipsw, "restore this firmware file instead of the one the tool picks");
+    restore->add_option("ECID", *ecid, "the device's ECID, hexadecimal as `devices` prints it")
+        ->required();
+    restore->add_option("--ipsw", *ipsw,
+                        "restore this firmware file instead of the one the tool picks");
     restore->callback([&context, ecid, ipsw] {
         context.action = [ecid, ipsw] { return restoreDevice(*ecid, *ipsw); };
     });

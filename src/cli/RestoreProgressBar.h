@@ -7,7 +7,7 @@ namespace cli {
 // One device's restore progress on the terminal: a bar redrawn in place on a terminal, one line
 // per change when the output goes to a file or a pipe.
 class RestoreProgressBar {
-public:
+  public:
     explicit RestoreProgressBar(QString label);
     // progress < 0 means the tool named a step without a value.
     void update(const QString& step, float progress);
@@ -15,7 +15,7 @@ public:
     void note(const QString& text);
     void finish();
 
-private:
+  private:
     void clearLine();
 
     QString label_;

@@ -4,6 +4,8 @@
 
 namespace configurator {
 
-QString portDescription(const AcronamePort& port) { return port.description(); }
+QString portDescription(const AcronamePort& port) {
+    return port.description();
+}
 
 }  // namespace configurator

@@ -8,7 +8,7 @@ namespace {
 // The registry of this process (udev, or the simulator's USB view when one is selected); on a
 // system without either, DeviceIOKit answers nothing.
 class DeviceIOKitLookups final : public UsbLookups {
-public:
+  public:
     std::optional<QString> vendorSerialNumber(std::uint64_t address, std::int64_t vendor) override {
         return usb_.vendorSerialNumberWithDeviceAddress(address, vendor);
     }
@@ -20,12 +20,14 @@ public:
     }
     QVariantMap vendorDeviceInfo(std::uint64_t address, std::int64_t vendor) override {
         QVariantMap info;
-        const QMap<QString, QString> properties = usb_.vendorDeviceInfoWithDeviceAddress(address, vendor);
-        for (auto it = properties.cbegin(); it != properties.cend(); ++it) info.insert(it.key(), it.value());
+        const QMap<QString, QString> properties =
+            usb_.vendorDeviceInfoWithDeviceAddress(address, vendor);
+        for (auto it = properties.cbegin(); it != properties.cend(); ++it)
+            info.insert(it.key(), it.value());
         return info;
     }
 
-private:
+  private:
     DeviceIOKit usb_;
 };
 

@@ -37,7 +37,7 @@ const char* station = R"({
 // tarvel-cli against a real tarvel-sim, its Configurator tool being tarvel-sim-cfgutil on
 // tarvel-pty, as a technician runs it.
 class CliConfigurator : public ::testing::Test {
-protected:
+  protected:
     CliConfigurator() {
         QSettings seed(folder.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
         seed.setValue("LogFolderPath", folder.filePath("logs"));
@@ -48,7 +48,8 @@ protected:
     }
     ~CliConfigurator() override {
         for (QProcess* process : {&restore, &simulator}) {
-            if (process->state() == QProcess::NotRunning) continue;
+            if (process->state() == QProcess::NotRunning)
+                continue;
             process->kill();
             process->waitForFinished();
         }
@@ -56,10 +57,12 @@ protected:
 
     bool startSimulator(const QString& stationFile = {}) {
         QStringList arguments{"--socket", socket, "--speed", "50"};
-        if (!stationFile.isEmpty()) arguments << "--station" << stationFile;
+        if (!stationFile.isEmpty())
+            arguments << "--station" << stationFile;
         simulator.setProcessEnvironment(environment);
         simulator.start(testing_support::executablePath("tarvel-sim"), arguments);
-        if (!simulator.waitForStarted(5000)) return false;
+        if (!simulator.waitForStarted(5000))
+            return false;
         const QDeadlineTimer deadline(5000);
         while (!simulator.canReadLine() && !deadline.hasExpired()) simulator.waitForReadyRead(100);
         return QString::fromUtf8(simulator.readLine()).trimmed() == socket;
@@ -73,8 +76,8 @@ protected:
     }
 
     ProcessResult cli(const QStringList& arguments) {
-        return testing_support::runExecutable("tarvel-cli", QStringList{"--simulate=" + socket} + arguments,
-                                              environment);
+        return testing_support::runExecutable(
+            "tarvel-cli", QStringList{"--simulate=" + socket} + arguments, environment);
     }
 
     QJsonArray devices() {
@@ -110,7 +113,8 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
 
     const ProcessResult restored = cli({"restore-device", "0x16594A1492801E"});
     EXPECT_EQ(restored.exitCode, 0) << restored.standardError.toStdString();
-    EXPECT_TRUE(restored.standardOutput.contains("100% Restore complete")) << restored.standardOutput.toStdString();
+    EXPECT_TRUE(restored.standardOutput.contains("100% Restore complete"))
+        << restored.standardOutput.toStdString();
     EXPECT_TRUE(restored.standardOutput.contains("Restore of 0x16594A1492801E completed."));
 }
 
@@ -132,7 +136,8 @@ TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
     ASSERT_TRUE(restore.waitForFinished(10000));
     output += restore.readAllStandardOutput();
     EXPECT_EQ(restore.exitCode(), 130);
-    EXPECT_TRUE(output.contains("Restore of 0x16594A1492801E was cancelled (the tool ended with status 15)."))
+    EXPECT_TRUE(output.contains(
+        "Restore of 0x16594A1492801E was cancelled (the tool ended with status 15)."))
         << output.toStdString();
     EXPECT_FALSE(output.contains("Restore complete"));
 
@@ -143,7 +148,8 @@ TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
 
     const ProcessResult failed = cli({"restore-device", "0xE4C91D2A07B3"});
     EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_TRUE(failed.standardError.contains("with status 1.")) << failed.standardError.toStdString();
+    EXPECT_TRUE(failed.standardError.contains("with status 1."))
+        << failed.standardError.toStdString();
 
     const ProcessResult unknown = cli({"restore-device", "0x1234"});
     EXPECT_EQ(unknown.exitCode, 1);
@@ -152,7 +158,8 @@ TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
 
 TEST_F(CliConfigurator, CacheClearReportsTheOutcome) {
     // Nothing of Apple Configurator's exists on this machine, so there is nothing to fail on.
-    const ProcessResult cleared = testing_support::runExecutable("tarvel-cli", {"cache", "clear"}, environment);
+    const ProcessResult cleared =
+        testing_support::runExecutable("tarvel-cli", {"cache", "clear"}, environment);
     EXPECT_EQ(cleared.exitCode, 0) << cleared.standardError.toStdString();
     EXPECT_EQ(cleared.standardOutput, "Apple Configurator's temporary files were removed.\n");
 }
