@@ -1,4 +1,5 @@
 #include "cli/CliContext.h"
+#include "cli/ConfiguratorCommands.h"
 #include "cli/DefaultsCommands.h"
 #include "cli/HubCommands.h"
 #include "cli/LogCommands.h"
@@ -47,6 +48,7 @@ int main(int argc, char** argv) {
     cli::addHubCommands(app, context);
     cli::addUsbCommands(app, context);
     cli::addStationCommands(app, context);
+    cli::addConfiguratorCommands(app, context);
 
     try {
         app.parse(argc, argv);

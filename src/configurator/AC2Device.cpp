@@ -7,7 +7,9 @@ namespace {
 // How the log has always shown an empty value.
 const QString nullText = QStringLiteral("(null)");
 
-QString orNullText(const QString& text) { return text.isEmpty() ? nullText : text; }
+QString orNullText(const QString& text) {
+    return text.isEmpty() ? nullText : text;
+}
 
 }  // namespace
 
@@ -15,14 +17,14 @@ QString formatEcid(std::uint64_t ecid) {
     return QStringLiteral("0x") + QString::number(ecid, 16).toUpper();
 }
 
-#define AC2_ACCESSORS(Type, getter, setter, member)  \
-    Type AC2Device::getter() const {                 \
-        std::lock_guard lock(mutex_);                \
-        return member;                               \
-    }                                                \
-    void AC2Device::setter(const Type& value) {      \
-        std::lock_guard lock(mutex_);                \
-        member = value;                              \
+#define AC2_ACCESSORS(Type, getter, setter, member) \
+    Type AC2Device::getter() const {                \
+        std::lock_guard lock(mutex_);               \
+        return member;                              \
+    }                                               \
+    void AC2Device::setter(const Type& value) {     \
+        std::lock_guard lock(mutex_);               \
+        member = value;                             \
     }
 
 #define AC2_VALUE_ACCESSORS(Type, getter, setter, member) \
@@ -55,15 +57,19 @@ AC2_VALUE_ACCESSORS(std::shared_ptr<AcronamePort>, port, setPort, port_)
 QString AC2Device::description() const {
     std::lock_guard lock(mutex_);
     // "acronamePort;" with its semicolon is what people grep existing logs for.
-    return QStringLiteral("ecid: %1, udid: %2, devicetype: %3, locationID: %4, name: %5, acronamePort; %6")
+    return QStringLiteral(
+               "ecid: %1, udid: %2, devicetype: %3, locationID: %4, name: %5, acronamePort; %6")
         .arg(formatEcid(ecid_), orNullText(udid_), orNullText(deviceType_))
         .arg(locationID_)
-        .arg(orNullText(name_), port_ ? orNullText(configurator::portDescription(*port_)) : nullText);
+        .arg(orNullText(name_),
+             port_ ? orNullText(configurator::portDescription(*port_)) : nullText);
 }
 
 QVariantMap AC2Device::deviceinfo() const {
     std::lock_guard lock(mutex_);
-    const auto text = [](const QString& value) { return value.isNull() ? QStringLiteral("") : value; };
+    const auto text = [](const QString& value) {
+        return value.isNull() ? QStringLiteral("") : value;
+    };
     return {
         {QStringLiteral("ecid"), formatEcid(ecid_)},
         {QStringLiteral("udid"), text(udid_)},

@@ -13,7 +13,7 @@ class AcronamePort;
 // with the hub port it hangs on. Shared between the main thread and the restore workflow, so every
 // property except myIdProperty is read and written under a lock.
 class AC2Device {
-public:
+  public:
     std::uint64_t ecid() const;
     void setEcid(std::uint64_t ecid);
     QString udid() const;
@@ -50,7 +50,7 @@ public:
     // serialNumber.
     QVariantMap deviceinfo() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::uint64_t ecid_ = 0;
     QString udid_;

@@ -18,8 +18,12 @@ const QString deviceServiceFolder = QStringLiteral("com.apple.configurator.xpc.D
 const QString containerSuffix = QStringLiteral(
     "/Library/Containers/com.apple.configurator.xpc.DeviceService/Data/tmp/TemporaryItems");
 
-fs::path pathOf(const QString& text) { return fs::path(text.toStdString()); }
-QString textOf(const fs::path& path) { return QString::fromStdString(path.string()); }
+fs::path pathOf(const QString& text) {
+    return fs::path(text.toStdString());
+}
+QString textOf(const fs::path& path) {
+    return QString::fromStdString(path.string());
+}
 
 // A folder that cannot be listed counts as empty.
 std::vector<QString> directEntryNames(const QString& folder) {
@@ -33,21 +37,26 @@ std::vector<QString> directEntryNames(const QString& folder) {
 
 void removeStaleBundles(const QString& folder, const ItemRemover& remove) {
     for (const QString& name : directEntryNames(folder)) {
-        if (name.startsWith(QStringLiteral("restore_bundle_"))) remove(folder + '/' + name);
+        if (name.startsWith(QStringLiteral("restore_bundle_")))
+            remove(folder + '/' + name);
     }
 }
 
 // Answers the message for the user when an entry would not go in two tries.
 std::optional<QString> emptyContainer(const QString& folder, const ItemRemover& remove) {
     std::error_code error;
-    if (!fs::exists(pathOf(folder), error)) return std::nullopt;
+    if (!fs::exists(pathOf(folder), error))
+        return std::nullopt;
     for (const QString& name : directEntryNames(folder)) {
         const QString entry = folder + '/' + name;
-        if (!remove(entry)) continue;
+        if (!remove(entry))
+            continue;
         const std::optional<QString> second = remove(entry);
-        if (!second) continue;
+        if (!second)
+            continue;
         ZMRLogDebug(QStringLiteral("remove item error: %1").arg(*second));
-        return QStringLiteral("Error removing cache files. Please remove files at %1 before continuing")
+        return QStringLiteral(
+                   "Error removing cache files. Please remove files at %1 before continuing")
             .arg(folder);
     }
     return std::nullopt;
@@ -59,11 +68,14 @@ std::optional<QString> removeDeviceServiceTemporaryItems(const QString& root,
     fs::recursive_directory_iterator it(pathOf(root), fs::directory_options::skip_permission_denied,
                                         error);
     for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
-        if (QString::fromStdString(it->path().filename().string()) != deviceServiceFolder) continue;
+        if (QString::fromStdString(it->path().filename().string()) != deviceServiceFolder)
+            continue;
         const fs::path items = it->path() / "TemporaryItems";
         std::error_code statusError;
-        if (!fs::is_directory(items, statusError)) continue;
-        if (std::optional<QString> failure = remove(textOf(items))) return failure;
+        if (!fs::is_directory(items, statusError))
+            continue;
+        if (std::optional<QString> failure = remove(textOf(items)))
+            return failure;
     }
     return std::nullopt;
 }
@@ -84,7 +96,8 @@ ItemRemover fileSystemRemover() {
     return [](const QString& path) -> std::optional<QString> {
         std::error_code error;
         fs::remove_all(pathOf(path), error);
-        if (!error) return std::nullopt;
+        if (!error)
+            return std::nullopt;
         return QStringLiteral("“%1” couldn’t be removed: %2")
             .arg(textOf(pathOf(path).filename()), QString::fromStdString(error.message()));
     };

@@ -17,7 +17,8 @@ namespace configurator {
 namespace {
 
 void closeDescriptor(int& fd) {
-    if (fd >= 0) ::close(fd);
+    if (fd >= 0)
+        ::close(fd);
     fd = -1;
 }
 
@@ -26,7 +27,8 @@ struct Pipe {
     int write = -1;
     bool open() {
         int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) return false;
+        if (::pipe2(fds, O_CLOEXEC) != 0)
+            return false;
         read = fds[0];
         write = fds[1];
         return true;
@@ -38,8 +40,10 @@ struct Pipe {
 };
 
 int statusFrom(int waitStatus) {
-    if (WIFEXITED(waitStatus)) return WEXITSTATUS(waitStatus);
-    if (WIFSIGNALED(waitStatus)) return WTERMSIG(waitStatus);
+    if (WIFEXITED(waitStatus))
+        return WEXITSTATUS(waitStatus);
+    if (WIFSIGNALED(waitStatus))
+        return WTERMSIG(waitStatus);
     return -1;
 }
 
@@ -71,10 +75,11 @@ int spawnWithPipes(const QStringList& arguments, const Pipe& in, const Pipe& out
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &all);
     posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setflags(
+        &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
 
-    const int result = ::posix_spawn(pid, argv.front(), &actions, &attributes, argv.data(), environ);
+    const int result =
+        ::posix_spawn(pid, argv.front(), &actions, &attributes, argv.data(), environ);
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return result;
@@ -84,12 +89,14 @@ int spawnWithPipes(const QStringList& arguments, const Pipe& in, const Pipe& out
 
 std::unique_ptr<ChildProcess> ChildProcess::spawn(const QStringList& arguments, QString* error) {
     if (arguments.isEmpty()) {
-        if (error) *error = QStringLiteral("no launch path");
+        if (error)
+            *error = QStringLiteral("no launch path");
         return nullptr;
     }
     Pipe in, out, err;
     if (!in.open() || !out.open() || !err.open()) {
-        if (error) *error = QString::fromLocal8Bit(std::strerror(errno));
+        if (error)
+            *error = QString::fromLocal8Bit(std::strerror(errno));
         in.close();
         out.close();
         err.close();
@@ -101,7 +108,8 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const QStringList& arguments, 
     closeDescriptor(out.write);
     closeDescriptor(err.write);
     if (result != 0) {
-        if (error) *error = QString::fromLocal8Bit(std::strerror(result));
+        if (error)
+            *error = QString::fromLocal8Bit(std::strerror(result));
         in.close();
         out.close();
         err.close();
@@ -129,20 +137,24 @@ ChildProcess::~ChildProcess() {
 
 bool ChildProcess::isRunning() const {
     std::lock_guard lock(mutex_);
-    if (reaped_) return false;
+    if (reaped_)
+        return false;
     int waitStatus = 0;
     pid_t answer = 0;
     do {
         answer = ::waitpid(pid_, &waitStatus, WNOHANG);
     } while (answer < 0 && errno == EINTR);
-    if (answer == 0) return true;
+    if (answer == 0)
+        return true;
     reaped_ = true;
-    if (answer == pid_) status_ = statusFrom(waitStatus);
+    if (answer == pid_)
+        status_ = statusFrom(waitStatus);
     return false;
 }
 
 int ChildProcess::terminationStatus() const {
-    if (isRunning()) return -1;
+    if (isRunning())
+        return -1;
     std::lock_guard lock(mutex_);
     return status_;
 }
@@ -150,7 +162,8 @@ int ChildProcess::terminationStatus() const {
 void ChildProcess::sendTerminate() const {
     std::lock_guard lock(mutex_);
     // Once reaped, the number may already belong to another process.
-    if (!reaped_) ::kill(pid_, SIGTERM);
+    if (!reaped_)
+        ::kill(pid_, SIGTERM);
 }
 
 void ChildProcess::closePipes() {

@@ -16,7 +16,7 @@ namespace configurator {
 // by the destructor; a child still running then is reaped by a background waiter, never left a
 // zombie.
 class ChildProcess {
-public:
+  public:
     // Answers nothing when the child cannot be started; `error` then says why.
     static std::unique_ptr<ChildProcess> spawn(const QStringList& arguments, QString* error);
 
@@ -38,7 +38,7 @@ public:
     // Ends our side of all three pipes.
     void closePipes();
 
-private:
+  private:
     ChildProcess(pid_t pid, int in, int out, int err);
 
     pid_t pid_;

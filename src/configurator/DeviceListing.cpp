@@ -8,9 +8,12 @@ namespace configurator {
 namespace {
 
 int hexDigit(char16_t c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
     return -1;
 }
 
@@ -20,17 +23,21 @@ int hexDigit(char16_t c) {
 // which marks the record as unusable for a restore.
 std::uint64_t scanEcid(const QString& text) {
     QStringView rest = QStringView(text).mid(2).trimmed();
-    if (rest.startsWith(QLatin1String("0x"), Qt::CaseInsensitive)) rest = rest.mid(2);
+    if (rest.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
+        rest = rest.mid(2);
     std::uint64_t value = 0;
     bool overflow = false;
     qsizetype digits = 0;
     for (; digits < rest.size(); ++digits) {
         const int digit = hexDigit(rest[digits].unicode());
-        if (digit < 0) break;
-        if (value > (UINT64_MAX >> 4)) overflow = true;
+        if (digit < 0)
+            break;
+        if (value > (UINT64_MAX >> 4))
+            overflow = true;
         value = (value << 4) | static_cast<std::uint64_t>(digit);
     }
-    if (digits == 0) return 0;
+    if (digits == 0)
+        return 0;
     return overflow ? UINT64_MAX : value;
 }
 
@@ -38,7 +45,8 @@ QString formatProductID(const QVariantMap& ioKitInfo) {
     const QVariant idProduct = ioKitInfo.value(QStringLiteral("idProduct"));
     const auto value = static_cast<std::int64_t>(idProduct.toDouble());
     QString hex = QString::number(static_cast<quint64>(value), 16).toUpper();
-    if (hex.size() < 2) hex.prepend(QString(2 - hex.size(), '0'));
+    if (hex.size() < 2)
+        hex.prepend(QString(2 - hex.size(), '0'));
     return QStringLiteral("0x") + hex;
 }
 
@@ -54,7 +62,8 @@ std::shared_ptr<AC2Device> deviceFrom(const QVariantMap& info, UsbLookups& usb) 
         const std::optional<QString> raw = usb.vendorSerialNumber(address, appleVendorID);
         const std::optional<QString> normalized =
             usb.normalizedSerialNumber(usb.vendorSerialNumber(address, appleVendorID));
-        if (usb.deviceInDFUMode(address, appleVendorID)) device->setInDFU(true);
+        if (usb.deviceInDFUMode(address, appleVendorID))
+            device->setInDFU(true);
         // A device in its boot loader reports an iBoot string, which is no serial number.
         if (raw && !raw->contains(QStringLiteral("iBoot")))
             device->setSerialNumber(normalized.value_or(QString()));
@@ -72,14 +81,17 @@ std::shared_ptr<AC2Device> deviceFrom(const QVariantMap& info, UsbLookups& usb) 
 DeviceList parseDeviceListing(const QString& chunk, UsbLookups& usb) {
     DeviceList devices;
     const std::optional<QVariant> parsed = core::parsePropertyList(chunk.toUtf8());
-    if (!parsed) return devices;
+    if (!parsed)
+        return devices;
     const QVariantMap top = parsed->toMap();
     const QVariantList keys = top.value(QStringLiteral("Devices")).toList();
-    if (keys.isEmpty() || !top.contains(QStringLiteral("Output"))) return devices;
+    if (keys.isEmpty() || !top.contains(QStringLiteral("Output")))
+        return devices;
     const QVariantMap output = top.value(QStringLiteral("Output")).toMap();
     for (const QVariant& key : keys) {
         const auto entry = output.constFind(key.toString());
-        if (entry == output.constEnd()) continue;
+        if (entry == output.constEnd())
+            continue;
         devices.append(deviceFrom(entry->toMap(), usb));
     }
     return devices;

@@ -28,13 +28,16 @@ QStringList deviceRestoreCommand(RestorePlatform platform, const QString& toolPa
                         QStringLiteral("--format"),
                         QStringLiteral("json"),
                         QStringLiteral("restore")};
-    if (customIPSW) command << QStringLiteral("-I") << *customIPSW;
+    if (customIPSW)
+        command << QStringLiteral("-I") << *customIPSW;
     return command;
 }
 
-QStringList singleRestoreCommand(const QString& toolPath, const std::optional<QString>& customIPSW) {
+QStringList singleRestoreCommand(const QString& toolPath,
+                                 const std::optional<QString>& customIPSW) {
     QStringList command{toolPath, QStringLiteral("--progress"), QStringLiteral("restore")};
-    if (customIPSW) command << QStringLiteral("-I") << *customIPSW;
+    if (customIPSW)
+        command << QStringLiteral("-I") << *customIPSW;
     return command;
 }
 
@@ -43,12 +46,15 @@ std::optional<RestoreProgress> parseRestoreProgress(const QString& chunk) {
     const QStringList lines = chunk.split('\n');
     // Walked from the last line to the first without stopping, so the first non-empty line wins.
     for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
-        if (!line->isEmpty()) candidate = *line;
+        if (!line->isEmpty())
+            candidate = *line;
     }
-    if (candidate.isEmpty()) return std::nullopt;
+    if (candidate.isEmpty())
+        return std::nullopt;
     const QJsonDocument document = QJsonDocument::fromJson(candidate.toUtf8());
     const QJsonObject object = document.object();
-    if (!object.contains(QStringLiteral("Step"))) return std::nullopt;
+    if (!object.contains(QStringLiteral("Step")))
+        return std::nullopt;
     RestoreProgress progress;
     progress.step = object.value(QStringLiteral("Step")).toVariant();
     if (object.contains(QStringLiteral("Progress")))
@@ -59,7 +65,7 @@ std::optional<RestoreProgress> parseRestoreProgress(const QString& chunk) {
 QString restoreStatusText(float progress) {
     // Compared as the double the float widens to, so 0.1 itself already counts as restoring.
     return static_cast<double>(progress) < 0.1 ? QStringLiteral("Preparing image for restore...")
-                           : QStringLiteral("Restoring");
+                                               : QStringLiteral("Restoring");
 }
 
 }  // namespace configurator

@@ -30,7 +30,7 @@ QStringList singleRestoreCommand(const QString& toolPath, const std::optional<QS
 
 // One parsed progress line.
 struct RestoreProgress {
-    QVariant step;  // as the tool wrote it; normally text
+    QVariant step;           // as the tool wrote it; normally text
     float progress = -1.0f;  // -1 when the line carries no "Progress"
 };
 

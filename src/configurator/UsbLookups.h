@@ -14,9 +14,10 @@ namespace configurator {
 // location and vendor. Production answers them through DeviceIOKit; a system without a USB
 // registry answers nothing and the listing still yields records from the tool's output alone.
 class UsbLookups {
-public:
+  public:
     virtual ~UsbLookups() = default;
-    virtual std::optional<QString> vendorSerialNumber(std::uint64_t address, std::int64_t vendor) = 0;
+    virtual std::optional<QString> vendorSerialNumber(std::uint64_t address,
+                                                      std::int64_t vendor) = 0;
     virtual std::optional<QString> normalizedSerialNumber(const std::optional<QString>& serial) = 0;
     virtual bool deviceInDFUMode(std::uint64_t address, std::int64_t vendor) = 0;
     virtual QVariantMap vendorDeviceInfo(std::uint64_t address, std::int64_t vendor) = 0;

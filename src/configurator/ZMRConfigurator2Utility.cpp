@@ -66,7 +66,9 @@ ZMRConfigurator2Utility::ZMRConfigurator2Utility(Collaborators collaborators)
 
 ZMRConfigurator2Utility::~ZMRConfigurator2Utility() = default;
 
-bool ZMRConfigurator2Utility::isAC2Installed() const { return QFileInfo::exists(c_.toolPath); }
+bool ZMRConfigurator2Utility::isAC2Installed() const {
+    return QFileInfo::exists(c_.toolPath);
+}
 
 ZMRConfigurator2Utility::Runner ZMRConfigurator2Utility::attachedDevicesWrapper() const {
     std::lock_guard lock(listingMutex_);
@@ -109,15 +111,18 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
     }
     std::weak_ptr<int> alive = lifetime_;
     dispatch::main([this, alive] {
-        if (alive.expired()) return;
+        if (alive.expired())
+            return;
         ZMRLogDebug(QStringLiteral("Starting Apple Configurator to get list of available devices"));
-        if (Runner runner = attachedDevicesWrapper()) runner->startProcess();
+        if (Runner runner = attachedDevicesWrapper())
+            runner->startProcess();
     });
 }
 
 std::optional<QString> ZMRConfigurator2Utility::customIPSWArgument(bool* stop) {
     *stop = false;
-    if (!c_.settings->boolForKey(core::keys::useCustomIPSW)) return std::nullopt;
+    if (!c_.settings->boolForKey(core::keys::useCustomIPSW))
+        return std::nullopt;
     if (!customIPSWExists()) {
         showIPSWError();
         *stop = true;
@@ -132,7 +137,8 @@ void ZMRConfigurator2Utility::restoreWithAC2ForDevice(DevicePtr device,
                                                       RestoreCompletedBlock completedBlock) {
     std::weak_ptr<int> alive = lifetime_;
     dispatch::main([=, this] {
-        if (!alive.expired()) startDeviceRestore(device, outputBlock, errorBlock, completedBlock);
+        if (!alive.expired())
+            startDeviceRestore(device, outputBlock, errorBlock, completedBlock);
     });
 }
 
@@ -146,11 +152,13 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     }
     const std::uint64_t ecid = device->ecid();
     // The stopped run's end handling removes it from tasks and reports it as failed.
-    if (Runner running = task(ecid)) running->stopProcess();
+    if (Runner running = task(ecid))
+        running->stopProcess();
 
     bool stop = false;
     const std::optional<QString> custom = customIPSWArgument(&stop);
-    if (stop) return;
+    if (stop)
+        return;
     const QStringList command =
         configurator::deviceRestoreCommand(c_.platform, c_.toolPath, c_.ptyPath, ecid, custom);
     ZMRLogDebug(QStringLiteral("Restoring"));
@@ -159,7 +167,8 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     std::weak_ptr<int> alive = lifetime_;
     auto end = [this, alive, self, ecid, device, completedBlock](std::int32_t) {
         Runner runner = self->lock();
-        if (!alive.expired()) tasks_.erase(ecid);
+        if (!alive.expired())
+            tasks_.erase(ecid);
         dispatch::main([runner, device, completedBlock] {
             const int status = runner ? runner->terminationStatus() : -1;
             if (status == 0)
@@ -173,7 +182,8 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
         ZMRLogDebug(chunk);
         const std::optional<configurator::RestoreProgress> progress =
             configurator::parseRestoreProgress(chunk);
-        if (!progress) return;
+        if (!progress)
+            return;
         outputBlock(device, progress->step, progress->progress);
         device->setRestoreStatus(configurator::restoreStatusText(progress->progress));
     };
@@ -189,9 +199,11 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
 }
 
 void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {
-    if (!device || device->ecid() == 0) return;
+    if (!device || device->ecid() == 0)
+        return;
     Runner runner = task(device->ecid());
-    if (!runner) return;
+    if (!runner)
+        return;
     // Set first, so the completion that follows can tell a cancel from a failure.
     device->setDidCancel(true);
     runner->stopProcess();
@@ -199,22 +211,26 @@ void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {
 
 void ZMRConfigurator2Utility::cancelOperation() {
     for (const Runner& runner : {attachedDevicesWrapper(), taskWrapper_}) {
-        if (runner && runner->isRunning()) runner->terminate();
+        if (runner && runner->isRunning())
+            runner->terminate();
     }
 }
 
 void ZMRConfigurator2Utility::restoreWithAC2() {
     bool stop = false;
     const std::optional<QString> custom = customIPSWArgument(&stop);
-    if (stop) return;
+    if (stop)
+        return;
     const QStringList command = configurator::singleRestoreCommand(c_.toolPath, custom);
     ZMRLogDebug(QStringLiteral("Restoring"));
     std::weak_ptr<int> alive = lifetime_;
     auto end = [this, alive](std::int32_t) {
-        if (alive.expired() || !taskWrapper_ || taskWrapper_->terminationStatus() == 0) return;
-        const int choice = c_.alerts->show({QStringLiteral("Error Restoring Device"),
-                                            QStringLiteral("There was an error restoring the device."),
-                                            {QStringLiteral("OK"), QStringLiteral("More Info")}});
+        if (alive.expired() || !taskWrapper_ || taskWrapper_->terminationStatus() == 0)
+            return;
+        const int choice =
+            c_.alerts->show({QStringLiteral("Error Restoring Device"),
+                             QStringLiteral("There was an error restoring the device."),
+                             {QStringLiteral("OK"), QStringLiteral("More Info")}});
         if (choice == 1 && c_.openURL)
             c_.openURL(QUrl(core::BundleInfo::shared().troubleshootingGuide()));
     };

@@ -22,7 +22,7 @@
 // The one object through which the system talks to Apple Configurator's command-line tool: it
 // lists the attached devices, restores and cancels, and clears the tool's temporary files.
 class ZMRConfigurator2Utility {
-public:
+  public:
     using DeviceListCallback = std::function<void(const configurator::DeviceList& devices)>;
     using DevicePtr = std::shared_ptr<AC2Device>;
     using RestoreOutputBlock =
@@ -66,7 +66,8 @@ public:
     // Returns at once; the restore starts, reports and completes on the main thread. A restore of
     // a device whose ECID already has one running stops that one first.
     void restoreWithAC2ForDevice(DevicePtr device, RestoreOutputBlock outputBlock,
-                                 RestoreErrorBlock errorBlock, RestoreCompletedBlock completedBlock);
+                                 RestoreErrorBlock errorBlock,
+                                 RestoreCompletedBlock completedBlock);
     // Main thread. Marks the device cancelled and stops its restore, if one runs.
     void cancelRestore(const DevicePtr& device);
     // Asks the listing and the single restore to terminate; per-device restores go on.
@@ -84,7 +85,7 @@ public:
     // The runner of the restore under way for an ECID, if any (main thread).
     Runner task(std::uint64_t ecid) const;
 
-private:
+  private:
     void startDeviceRestore(const DevicePtr& device, const RestoreOutputBlock& outputBlock,
                             const RestoreErrorBlock& errorBlock,
                             const RestoreCompletedBlock& completedBlock);

@@ -20,7 +20,8 @@ constexpr size_t chunkSize = 64 * 1024;
 QString decodeChunk(const QByteArray& bytes) {
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = decoder(bytes);
-    if (decoder.hasError()) return QString();
+    if (decoder.hasError())
+        return QString();
     return text;
 }
 
@@ -32,8 +33,10 @@ ReadResult readChunk(int fd, QByteArray* chunk) {
     do {
         count = ::read(fd, chunk->data(), chunkSize);
     } while (count < 0 && errno == EINTR);
-    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return ReadResult::NothingYet;
-    if (count <= 0) return ReadResult::EndOfFile;
+    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        return ReadResult::NothingYet;
+    if (count <= 0)
+        return ReadResult::EndOfFile;
     chunk->resize(count);
     return ReadResult::Chunk;
 }
@@ -64,10 +67,13 @@ ZMTaskWrapperWithBlocks::ZMTaskWrapperWithBlocks(StartBlock startBlock, EndBlock
       arguments_(std::move(arguments)),
       clock_(clock) {}
 
-ZMTaskWrapperWithBlocks::~ZMTaskWrapperWithBlocks() { dropChild(); }
+ZMTaskWrapperWithBlocks::~ZMTaskWrapperWithBlocks() {
+    dropChild();
+}
 
 void ZMTaskWrapperWithBlocks::startProcess() {
-    if (startBlock_) startBlock_();
+    if (startBlock_)
+        startBlock_();
     dropChild();
 
     QString error;
@@ -84,35 +90,39 @@ void ZMTaskWrapperWithBlocks::startProcess() {
 
 void ZMTaskWrapperWithBlocks::getData() {
     const auto keepAlive = weak_from_this().lock();
-    if (!task_ || !outputNotifier_) return;
+    if (!task_ || !outputNotifier_)
+        return;
     QByteArray chunk;
     switch (readChunk(task_->standardOutput(), &chunk)) {
-    case ReadResult::NothingYet:
-        return;
-    case ReadResult::EndOfFile:
-        stopProcess();
-        return;
-    case ReadResult::Chunk:
-        if (outputBlock_) outputBlock_(decodeChunk(chunk));
-        return;
+        case ReadResult::NothingYet:
+            return;
+        case ReadResult::EndOfFile:
+            stopProcess();
+            return;
+        case ReadResult::Chunk:
+            if (outputBlock_)
+                outputBlock_(decodeChunk(chunk));
+            return;
     }
 }
 
 void ZMTaskWrapperWithBlocks::getStdErr() {
     const auto keepAlive = weak_from_this().lock();
-    if (!task_ || !errorNotifier_) return;
+    if (!task_ || !errorNotifier_)
+        return;
     QByteArray chunk;
     switch (readChunk(task_->standardError(), &chunk)) {
-    case ReadResult::NothingYet:
-        return;
-    case ReadResult::EndOfFile:
-        // Standard error never ends a run. Past its end the pipe can deliver nothing more, so
-        // watching it would only spin the loop until the run stops.
-        errorNotifier_->setEnabled(false);
-        return;
-    case ReadResult::Chunk:
-        if (errorOutputBlock_) errorOutputBlock_(decodeChunk(chunk));
-        return;
+        case ReadResult::NothingYet:
+            return;
+        case ReadResult::EndOfFile:
+            // Standard error never ends a run. Past its end the pipe can deliver nothing more, so
+            // watching it would only spin the loop until the run stops.
+            errorNotifier_->setEnabled(false);
+            return;
+        case ReadResult::Chunk:
+            if (errorOutputBlock_)
+                errorOutputBlock_(decodeChunk(chunk));
+            return;
     }
 }
 
@@ -130,7 +140,8 @@ void ZMTaskWrapperWithBlocks::stopProcess() {
         while (task_->isRunning()) task_->sendTerminate();
         task_->closePipes();
     }
-    if (endBlock_) endBlock_(task_ ? task_->terminationStatus() : -1);
+    if (endBlock_)
+        endBlock_(task_ ? task_->terminationStatus() : -1);
 }
 
 void ZMTaskWrapperWithBlocks::dropChild() {
@@ -139,17 +150,25 @@ void ZMTaskWrapperWithBlocks::dropChild() {
 }
 
 void ZMTaskWrapperWithBlocks::terminate() {
-    if (task_ && task_->isRunning()) task_->sendTerminate();
+    if (task_ && task_->isRunning())
+        task_->sendTerminate();
 }
 
-bool ZMTaskWrapperWithBlocks::isRunning() const { return task_ && task_->isRunning(); }
+bool ZMTaskWrapperWithBlocks::isRunning() const {
+    return task_ && task_->isRunning();
+}
 
-std::int32_t ZMTaskWrapperWithBlocks::pid() const { return task_ ? task_->pid() : -1; }
+std::int32_t ZMTaskWrapperWithBlocks::pid() const {
+    return task_ ? task_->pid() : -1;
+}
 
 std::int32_t ZMTaskWrapperWithBlocks::terminationStatus() {
-    if (!task_) return -1;
-    if (!task_->isRunning()) return task_->terminationStatus();
+    if (!task_)
+        return -1;
+    if (!task_->isRunning())
+        return task_->terminationStatus();
     clock_.sleepSeconds(terminationGraceSeconds);
-    if (task_->isRunning()) return stillRunningStatus;
+    if (task_->isRunning())
+        return stillRunningStatus;
     return task_->terminationStatus();
 }

@@ -23,7 +23,7 @@ class ChildProcess;
 // Owners that may drop the runner from inside one of its callbacks should hold it in a
 // std::shared_ptr: the runner then keeps itself alive until the callback has returned.
 class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrapperWithBlocks> {
-public:
+  public:
     using StartBlock = std::function<void()>;
     using EndBlock = std::function<void(std::int32_t status)>;
     using OutputBlock = std::function<void(const QString& chunk)>;
@@ -55,7 +55,7 @@ public:
 
     const QStringList& arguments() const { return arguments_; }
 
-private:
+  private:
     struct NotifierDeleter {
         void operator()(QSocketNotifier* notifier) const;
     };

@@ -25,7 +25,7 @@ struct Outcome {
 };
 
 class CacheCleanup : public ::testing::Test {
-protected:
+  protected:
     CacheCleanup() : places(CachePlaces::under(root.path())) {}
 
     Outcome clear(const configurator::ItemRemover& remover) {
@@ -42,7 +42,8 @@ protected:
     configurator::ItemRemover removerFailingFor(const QStringList& stuck) {
         return [this, stuck](const QString& path) -> std::optional<QString> {
             tried << path;
-            if (stuck.contains(QFileInfo(path).fileName())) return QStringLiteral("busy");
+            if (stuck.contains(QFileInfo(path).fileName()))
+                return QStringLiteral("busy");
             return configurator::fileSystemRemover()(path);
         };
     }
@@ -59,7 +60,7 @@ TEST_F(CacheCleanup, RemovesWhatConfiguratorLeftAndNothingElse) {
     touch(places.containerTemporaryItems + "/a/b.dmg");
     touch(places.containerTemporaryItems + "/.hidden");
     touch(places.varFolders + "/zz/abc/T/" + service + "/TemporaryItems/item");
-    touch(places.varFolders + "/zz/abc/C/" + service + "/other");         // no TemporaryItems
+    touch(places.varFolders + "/zz/abc/C/" + service + "/other");           // no TemporaryItems
     touch(places.varFolders + "/yy/def/T/" + service + "/TemporaryItems");  // a file, not a folder
     touch(places.varFolders + "/yy/TemporaryItems/keep");                   // not under the service
 
@@ -69,7 +70,8 @@ TEST_F(CacheCleanup, RemovesWhatConfiguratorLeftAndNothingElse) {
     EXPECT_EQ(outcome.message, "");
     EXPECT_FALSE(QFileInfo::exists(places.temporaryFolder + "/restore_bundle_1"));
     EXPECT_TRUE(QFileInfo::exists(places.temporaryFolder + "/keep.txt"));
-    EXPECT_TRUE(QDir(places.containerTemporaryItems).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+    EXPECT_TRUE(QDir(places.containerTemporaryItems)
+                    .isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
     EXPECT_FALSE(QFileInfo::exists(places.varFolders + "/zz/abc/T/" + service + "/TemporaryItems"));
     EXPECT_TRUE(QFileInfo::exists(places.varFolders + "/zz/abc/C/" + service + "/other"));
     EXPECT_TRUE(QFileInfo(places.varFolders + "/yy/def/T/" + service + "/TemporaryItems").isFile());

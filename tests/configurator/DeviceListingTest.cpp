@@ -21,12 +21,14 @@ QString fixture(const QString& name) {
 TEST(DeviceListing, CompletesEachReportedDeviceFromTheUsbRegistry) {
     FakeUsbLookups usb;
     // The Mac on the DFU port runs its boot loader; the other one is booted.
-    usb.devices[1048576] = {{"idProduct", "4647"},
-                            {"kUSBProductString", "Apple Mobile Device (DFU Mode)"},
-                            {"kUSBSerialNumberString", "CPID:8103 ECID:0016594A1492801E SRTG:[iBoot-7459.121.3]"}};
+    usb.devices[1048576] = {
+        {"idProduct", "4647"},
+        {"kUSBProductString", "Apple Mobile Device (DFU Mode)"},
+        {"kUSBSerialNumberString", "CPID:8103 ECID:0016594A1492801E SRTG:[iBoot-7459.121.3]"}};
     usb.devices[17956864] = {{"idProduct", "6405"}, {"kUSBSerialNumberString", "c02xk1abq6nv"}};
 
-    const configurator::DeviceList devices = parseDeviceListing(fixture("list-two-macs.plist"), usb);
+    const configurator::DeviceList devices =
+        parseDeviceListing(fixture("list-two-macs.plist"), usb);
     ASSERT_EQ(devices.size(), 2);
     const AC2Device& dfu = *devices[0];
     EXPECT_EQ(dfu.ecid(), 0x16594A1492801Eu);
@@ -81,9 +83,13 @@ TEST(DeviceListing, YieldsNothingFromHalfADocumentOrAnErrorDocument) {
 
 TEST(AC2Device, DescriptionAndDeviceInfoFormatNumbersDifferently) {
     AC2Device fresh;
-    EXPECT_EQ(fresh.deviceinfo(),
-              QVariantMap({{"ecid", "0x0"}, {"udid", ""}, {"productID", ""}, {"deviceType", ""},
-                           {"locationID", "0x0"}, {"name", ""}, {"serialNumber", ""}}));
+    EXPECT_EQ(fresh.deviceinfo(), QVariantMap({{"ecid", "0x0"},
+                                               {"udid", ""},
+                                               {"productID", ""},
+                                               {"deviceType", ""},
+                                               {"locationID", "0x0"},
+                                               {"name", ""},
+                                               {"serialNumber", ""}}));
     EXPECT_EQ(fresh.description(),
               "ecid: 0x0, udid: (null), devicetype: (null), locationID: 0, name: (null), "
               "acronamePort; (null)");

@@ -10,20 +10,23 @@ namespace testing_support {
 
 // A USB registry of property maps keyed by location, recording every question asked.
 class FakeUsbLookups final : public configurator::UsbLookups {
-public:
+  public:
     std::map<std::uint64_t, QVariantMap> devices;
     QStringList asked;
 
     std::optional<QString> vendorSerialNumber(std::uint64_t address, std::int64_t vendor) override {
         asked << QStringLiteral("serial %1 %2").arg(address).arg(vendor);
         const QVariantMap info = find(address);
-        if (!info.contains("kUSBSerialNumberString")) return std::nullopt;
+        if (!info.contains("kUSBSerialNumberString"))
+            return std::nullopt;
         return info.value("kUSBSerialNumberString").toString();
     }
     std::optional<QString> normalizedSerialNumber(const std::optional<QString>& serial) override {
-        if (!serial) return std::nullopt;
+        if (!serial)
+            return std::nullopt;
         const QString upper = serial->toUpper();
-        if (upper.contains("ECID") || upper.contains('-')) return std::nullopt;
+        if (upper.contains("ECID") || upper.contains('-'))
+            return std::nullopt;
         return upper;
     }
     bool deviceInDFUMode(std::uint64_t address, std::int64_t vendor) override {
@@ -37,7 +40,7 @@ public:
         return find(address);
     }
 
-private:
+  private:
     QVariantMap find(std::uint64_t address) const {
         const auto it = devices.find(address);
         return it == devices.end() ? QVariantMap() : it->second;

@@ -23,7 +23,8 @@ using testing_support::runLoopUntil;
 const QString preparing = "Preparing image for restore...";
 
 TEST(RestoreProgress, OnlyTheFirstNonEmptyLineOfAChunkCounts) {
-    const auto three = parseRestoreProgress("\n{\"Step\":\"A\",\"Progress\":0.25}\n{\"Step\":\"B\"}\n{\"Step\":\"C\"}\n");
+    const auto three = parseRestoreProgress(
+        "\n{\"Step\":\"A\",\"Progress\":0.25}\n{\"Step\":\"B\"}\n{\"Step\":\"C\"}\n");
     ASSERT_TRUE(three);
     EXPECT_EQ(three->step, "A");
     EXPECT_FLOAT_EQ(three->progress, 0.25f);
@@ -41,22 +42,29 @@ TEST(RestoreProgress, OnlyTheFirstNonEmptyLineOfAChunkCounts) {
 
 TEST(RestoreProgress, StatusTextTurnsToRestoringAtOneTenth) {
     EXPECT_EQ(restoreStatusText(0.09f), preparing);
-    EXPECT_EQ(restoreStatusText(parseRestoreProgress("{\"Step\":\"s\",\"Progress\":0.1}")->progress), "Restoring");
+    EXPECT_EQ(
+        restoreStatusText(parseRestoreProgress("{\"Step\":\"s\",\"Progress\":0.1}")->progress),
+        "Restoring");
     EXPECT_EQ(restoreStatusText(1.0f), "Restoring");
 }
 
 TEST(RestoreCommand, SameToolArgumentsBehindEitherPseudoTerminal) {
     const quint64 large = (1ull << 63) + 5;
-    const QStringList mac = configurator::deviceRestoreCommand(
-        configurator::RestorePlatform::MacOS, configurator::appleToolPath, "/ignored", large, std::nullopt);
-    EXPECT_EQ(mac, QStringList({"/usr/bin/script", "-q", "/dev/null",
-                                "/Applications/Apple Configurator.app/Contents/MacOS/cfgutil", "-e",
-                                "-9223372036854775803", "--progress", "--format", "json", "restore"}));
-    const QStringList linux = configurator::deviceRestoreCommand(
-        configurator::RestorePlatform::Linux, "/opt/cfgutil", "/bin/tarvel-pty", 0x1234, QString("/f.ipsw"));
-    EXPECT_EQ(linux, QStringList({"/bin/tarvel-pty", "-q", "/dev/null", "/opt/cfgutil", "-e", "4660",
-                                  "--progress", "--format", "json", "restore", "-I", "/f.ipsw"}));
-    EXPECT_EQ(configurator::singleRestoreCommand("/t", std::nullopt), QStringList({"/t", "--progress", "restore"}));
+    const QStringList mac = configurator::deviceRestoreCommand(configurator::RestorePlatform::MacOS,
+                                                               configurator::appleToolPath,
+                                                               "/ignored", large, std::nullopt);
+    EXPECT_EQ(mac,
+              QStringList({"/usr/bin/script", "-q", "/dev/null",
+                           "/Applications/Apple Configurator.app/Contents/MacOS/cfgutil", "-e",
+                           "-9223372036854775803", "--progress", "--format", "json", "restore"}));
+    const QStringList linux =
+        configurator::deviceRestoreCommand(configurator::RestorePlatform::Linux, "/opt/cfgutil",
+                                           "/bin/tarvel-pty", 0x1234, QString("/f.ipsw"));
+    EXPECT_EQ(linux,
+              QStringList({"/bin/tarvel-pty", "-q", "/dev/null", "/opt/cfgutil", "-e", "4660",
+                           "--progress", "--format", "json", "restore", "-I", "/f.ipsw"}));
+    EXPECT_EQ(configurator::singleRestoreCommand("/t", std::nullopt),
+              QStringList({"/t", "--progress", "restore"}));
 }
 
 struct Completion {
@@ -66,7 +74,7 @@ struct Completion {
 };
 
 class Restore : public ::testing::Test {
-protected:
+  protected:
     // `pty` is the real tarvel-pty, or a stand-in that just runs the command.
     std::unique_ptr<ZMRConfigurator2Utility> utility(const QString& tool, bool realPty = false) {
         ZMRConfigurator2Utility::Collaborators c;
@@ -74,8 +82,10 @@ protected:
         c.alerts = &alerts;
         c.clock = &clock;
         c.toolPath = tool;
-        c.ptyPath = realPty ? testing_support::executablePath("tarvel-pty")
-                            : scripts.write("pty", "printf '%s\\n' \"$@\" > \"$0.args\"; shift 2; exec \"$@\"");
+        c.ptyPath =
+            realPty
+                ? testing_support::executablePath("tarvel-pty")
+                : scripts.write("pty", "printf '%s\\n' \"$@\" > \"$0.args\"; shift 2; exec \"$@\"");
         c.platform = configurator::RestorePlatform::Linux;
         c.usbLookups = [] { return std::make_unique<testing_support::FakeUsbLookups>(); };
         c.remover = configurator::fileSystemRemover();
@@ -89,7 +99,8 @@ protected:
             device,
             [this, onOutput](const auto&, const QVariant& step, float progress) {
                 steps << QStringLiteral("%1@%2").arg(step.toString()).arg(progress);
-                if (onOutput) onOutput();
+                if (onOutput)
+                    onOutput();
             },
             [this](const auto&, const QString& chunk) {
                 errors << chunk;
@@ -114,9 +125,11 @@ protected:
     }
 
     QString statusMessage(int status) const {
-        return QStringLiteral("There was an error restoring the device with status %1. Please check log "
-                              "for error message. You can also try restoring with Apple Configurator to "
-                              "help identify issues.").arg(status);
+        return QStringLiteral(
+                   "There was an error restoring the device with status %1. Please check log "
+                   "for error message. You can also try restoring with Apple Configurator to "
+                   "help identify issues.")
+            .arg(status);
     }
 
     testing_support::Scripts scripts;
@@ -133,8 +146,9 @@ TEST_F(Restore, ReportsProgressAndSucceedsOnExitZero) {
     // The tool's error text is seen before its output ends, as with a real restore.
     const QString tool = scripts.write(
         "cfgutil",
-        "echo warn >&2; while [ ! -e '" + scripts.path("stderr-seen") + "' ]; do :; done\n"
-        "printf '{\"Step\":\"A\",\"Progress\":0.5}\\n{\"Step\":\"B\"}\\n{\"Step\":\"C\"}\\n'");
+        "echo warn >&2; while [ ! -e '" + scripts.path("stderr-seen") +
+            "' ]; do :; done\n"
+            "printf '{\"Step\":\"A\",\"Progress\":0.5}\\n{\"Step\":\"B\"}\\n{\"Step\":\"C\"}\\n'");
     auto u = utility(tool);
     auto mac = device((1ull << 63) + 5);
     restore(*u, mac);
@@ -167,13 +181,17 @@ TEST_F(Restore, FailureCarriesTheExitStatus) {
 // Through the real tarvel-pty: the terminal in between must not turn a termination into success.
 TEST_F(Restore, ASecondRestoreOfTheSameDeviceStopsTheFirst) {
     const QString marker = scripts.path("started-once");
-    auto u = utility(scripts.write("cfgutil", "if [ -e '" + marker + "' ]; then echo '{\"Step\":\"two\"}'; exit 0; fi\n"
-                                              "touch '" + marker + "'; echo '{\"Step\":\"one\"}'; exec sleep 30"),
-                     true);
+    auto u = utility(
+        scripts.write("cfgutil", "if [ -e '" + marker +
+                                     "' ]; then echo '{\"Step\":\"two\"}'; exit 0; fi\n"
+                                     "touch '" +
+                                     marker + "'; echo '{\"Step\":\"one\"}'; exec sleep 30"),
+        true);
     auto mac = device(0x16594A1492801E);
     bool again = false;
     restore(*u, mac, [&] {
-        if (!std::exchange(again, true)) restore(*u, mac);
+        if (!std::exchange(again, true))
+            restore(*u, mac);
     });
     ASSERT_TRUE(runLoopUntil([&] { return completions.size() == 2; }));
     EXPECT_EQ(steps, QStringList({"one@-1", "two@-1"}));
@@ -184,7 +202,9 @@ TEST_F(Restore, ASecondRestoreOfTheSameDeviceStopsTheFirst) {
 }
 
 TEST_F(Restore, CancelStopsARunningRestoreAndIsNoOpOtherwise) {
-    auto u = utility(scripts.write("cfgutil", "echo '{\"Step\":\"Restoring\",\"Progress\":0.3}'; exec sleep 30"), true);
+    auto u = utility(
+        scripts.write("cfgutil", "echo '{\"Step\":\"Restoring\",\"Progress\":0.3}'; exec sleep 30"),
+        true);
     auto idle = device(0x77);
     u->cancelRestore(idle);
     u->cancelRestore(nullptr);
@@ -216,7 +236,8 @@ TEST_F(Restore, InvalidDevicesAndAMissingFirmwareFileStopBeforeAnyChild) {
     ASSERT_EQ(alerts.shown().size(), 1u);
     EXPECT_EQ(alerts.shown()[0].title, "IPSW Does Not Exist");
     EXPECT_EQ(alerts.shown()[0].message,
-              "The specified path for the IPSW does not exist at /nowhere/m1.ipsw. Please check the path and try again.");
+              "The specified path for the IPSW does not exist at /nowhere/m1.ipsw. Please check "
+              "the path and try again.");
     EXPECT_EQ(u->task(0x99), nullptr);
 
     const QString firmware = scripts.write("m1.ipsw", "");
@@ -241,17 +262,21 @@ TEST_F(Restore, SingleRestoreFailureOffersTheTroubleshootingGuide) {
 
 TEST_F(Restore, ListingComesOnTheMainLoopOrAtOnceWhenItCannotRun) {
     int immediate = -1;
-    utility(scripts.path("absent"))->attachedDevicesWithCallback([&](const auto& d) { immediate = int(d.size()); });
+    utility(scripts.path("absent"))->attachedDevicesWithCallback([&](const auto& d) {
+        immediate = int(d.size());
+    });
     EXPECT_EQ(immediate, 0) << "a missing tool answers at once";
 
-    auto u = utility(scripts.write("cfgutil", "cat '" TARVEL_CONFIGURATOR_FIXTURES "/list-two-macs.plist'"));
+    auto u = utility(
+        scripts.write("cfgutil", "cat '" TARVEL_CONFIGURATOR_FIXTURES "/list-two-macs.plist'"));
     std::optional<configurator::DeviceList> listed;
     u->attachedDevicesWithCallback([&](const auto& d) { listed = d; });
     EXPECT_FALSE(listed);
     ASSERT_TRUE(runLoopUntil([&] { return listed.has_value(); }));
     ASSERT_EQ(listed->size(), 2);
     EXPECT_EQ(listed->at(1)->name(), "Air 2");
-    EXPECT_EQ(u->attachedDevicesWrapper()->arguments().mid(1), QStringList({"--format", "plist", "list"}));
+    EXPECT_EQ(u->attachedDevicesWrapper()->arguments().mid(1),
+              QStringList({"--format", "plist", "list"}));
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ namespace testing_support {
 
 // Small shell scripts written by a test to stand in for a child process or a tool.
 class Scripts {
-public:
+  public:
     QString write(const QString& name, const QString& body) {
         const QString path = dir.filePath(name);
         QFile file(path);
@@ -31,7 +31,8 @@ public:
 inline bool runLoopUntil(const std::function<bool()>& condition, int limitMs = 10000) {
     QDeadlineTimer deadline(limitMs);
     while (!condition()) {
-        if (deadline.hasExpired()) return false;
+        if (deadline.hasExpired())
+            return false;
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
     }
     return true;

@@ -37,13 +37,19 @@ struct Recorder {
         self = runner.get();
         return runner;
     }
-    bool ended(size_t count = 1) { return runLoopUntil([&] { return ends.size() >= count; }); }
+    bool ended(size_t count = 1) {
+        return runLoopUntil([&] { return ends.size() >= count; });
+    }
     ZMTaskWrapperWithBlocks* self = nullptr;
 };
 
-bool processGone(pid_t pid) { return ::kill(pid, 0) != 0 && errno == ESRCH; }
+bool processGone(pid_t pid) {
+    return ::kill(pid, 0) != 0 && errno == ESRCH;
+}
 
-int openDescriptors() { return static_cast<int>(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size()); }
+int openDescriptors() {
+    return static_cast<int>(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
+}
 
 TEST(TaskWrapper, BeforeStartThereIsNoChildAndNothingIsCalled) {
     Recorder record;
@@ -84,7 +90,8 @@ TEST(TaskWrapper, SilentChildEndsWithItsExitStatusAndStartComesFirst) {
     auto runner = record.make({scripts.write("silent", "exit 3")});
     // The start callback runs before any child exists.
     auto withProbe = std::make_shared<ZMTaskWrapperWithBlocks>(
-        [&] { record.pidAtStart = runner->pid(); }, [&](int status) { record.ends.push_back(status); },
+        [&] { record.pidAtStart = runner->pid(); },
+        [&](int status) { record.ends.push_back(status); },
         [&](const QString& chunk) { record.output << chunk; }, nullptr, runner->arguments());
     runner = withProbe;
     runner->startProcess();
@@ -124,7 +131,8 @@ TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
     Recorder record;
     int gates = 0;
     auto openGate = [&] {
-        if (++gates > 4) return;
+        if (++gates > 4)
+            return;
         const int fd = ::open((gate + QString::number(gates)).toLocal8Bit().constData(), O_WRONLY);
         [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
         ::close(fd);
@@ -186,7 +194,12 @@ TEST(TaskWrapper, FiveHundredRunsLeakNoDescriptorAndNoChild) {
     const QString child = scripts.write("chatty", "echo out; echo err >&2");
     const QString lingering = scripts.write("lingering", "exec 1>&-; exec sleep 30");
     // One Qt-internal descriptor may appear on first use of the loop; measure after warming up.
-    { Recorder warm; auto r = warm.make({child}); r->startProcess(); ASSERT_TRUE(warm.ended()); }
+    {
+        Recorder warm;
+        auto r = warm.make({child});
+        r->startProcess();
+        ASSERT_TRUE(warm.ended());
+    }
     const int before = openDescriptors();
     for (int i = 0; i < 500; ++i) {
         Recorder record;
@@ -203,7 +216,8 @@ TEST(TaskWrapper, FiveHundredRunsLeakNoDescriptorAndNoChild) {
     }
     QCoreApplication::processEvents();
     EXPECT_EQ(openDescriptors(), before);
-    ASSERT_TRUE(runLoopUntil([] { return ::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }));
+    ASSERT_TRUE(
+        runLoopUntil([] { return ::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }));
 }
 
 }  // namespace

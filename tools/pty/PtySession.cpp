@@ -27,8 +27,10 @@ void onSignal(int number) {
 bool writeAll(int fd, const char* data, size_t size) {
     while (size > 0) {
         const ssize_t written = ::write(fd, data, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
         data += written;
         size -= static_cast<size_t>(written);
     }
@@ -36,7 +38,8 @@ bool writeAll(int fd, const char* data, size_t size) {
 }
 
 bool installHandlers() {
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
@@ -60,25 +63,32 @@ bool installHandlers() {
 bool copyTerminalOutput(int master, int transcript, bool* stdoutOpen) {
     char buffer[16384];
     const ssize_t count = ::read(master, buffer, sizeof buffer);
-    if (count < 0 && (errno == EINTR || errno == EAGAIN)) return true;
-    if (count <= 0) return false;  // EIO: every holder of the terminal's other side is gone
+    if (count < 0 && (errno == EINTR || errno == EAGAIN))
+        return true;
+    if (count <= 0)
+        return false;  // EIO: every holder of the terminal's other side is gone
     const auto size = static_cast<size_t>(count);
-    if (*stdoutOpen) *stdoutOpen = writeAll(STDOUT_FILENO, buffer, size);
-    if (transcript >= 0) writeAll(transcript, buffer, size);
+    if (*stdoutOpen)
+        *stdoutOpen = writeAll(STDOUT_FILENO, buffer, size);
+    if (transcript >= 0)
+        writeAll(transcript, buffer, size);
     return true;
 }
 
 void forwardInput(int master, bool* stdinOpen) {
     char buffer[4096];
     const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
-    if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
-    if (count <= 0 || !writeAll(master, buffer, static_cast<size_t>(count))) *stdinOpen = false;
+    if (count < 0 && (errno == EINTR || errno == EAGAIN))
+        return;
+    if (count <= 0 || !writeAll(master, buffer, static_cast<size_t>(count)))
+        *stdinOpen = false;
 }
 
 bool reap(pid_t child, Ending* ending) {
     int status = 0;
     const pid_t answer = ::waitpid(child, &status, WNOHANG);
-    if (answer != child) return false;
+    if (answer != child)
+        return false;
     ending->signaled = WIFSIGNALED(status);
     ending->code = ending->signaled ? WTERMSIG(status) : WEXITSTATUS(status);
     return true;
@@ -101,7 +111,8 @@ bool runSession(const std::vector<std::string>& command, int transcript, Ending*
         *error = std::strerror(errno);
         return false;
     }
-    if (child == 0) execCommand(command);
+    if (child == 0)
+        execCommand(command);
     ::fcntl(master, F_SETFD, FD_CLOEXEC);
 
     bool stdoutOpen = true;
@@ -109,17 +120,22 @@ bool runSession(const std::vector<std::string>& command, int transcript, Ending*
     bool terminalOpen = true;
     bool ended = false;
     while (!ended || terminalOpen) {
-        pollfd fds[3] = {{signalPipe[0], POLLIN, 0}, {master, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+        pollfd fds[3] = {
+            {signalPipe[0], POLLIN, 0}, {master, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
         const nfds_t count = stdinOpen && !ended ? 3 : 2;
-        if (!terminalOpen) fds[1].fd = -1;
+        if (!terminalOpen)
+            fds[1].fd = -1;
         // Once the command is gone, whatever is still buffered in the terminal is drained
         // without waiting for descendants that may keep it open.
-        if (::poll(fds, count, ended ? 0 : -1) < 0 && errno != EINTR) break;
+        if (::poll(fds, count, ended ? 0 : -1) < 0 && errno != EINTR)
+            break;
         if (fds[0].revents & POLLIN) {
             unsigned char number = 0;
             while (::read(signalPipe[0], &number, 1) == 1) {
-                if (number == SIGCHLD) continue;
-                if (*forwardedSignal == 0) *forwardedSignal = number;
+                if (number == SIGCHLD)
+                    continue;
+                if (*forwardedSignal == 0)
+                    *forwardedSignal = number;
                 ::kill(child, number);
             }
         }
@@ -127,8 +143,10 @@ bool runSession(const std::vector<std::string>& command, int transcript, Ending*
             terminalOpen = copyTerminalOutput(master, transcript, &stdoutOpen);
         else if (ended)
             terminalOpen = false;
-        if (count == 3 && (fds[2].revents & (POLLIN | POLLHUP | POLLERR))) forwardInput(master, &stdinOpen);
-        if (!ended) ended = reap(child, ending);
+        if (count == 3 && (fds[2].revents & (POLLIN | POLLHUP | POLLERR)))
+            forwardInput(master, &stdinOpen);
+        if (!ended)
+            ended = reap(child, ending);
     }
     while (!ended) {
         int status = 0;

@@ -40,8 +40,10 @@ int usage() {
 int main(int argc, char** argv) {
     int first = 1;
     // We never print a banner, so -q changes nothing; it is accepted for the familiar form.
-    if (first < argc && std::strcmp(argv[first], "-q") == 0) ++first;
-    if (argc - first < 2) return usage();
+    if (first < argc && std::strcmp(argv[first], "-q") == 0)
+        ++first;
+    if (argc - first < 2)
+        return usage();
     const char* file = argv[first];
     const std::vector<std::string> command(argv + first + 1, argv + argc);
 
@@ -58,7 +60,9 @@ int main(int argc, char** argv) {
         return 1;
     }
     ::close(transcript);
-    if (forwarded != 0) dieBy(forwarded);
-    if (ending.signaled) dieBy(ending.code);
+    if (forwarded != 0)
+        dieBy(forwarded);
+    if (ending.signaled)
+        dieBy(ending.code);
     return ending.code;
 }

@@ -1,0 +1,167 @@
+#include "support/ProcessRun.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+namespace {
+
+using testing_support::ProcessResult;
+
+// Two Macs already in DFU on one hub; restore steps slow enough (0.4 s each at speed 50) to
+// interrupt one, and a Mac whose restore fails early.
+const char* station = R"({
+  "timing": { "bootSeconds": 1, "dfuSeconds": 1, "hubResetSeconds": 1, "restoreStepSeconds": 20,
+              "rebootsForRecovery": 3 },
+  "hubs": [ { "serial": "0x1C3B4A01", "usbID": 1, "firmware": "2.10.4", "inputPowerSource": 7,
+              "powerLimit": 100000, "powerLimitMax": 100000,
+              "macs": [
+                { "port": 1, "ecid": "0x16594A1492801E", "serialNumber": "H4WGJ2Q7PX",
+                  "deviceType": "Macmini9,1", "name": "Bench A1", "state": "dfu" },
+                { "port": 2, "ecid": "0xE4C91D2A07B3", "serialNumber": "F7NQ4XR2HT",
+                  "deviceType": "MacBookAir10,1", "name": "Bench A2", "state": "dfu",
+                  "restoreFailure": { "atProgress": 0.05, "status": 21, "message": "libusbrestore error:21",
+                                      "endState": "recovery" } } ] } ]
+})";
+
+// tarvel-cli against a real tarvel-sim, its Configurator tool being tarvel-sim-cfgutil on
+// tarvel-pty, as a technician runs it.
+class CliConfigurator : public ::testing::Test {
+  protected:
+    CliConfigurator() {
+        QSettings seed(folder.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
+        seed.setValue("LogFolderPath", folder.filePath("logs"));
+        environment.insert("XDG_CONFIG_HOME", folder.filePath("config"));
+        environment.remove("TARVEL_SIM");
+        environment.remove("TARVEL_CFGUTIL");
+        socket = folder.filePath("sim.sock");
+    }
+    ~CliConfigurator() override {
+        for (QProcess* process : {&restore, &simulator}) {
+            if (process->state() == QProcess::NotRunning)
+                continue;
+            process->kill();
+            process->waitForFinished();
+        }
+    }
+
+    bool startSimulator(const QString& stationFile = {}) {
+        QStringList arguments{"--socket", socket, "--speed", "50"};
+        if (!stationFile.isEmpty())
+            arguments << "--station" << stationFile;
+        simulator.setProcessEnvironment(environment);
+        simulator.start(testing_support::executablePath("tarvel-sim"), arguments);
+        if (!simulator.waitForStarted(5000))
+            return false;
+        const QDeadlineTimer deadline(5000);
+        while (!simulator.canReadLine() && !deadline.hasExpired()) simulator.waitForReadyRead(100);
+        return QString::fromUtf8(simulator.readLine()).trimmed() == socket;
+    }
+
+    QString writeStation() {
+        QFile file(folder.filePath("station.json"));
+        file.open(QIODevice::WriteOnly);
+        file.write(station);
+        return file.fileName();
+    }
+
+    ProcessResult cli(const QStringList& arguments) {
+        return testing_support::runExecutable(
+            "tarvel-cli", QStringList{"--simulate=" + socket} + arguments, environment);
+    }
+
+    QJsonArray devices() {
+        const ProcessResult listed = cli({"devices", "--json"});
+        EXPECT_EQ(listed.exitCode, 0) << listed.standardError.toStdString();
+        return QJsonDocument::fromJson(listed.standardOutput.toUtf8()).array();
+    }
+
+    QTemporaryDir folder;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QString socket;
+    QProcess simulator;
+    QProcess restore;
+};
+
+TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
+    ASSERT_TRUE(startSimulator());
+    EXPECT_EQ(devices().size(), 0) << "booted Macs are invisible to the tool";
+
+    ASSERT_EQ(cli({"port", "dfu", "1C3B4A01:1"}).exitCode, 0);
+    QJsonArray listed;
+    const QDeadlineTimer deadline(10000);
+    while (listed.isEmpty() && !deadline.hasExpired()) listed = devices();
+    ASSERT_EQ(listed.size(), 1);
+    const QJsonObject mac = listed[0].toObject();
+    EXPECT_EQ(mac.value("ecid").toString(), "0x16594A1492801E");
+    EXPECT_EQ(mac.value("udid").toString(), "00008103-0016594A1492801E");
+    EXPECT_EQ(mac.value("deviceType").toString(), "Macmini9,1");
+    EXPECT_EQ(mac.value("locationID").toString(), "0x1110000");
+    EXPECT_EQ(mac.value("productID").toString(), "0x1227");
+    EXPECT_EQ(mac.value("serialNumber").toString(), "") << "a DFU serial is no serial number";
+    EXPECT_TRUE(mac.value("inDFU").toBool());
+
+    const ProcessResult restored = cli({"restore-device", "0x16594A1492801E"});
+    EXPECT_EQ(restored.exitCode, 0) << restored.standardError.toStdString();
+    EXPECT_TRUE(restored.standardOutput.contains("100% Restore complete"))
+        << restored.standardOutput.toStdString();
+    EXPECT_TRUE(restored.standardOutput.contains("Restore of 0x16594A1492801E completed."));
+}
+
+TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
+    ASSERT_TRUE(startSimulator(writeStation()));
+
+    restore.setProcessEnvironment(environment);
+    restore.start(testing_support::executablePath("tarvel-cli"),
+                  {"--simulate=" + socket, "restore-device", "16594A1492801E"});
+    ASSERT_TRUE(restore.waitForStarted(5000));
+    QByteArray output;
+    const QDeadlineTimer firstStep(10000);
+    while (!output.contains("Preparing restore") && !firstStep.hasExpired()) {
+        restore.waitForReadyRead(100);
+        output += restore.readAllStandardOutput();
+    }
+    ASSERT_TRUE(output.contains("Preparing restore")) << output.toStdString();
+    ::kill(static_cast<pid_t>(restore.processId()), SIGINT);
+    ASSERT_TRUE(restore.waitForFinished(10000));
+    output += restore.readAllStandardOutput();
+    EXPECT_EQ(restore.exitCode(), 130);
+    EXPECT_TRUE(output.contains(
+        "Restore of 0x16594A1492801E was cancelled (the tool ended with status 15)."))
+        << output.toStdString();
+    EXPECT_FALSE(output.contains("Restore complete"));
+
+    // The simulator stopped its restore: the Mac waits in DFU and restores again.
+    const QJsonArray listed = devices();
+    ASSERT_EQ(listed.size(), 2);
+    EXPECT_TRUE(listed[0].toObject().value("inDFU").toBool());
+
+    const ProcessResult failed = cli({"restore-device", "0xE4C91D2A07B3"});
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_TRUE(failed.standardError.contains("with status 1."))
+        << failed.standardError.toStdString();
+
+    const ProcessResult unknown = cli({"restore-device", "0x1234"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_EQ(cli({"restore-device", "not-an-ecid"}).exitCode, 2);
+}
+
+TEST_F(CliConfigurator, CacheClearReportsTheOutcome) {
+    // Nothing of Apple Configurator's exists on this machine, so there is nothing to fail on.
+    const ProcessResult cleared =
+        testing_support::runExecutable("tarvel-cli", {"cache", "clear"}, environment);
+    EXPECT_EQ(cleared.exitCode, 0) << cleared.standardError.toStdString();
+    EXPECT_EQ(cleared.standardOutput, "Apple Configurator's temporary files were removed.\n");
+}
+
+}  // namespace
