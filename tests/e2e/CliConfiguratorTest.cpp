@@ -1,14 +1,10 @@
-#include "support/ProcessRun.h"
+#include "support/SimulatedStation.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -20,7 +16,7 @@ using testing_support::ProcessResult;
 
 // Two Macs already in DFU on one hub; restore steps slow enough (0.4 s each at speed 50) to
 // interrupt one, and a Mac whose restore fails early.
-const char* station = R"({
+const char* kStation = R"({
   "timing": { "bootSeconds": 1, "dfuSeconds": 1, "hubResetSeconds": 1, "restoreStepSeconds": 20,
               "rebootsForRecovery": 3 },
   "hubs": [ { "serial": "0x1C3B4A01", "usbID": 1, "firmware": "2.10.4", "inputPowerSource": 7,
@@ -38,47 +34,18 @@ const char* station = R"({
 // tarvel-pty, as a technician runs it.
 class CliConfigurator : public ::testing::Test {
   protected:
-    CliConfigurator() {
-        QSettings seed(folder.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
-        seed.setValue("LogFolderPath", folder.filePath("logs"));
-        environment.insert("XDG_CONFIG_HOME", folder.filePath("config"));
-        environment.remove("TARVEL_SIM");
-        environment.remove("TARVEL_CFGUTIL");
-        socket = folder.filePath("sim.sock");
-    }
     ~CliConfigurator() override {
-        for (QProcess* process : {&restore, &simulator}) {
-            if (process->state() == QProcess::NotRunning)
-                continue;
-            process->kill();
-            process->waitForFinished();
-        }
+        if (restore.state() == QProcess::NotRunning) return;
+        restore.kill();
+        restore.waitForFinished();
     }
 
     bool startSimulator(const QString& stationFile = {}) {
-        QStringList arguments{"--socket", socket, "--speed", "50"};
-        if (!stationFile.isEmpty())
-            arguments << "--station" << stationFile;
-        simulator.setProcessEnvironment(environment);
-        simulator.start(testing_support::executablePath("tarvel-sim"), arguments);
-        if (!simulator.waitForStarted(5000))
-            return false;
-        const QDeadlineTimer deadline(5000);
-        while (!simulator.canReadLine() && !deadline.hasExpired()) simulator.waitForReadyRead(100);
-        return QString::fromUtf8(simulator.readLine()).trimmed() == socket;
+        const QStringList arguments = stationFile.isEmpty() ? QStringList() : QStringList{"--station", stationFile};
+        return station.start(arguments) == station.socket();
     }
 
-    QString writeStation() {
-        QFile file(folder.filePath("station.json"));
-        file.open(QIODevice::WriteOnly);
-        file.write(station);
-        return file.fileName();
-    }
-
-    ProcessResult cli(const QStringList& arguments) {
-        return testing_support::runExecutable(
-            "tarvel-cli", QStringList{"--simulate=" + socket} + arguments, environment);
-    }
+    ProcessResult cli(const QStringList& arguments) { return station.cli(arguments); }
 
     QJsonArray devices() {
         const ProcessResult listed = cli({"devices", "--json"});
@@ -86,10 +53,7 @@ class CliConfigurator : public ::testing::Test {
         return QJsonDocument::fromJson(listed.standardOutput.toUtf8()).array();
     }
 
-    QTemporaryDir folder;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    QString socket;
-    QProcess simulator;
+    testing_support::SimulatedStation station;
     QProcess restore;
 };
 
@@ -119,11 +83,11 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
 }
 
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
-    ASSERT_TRUE(startSimulator(writeStation()));
+    ASSERT_TRUE(startSimulator(station.writeStation(kStation)));
 
-    restore.setProcessEnvironment(environment);
+    restore.setProcessEnvironment(station.environment());
     restore.start(testing_support::executablePath("tarvel-cli"),
-                  {"--simulate=" + socket, "restore-device", "16594A1492801E"});
+                  {"--simulate=" + station.socket(), "restore-device", "16594A1492801E"});
     ASSERT_TRUE(restore.waitForStarted(5000));
     QByteArray output;
     const QDeadlineTimer firstStep(10000);
@@ -159,7 +123,7 @@ TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
 TEST_F(CliConfigurator, CacheClearReportsTheOutcome) {
     // Nothing of Apple Configurator's exists on this machine, so there is nothing to fail on.
     const ProcessResult cleared =
-        testing_support::runExecutable("tarvel-cli", {"cache", "clear"}, environment);
+        testing_support::runExecutable("tarvel-cli", {"cache", "clear"}, station.environment());
     EXPECT_EQ(cleared.exitCode, 0) << cleared.standardError.toStdString();
     EXPECT_EQ(cleared.standardOutput, "Apple Configurator's temporary files were removed.\n");
 }

@@ -84,6 +84,24 @@ void forwardInput(int master, bool* stdinOpen) {
         *stdinOpen = false;
 }
 
+// Passes the signals that arrived on to the command. One bounded read a turn: a parent may send
+// SIGTERM in a tight loop until we are gone, and draining until empty would then never end, so
+// the command would never be reaped and we would never get to die.
+void forwardSignals(pid_t child, int* forwardedSignal) {
+    unsigned char numbers[64];
+    const ssize_t count = ::read(signalPipe[0], numbers, sizeof numbers);
+    bool sent[NSIG] = {};
+    for (ssize_t i = 0; i < count; ++i) {
+        const int number = numbers[i];
+        if (number == SIGCHLD || number >= NSIG || sent[number])
+            continue;
+        if (*forwardedSignal == 0)
+            *forwardedSignal = number;
+        ::kill(child, number);
+        sent[number] = true;
+    }
+}
+
 bool reap(pid_t child, Ending* ending) {
     int status = 0;
     const pid_t answer = ::waitpid(child, &status, WNOHANG);
@@ -129,16 +147,8 @@ bool runSession(const std::vector<std::string>& command, int transcript, Ending*
         // without waiting for descendants that may keep it open.
         if (::poll(fds, count, ended ? 0 : -1) < 0 && errno != EINTR)
             break;
-        if (fds[0].revents & POLLIN) {
-            unsigned char number = 0;
-            while (::read(signalPipe[0], &number, 1) == 1) {
-                if (number == SIGCHLD)
-                    continue;
-                if (*forwardedSignal == 0)
-                    *forwardedSignal = number;
-                ::kill(child, number);
-            }
-        }
+        if (fds[0].revents & POLLIN)
+            forwardSignals(child, forwardedSignal);
         if (terminalOpen && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)))
             terminalOpen = copyTerminalOutput(master, transcript, &stdoutOpen);
         else if (ended)
