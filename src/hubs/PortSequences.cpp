@@ -198,6 +198,15 @@ void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Co
     });
 }
 
+void ZMRAcronameManager::runSequence(AcronamePorts ports, Update update, Completion completion,
+                                     SequenceStep step) {
+    Sequence sequence(environment_, weak_from_this(), ports);
+    environment_.runInBackground([sequence, step, ports = std::move(ports), update = std::move(update),
+                                  completion = std::move(completion)] {
+        (sequence.*step)(ports, update, completion);
+    });
+}
+
 void ZMRAcronameManager::dfuModeForAcronamePorts(AcronamePorts ports, Update update,
                                                  Completion completion) {
     if (ports.empty()) {
@@ -205,11 +214,7 @@ void ZMRAcronameManager::dfuModeForAcronamePorts(AcronamePorts ports, Update upd
         return;
     }
     update(QStringLiteral("Putting devices into DFU mode (setting power role)"));
-    Sequence sequence(environment_, weak_from_this(), ports);
-    environment_.runInBackground([sequence, ports = std::move(ports), update = std::move(update),
-                                  completion = std::move(completion)] {
-        sequence.dfu(ports, update, completion);
-    });
+    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::dfu);
 }
 
 void ZMRAcronameManager::restartForAcronamePorts(AcronamePorts ports, Update update,
@@ -220,11 +225,7 @@ void ZMRAcronameManager::restartForAcronamePorts(AcronamePorts ports, Update upd
         return;
     }
     update(QStringLiteral("Restarting devices"));
-    Sequence sequence(environment_, weak_from_this(), ports);
-    environment_.runInBackground([sequence, ports = std::move(ports), update = std::move(update),
-                                  completion = std::move(completion)] {
-        sequence.restart(ports, update, completion);
-    });
+    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::restart);
 }
 
 void ZMRAcronameManager::recoveryForAcronamePorts(AcronamePorts ports, Update update,
@@ -234,9 +235,5 @@ void ZMRAcronameManager::recoveryForAcronamePorts(AcronamePorts ports, Update up
         return;
     }
     update(QStringLiteral("Preparing to put devices in recovery..."));
-    Sequence sequence(environment_, weak_from_this(), ports);
-    environment_.runInBackground([sequence, ports = std::move(ports), update = std::move(update),
-                                  completion = std::move(completion)] {
-        sequence.recovery(ports, update, completion);
-    });
+    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::recovery);
 }

@@ -82,6 +82,10 @@ public:
 
 private:
     struct Sequence;
+    using SequenceStep = void (Sequence::*)(const AcronamePorts&, const Update&, const Completion&) const;
+
+    // Hands the rest of a sequence to a background worker, with the hubs of its ports kept alive.
+    void runSequence(AcronamePorts ports, Update update, Completion completion, SequenceStep step);
 
     void listAndMatchDevices(
         std::vector<std::pair<std::shared_ptr<AcronameHub>, AC2Devices>> hubTable,
