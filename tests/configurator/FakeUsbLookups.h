@@ -1,6 +1,7 @@
 #pragma once
 
 #include "configurator/UsbLookups.h"
+#include "usb/DeviceIOKit.h"
 
 #include <QStringList>
 
@@ -22,12 +23,7 @@ class FakeUsbLookups final : public configurator::UsbLookups {
         return info.value("kUSBSerialNumberString").toString();
     }
     std::optional<QString> normalizedSerialNumber(const std::optional<QString>& serial) override {
-        if (!serial)
-            return std::nullopt;
-        const QString upper = serial->toUpper();
-        if (upper.contains("ECID") || upper.contains('-'))
-            return std::nullopt;
-        return upper;
+        return DeviceIOKit::normalizedSerialNumberWithSerialNumber(serial);
     }
     bool deviceInDFUMode(std::uint64_t address, std::int64_t vendor) override {
         asked << QStringLiteral("dfu %1 %2").arg(address).arg(vendor);

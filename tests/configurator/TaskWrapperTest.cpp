@@ -31,7 +31,11 @@ struct Recorder {
     std::shared_ptr<ZMTaskWrapperWithBlocks> make(const QStringList& arguments,
                                                   core::Clock& clock = core::Clock::system()) {
         auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(
-            [this] { ++starts; }, [this](int status) { ends.push_back(status); },
+            [this] {
+                ++starts;
+                pidAtStart = self->pid();
+            },
+            [this](int status) { ends.push_back(status); },
             [this](const QString& chunk) { output << chunk; },
             [this](const QString& chunk) { errors << chunk; }, arguments, clock);
         self = runner.get();
@@ -51,15 +55,22 @@ int openDescriptors() {
     return static_cast<int>(QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size());
 }
 
-TEST(TaskWrapper, BeforeStartThereIsNoChildAndNothingIsCalled) {
+TEST(TaskWrapper, BeforeStartOrAfterAFailedLaunchThereIsNoChildAndNoEnd) {
     Recorder record;
-    auto runner = record.make({"/bin/true"});
+    auto runner = record.make({"/nonexistent/tool", "list"});
     EXPECT_EQ(runner->pid(), -1);
     EXPECT_FALSE(runner->isRunning());
     runner->terminate();
     EXPECT_EQ(runner->terminationStatus(), -1);
     EXPECT_EQ(record.starts, 0);
+
+    runner->startProcess();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(record.starts, 1);
     EXPECT_TRUE(record.ends.empty());
+    EXPECT_TRUE(record.output.isEmpty());
+    EXPECT_FALSE(runner->isRunning());
+    EXPECT_EQ(runner->pid(), -1);
 }
 
 TEST(TaskWrapper, OneElementArrayRunsTheProgramWithoutArgumentsAndCanRunAgain) {
@@ -88,15 +99,9 @@ TEST(TaskWrapper, SilentChildEndsWithItsExitStatusAndStartComesFirst) {
     Scripts scripts;
     Recorder record;
     auto runner = record.make({scripts.write("silent", "exit 3")});
-    // The start callback runs before any child exists.
-    auto withProbe = std::make_shared<ZMTaskWrapperWithBlocks>(
-        [&] { record.pidAtStart = runner->pid(); },
-        [&](int status) { record.ends.push_back(status); },
-        [&](const QString& chunk) { record.output << chunk; }, nullptr, runner->arguments());
-    runner = withProbe;
     runner->startProcess();
     ASSERT_TRUE(record.ended());
-    EXPECT_EQ(record.pidAtStart, -1);
+    EXPECT_EQ(record.pidAtStart, -1) << "the start callback runs before any child exists";
     EXPECT_TRUE(record.output.isEmpty());
     EXPECT_EQ(record.ends, std::vector<int>{3});
     EXPECT_FALSE(runner->isRunning());
@@ -175,18 +180,6 @@ TEST(TaskWrapper, StatusOfAChildStillRunningAfterTheGraceIsMinus999) {
     EXPECT_EQ(record.ends, std::vector<int>{SIGTERM});
     EXPECT_EQ(runner->terminationStatus(), SIGTERM);
     EXPECT_EQ(clock.sleeps().size(), 1u) << "an ended child needs no grace";
-}
-
-TEST(TaskWrapper, FailedLaunchCallsNothingButStart) {
-    Recorder record;
-    auto runner = record.make({"/nonexistent/tool", "list"});
-    runner->startProcess();
-    QCoreApplication::processEvents();
-    EXPECT_EQ(record.starts, 1);
-    EXPECT_TRUE(record.ends.empty());
-    EXPECT_TRUE(record.output.isEmpty());
-    EXPECT_FALSE(runner->isRunning());
-    EXPECT_EQ(runner->pid(), -1);
 }
 
 TEST(TaskWrapper, FiveHundredRunsLeakNoDescriptorAndNoChild) {

@@ -29,24 +29,22 @@ protected:
     int touches = 0;
 };
 
-TEST_F(LogLocationTest, ExistingPreferredFolderWinsAndAMissingOneIsIgnored) {
+TEST_F(LogLocationTest, PreferredFolderWinsWhenItExistsEvenAsAFileElseTheUserFolder) {
     QDir().mkpath(home + "/logs");
     auto in = inputs(501);
     in.logFolderPathPreference = "~/logs";
     EXPECT_EQ(core::chooseLogLocation(in).filePath(), home + "/logs/generic.log");
+    QFile file(tmp.filePath("plain-file"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    in.logFolderPathPreference = file.fileName();
+    EXPECT_EQ(core::chooseLogLocation(in).folder, file.fileName());
     EXPECT_EQ(touches, 0);
 
     in.logFolderPathPreference = tmp.filePath("missing");
-    EXPECT_EQ(core::chooseLogLocation(in).folder, core::userLogFolder(home));
+    const core::LogLocation location = core::chooseLogLocation(in);
+    EXPECT_EQ(location.folder, core::userLogFolder(home));
+    EXPECT_TRUE(QFileInfo(location.folder).isDir());
     EXPECT_EQ(touches, 1);
-}
-
-TEST_F(LogLocationTest, AnExistingFileIsTakenAsTheFolder) {
-    QFile file(tmp.filePath("plain-file"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    auto in = inputs(501);
-    in.logFolderPathPreference = file.fileName();
-    EXPECT_EQ(core::chooseLogLocation(in).folder, file.fileName());
 }
 
 TEST_F(LogLocationTest, RootAndTheSecurityAgentUseTheFixedPrivateFolder) {
@@ -65,13 +63,6 @@ TEST_F(LogLocationTest, APlantedLinkInPlaceOfTheFixedFolderIsNotFollowed) {
     const core::LogLocation location = core::chooseLogLocation(inputs(0));
     EXPECT_TRUE(location.folder.startsWith(tmp.filePath("vandor-"))) << location.folder.toStdString();
     EXPECT_TRUE(QFileInfo(location.folder).isDir());
-}
-
-TEST_F(LogLocationTest, UserFolderIsCreatedUnderTheRealHome) {
-    const core::LogLocation location = core::chooseLogLocation(inputs(501));
-    EXPECT_EQ(location.folder, core::userLogFolder(home));
-    EXPECT_TRUE(QFileInfo(location.folder).isDir());
-    EXPECT_EQ(touches, 1);
 }
 
 TEST_F(LogLocationTest, UncreatableUserFolderFallsBackToAUniqueTemporaryFolder) {

@@ -86,14 +86,6 @@ TEST_F(LoggerTest, RepeatWindowIsMeasuredFromTheLastWrittenLine) {
     EXPECT_TRUE(lines[2].endsWith(": tick"));
 }
 
-TEST_F(LoggerTest, SlowRepeatsAreAllWritten) {
-    for (int i = 0; i < 4; ++i) {
-        logger.logString("every three seconds", 1);
-        clock.advanceMilliseconds(3000);
-    }
-    EXPECT_EQ(fileLines().size(), 4);
-}
-
 TEST_F(LoggerTest, LongBurstsAreCopiedToStandardOutputPastTheThreshold) {
     logger.logString("flood", 1);
     for (int i = 0; i < 1003; ++i) logger.logString("flood", 1);

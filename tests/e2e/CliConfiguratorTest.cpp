@@ -40,15 +40,8 @@ class CliConfigurator : public ::testing::Test {
         restore.waitForFinished();
     }
 
-    bool startSimulator(const QString& stationFile = {}) {
-        const QStringList arguments = stationFile.isEmpty() ? QStringList() : QStringList{"--station", stationFile};
-        return station.start(arguments) == station.socket();
-    }
-
-    ProcessResult cli(const QStringList& arguments) { return station.cli(arguments); }
-
     QJsonArray devices() {
-        const ProcessResult listed = cli({"devices", "--json"});
+        const ProcessResult listed = station.cli({"devices", "--json"});
         EXPECT_EQ(listed.exitCode, 0) << listed.standardError.toStdString();
         return QJsonDocument::fromJson(listed.standardOutput.toUtf8()).array();
     }
@@ -58,10 +51,10 @@ class CliConfigurator : public ::testing::Test {
 };
 
 TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
-    ASSERT_TRUE(startSimulator());
+    ASSERT_EQ(station.start(), station.socket());
     EXPECT_EQ(devices().size(), 0) << "booted Macs are invisible to the tool";
 
-    ASSERT_EQ(cli({"port", "dfu", "1C3B4A01:1"}).exitCode, 0);
+    ASSERT_EQ(station.cli({"port", "dfu", "1C3B4A01:1"}).exitCode, 0);
     QJsonArray listed;
     const QDeadlineTimer deadline(10000);
     while (listed.isEmpty() && !deadline.hasExpired()) listed = devices();
@@ -75,7 +68,7 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
     EXPECT_EQ(mac.value("serialNumber").toString(), "") << "a DFU serial is no serial number";
     EXPECT_TRUE(mac.value("inDFU").toBool());
 
-    const ProcessResult restored = cli({"restore-device", "0x16594A1492801E"});
+    const ProcessResult restored = station.cli({"restore-device", "0x16594A1492801E"});
     EXPECT_EQ(restored.exitCode, 0) << restored.standardError.toStdString();
     EXPECT_TRUE(restored.standardOutput.contains("100% Restore complete"))
         << restored.standardOutput.toStdString();
@@ -83,7 +76,7 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
 }
 
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
-    ASSERT_TRUE(startSimulator(station.writeStation(kStation)));
+    ASSERT_EQ(station.start({"--station", station.writeStation(kStation)}), station.socket());
 
     restore.setProcessEnvironment(station.environment());
     restore.start(testing_support::executablePath("tarvel-cli"),
@@ -110,20 +103,19 @@ TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
     ASSERT_EQ(listed.size(), 2);
     EXPECT_TRUE(listed[0].toObject().value("inDFU").toBool());
 
-    const ProcessResult failed = cli({"restore-device", "0xE4C91D2A07B3"});
+    const ProcessResult failed = station.cli({"restore-device", "0xE4C91D2A07B3"});
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_TRUE(failed.standardError.contains("with status 1."))
         << failed.standardError.toStdString();
 
-    const ProcessResult unknown = cli({"restore-device", "0x1234"});
+    const ProcessResult unknown = station.cli({"restore-device", "0x1234"});
     EXPECT_EQ(unknown.exitCode, 1);
-    EXPECT_EQ(cli({"restore-device", "not-an-ecid"}).exitCode, 2);
+    EXPECT_EQ(station.cli({"restore-device", "not-an-ecid"}).exitCode, 2);
 }
 
 TEST_F(CliConfigurator, CacheClearReportsTheOutcome) {
     // Nothing of Apple Configurator's exists on this machine, so there is nothing to fail on.
-    const ProcessResult cleared =
-        testing_support::runExecutable("tarvel-cli", {"cache", "clear"}, station.environment());
+    const ProcessResult cleared = station.cliWithoutSimulator({"cache", "clear"});
     EXPECT_EQ(cleared.exitCode, 0) << cleared.standardError.toStdString();
     EXPECT_EQ(cleared.standardOutput, "Apple Configurator's temporary files were removed.\n");
 }

@@ -1,8 +1,4 @@
-#include "support/ProcessRun.h"
-
-#include <QDir>
-#include <QSettings>
-#include <QTemporaryDir>
+#include "support/SimulatedStation.h"
 
 #include <gtest/gtest.h>
 
@@ -11,43 +7,30 @@ namespace {
 using testing_support::ProcessResult;
 
 // Without the vendor library and without a simulator the station has no hubs; these cases pin
-// down what a technician sees when something is missing or mistyped.
+// down what a technician sees when something is missing or mistyped. The station is never
+// started: it only lends its private preferences and a socket nobody listens on.
 class CliHub : public ::testing::Test {
 protected:
-    CliHub() {
-        QSettings seed(config.filePath("kestrune.com/Tarvel.conf"), QSettings::IniFormat);
-        seed.setValue("LogFolderPath", config.filePath("logs"));
-        environment.insert("XDG_CONFIG_HOME", config.path());
-        environment.remove("TARVEL_SIM");
-    }
-
     ProcessResult cli(const QStringList& arguments) {
-        return testing_support::runExecutable("tarvel-cli", arguments, environment);
+        return station.cliWithoutSimulator(arguments);
     }
-
-    static int lineCount(const QString& text, const QString& marker) {
-        int count = 0;
-        for (const QString& line : text.split('\n'))
-            if (line.startsWith(marker)) ++count;
-        return count;
-    }
-
-    QTemporaryDir config;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    testing_support::SimulatedStation station;
 };
 
 TEST_F(CliHub, SimulatorThatIsNotRunningIsOneClearError) {
-    const QString socket = config.filePath("nobody-listens.sock");
-    for (const QStringList& command :
-         {QStringList{"--simulate=" + socket, "hub", "list", "--json"},
-          QStringList{"--simulate=" + socket, "port", "dfu", "0A:3"}}) {
-        const ProcessResult result = cli(command);
+    for (const QStringList& command : {QStringList{"hub", "list", "--json"},
+                                       QStringList{"port", "dfu", "0A:3"}}) {
+        const ProcessResult result = station.cli(command);
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_TRUE(result.standardOutput.isEmpty());
-        EXPECT_EQ(lineCount(result.standardError, "tarvel-cli: "), 1) << result.standardError.toStdString();
-        EXPECT_TRUE(result.standardError.contains("no station simulator is running at " + socket));
+        EXPECT_EQ(result.standardError.count("tarvel-cli: "), 1) << result.standardError.toStdString();
+        EXPECT_TRUE(result.standardError.contains("no station simulator is running at " +
+                                                  station.socket()));
     }
-    environment.insert("TARVEL_SIM", socket);
+    const ProcessResult usb = station.cli({"usb", "list"});
+    EXPECT_EQ(usb.exitCode, 1);
+    EXPECT_TRUE(usb.standardError.contains("cannot read the USB registry"));
+    station.environment().insert("TARVEL_SIM", station.socket());
     EXPECT_EQ(cli({"hub", "reboot", "0A"}).exitCode, 1);
 }
 

@@ -21,14 +21,16 @@ protected:
             station.setPreference(key, 0);
     }
 
-    QStringList statesOnHub(const QString& hubSerial) const {
-        QStringList states;
-        for (const auto& value : station.macs()) {
-            const QJsonObject mac = value.toObject();
-            if (mac.value("hub").toVariant().toString().contains(hubSerial, Qt::CaseInsensitive))
-                states << mac.value("state").toString();
+    // The simulator's Macs re-enumerate on their own clock: waits up to five seconds for `count`
+    // of them to be in `state`.
+    bool macsReach(const QString& state, int count) const {
+        for (int attempt = 0; attempt < 50; ++attempt) {
+            int in = 0;
+            for (const auto& mac : station.macs()) in += mac.toObject().value("state").toString() == state;
+            if (in == count) return true;
+            QThread::msleep(100);
         }
-        return states;
+        return false;
     }
 
     SimulatedStation station;
@@ -56,12 +58,7 @@ TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
     expected << "Finishing Up..." << "dfu done on 10 ports";
     EXPECT_EQ(dfu.standardOutput.split('\n', Qt::SkipEmptyParts), expected);
 
-    QStringList states;
-    for (int attempt = 0; attempt < 50 && states.count("dfu") < 10; ++attempt) {
-        QThread::msleep(100);  // the simulator's Macs re-enumerate on their own clock
-        states = statesOnHub("");
-    }
-    EXPECT_EQ(states.count("dfu"), 10) << states.join(' ').toStdString();
+    EXPECT_TRUE(macsReach("dfu", 10));
 }
 
 TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
@@ -71,15 +68,7 @@ TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
     const ProcessResult recovery = station.cli({"recovery", "1C3B4A01:1", "1c3b4a01:2"});
     ASSERT_EQ(recovery.exitCode, 0) << recovery.standardError.toStdString();
     EXPECT_TRUE(recovery.standardOutput.contains("Restarting 4 of 4 times\nFinishing Up...\n"));
-    QJsonObject first;
-    for (int attempt = 0; attempt < 50; ++attempt) {
-        QThread::msleep(100);
-        const QJsonArray macs = station.macs();
-        int inRecovery = 0;
-        for (const auto& mac : macs) inRecovery += mac.toObject().value("state").toString() == "recovery";
-        if (inRecovery == 2) return;
-    }
-    ADD_FAILURE() << "the two Macs did not reach recovery";
+    EXPECT_TRUE(macsReach("recovery", 2));
 }
 
 TEST_F(StationCommands, AFailedDfuCommandIsNamedThoughTheSequenceEndsWithSuccess) {
@@ -105,10 +94,6 @@ TEST_F(StationCommands, AFailedDfuCommandIsNamedThoughTheSequenceEndsWithSuccess
 }
 
 TEST_F(StationCommands, BadTargetsAreClearErrors) {
-    const ProcessResult silent = station.cli({"dfu", "--all"});
-    EXPECT_EQ(silent.exitCode, 1);
-    EXPECT_TRUE(silent.standardError.contains("no station simulator is running"));
-
     ASSERT_FALSE(station.start().isEmpty());
     const ProcessResult unknown = station.cli({"restart", "1C3B4A01:6"});
     EXPECT_EQ(unknown.exitCode, 1);

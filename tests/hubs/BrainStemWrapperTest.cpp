@@ -119,26 +119,21 @@ TEST_F(BrainStemWrapperTest, PowerModeSettersConfirmWithAReadAndShareWords) {
 }
 
 TEST_F(BrainStemWrapperTest, ConnectSharesTheTotalLimitAmongPortsOneToFive) {
-    backend->hub(kSerial).inputPowerSource = 7;
-    backend->hub(kSerial).powerLimit = 100000;
-    ASSERT_TRUE(wrapper.connect(hub));
-    const auto& state = backend->hub(kSerial);
-    for (int port = 1; port <= 5; ++port) {
-        EXPECT_EQ(state.ports[port].powerLimit, 16665u) << port;
-        EXPECT_EQ(state.ports[port].powerRole, 1) << port;
+    // An unknown source makes the total -1, and each port's share of it wraps as unsigned.
+    for (auto [source, share, line] : {std::tuple{7, 16665u, "source is 7"},
+                                       std::tuple{9, 0xFFFFFFFFu, "invalid power source: 9"}}) {
+        backend->hub(kSerial).inputPowerSource = std::uint8_t(source);
+        ASSERT_TRUE(wrapper.connect(hub));
+        const auto& state = backend->hub(kSerial);
+        for (int port = 1; port <= 5; ++port) {
+            EXPECT_EQ(state.ports[port].powerLimit, share) << port;
+            EXPECT_EQ(state.ports[port].powerRole, 1) << port;
+        }
+        EXPECT_EQ(state.ports[6].powerLimit, 0u);
+        EXPECT_TRUE(recorder.logs(line));
     }
-    EXPECT_EQ(state.ports[6].powerLimit, 0u);
-    EXPECT_EQ(state.powerLimitMax, 250000u);
+    EXPECT_EQ(backend->hub(kSerial).powerLimitMax, 250000u);
     EXPECT_EQ(backend->count("pd[1].setOverride"), 0);  // no override, whatever the name says
-    EXPECT_TRUE(recorder.logs("source is 7"));
-}
-
-TEST_F(BrainStemWrapperTest, UnknownPowerSourceGivesEachPortMinusOneAsUnsigned) {
-    backend->hub(kSerial).inputPowerSource = 9;
-    ASSERT_TRUE(wrapper.connect(hub));
-    EXPECT_TRUE(recorder.logs("invalid power source: 9"));
-    for (int port = 1; port <= 5; ++port)
-        EXPECT_EQ(backend->hub(kSerial).ports[port].powerLimit, 0xFFFFFFFFu) << port;
 }
 
 TEST_F(BrainStemWrapperTest, UnregulatedSupplyReadsTheMaximumLimit) {

@@ -6,201 +6,135 @@ namespace testing_support {
 
 namespace {
 
-class FakeModule;
+// What a module's entity objects share: the backend that records calls and the linked hub.
+struct Link {
+    FakeBackend& backend;
+    FakeHubState* hub = nullptr;
 
-// One entity object per index, each forwarding to the module's state of the connected hub.
-class FakePort final : public stem::PortClass {
-public:
-    FakePort(FakeModule& module, int index) : module_(module), index_(index) {}
-    stem::aErr setEnabled(std::uint8_t v) override;
-    stem::aErr getEnabled(std::uint8_t* v) override;
-    stem::aErr setPowerMode(std::uint8_t v) override;
-    stem::aErr getPowerMode(std::uint8_t* v) override;
-    stem::aErr setPowerLimit(std::uint32_t v) override;
-    stem::aErr getVbusVoltage(std::int32_t* v) override;
-    stem::aErr getVbusCurrent(std::int32_t* v) override;
-    stem::aErr getVconnVoltage(std::int32_t* v) override;
-    stem::aErr getVconnCurrent(std::int32_t* v) override;
-
-private:
+    // Records the call; a scripted failure wins, and nothing answers without a link.
     template <typename Apply>
-    stem::aErr run(const char* name, Apply apply);
-    FakeModule& module_;
-    int index_;
+    stem::aErr run(const std::string& name, Apply apply) {
+        const stem::aErr err = backend.take(name);
+        if (err != stem::aErrNone) return err;
+        if (hub == nullptr) return stem::aErrConnection;
+        apply(*hub);
+        return stem::aErrNone;
+    }
 };
 
-class FakePowerDelivery final : public stem::PowerDeliveryClass {
-public:
-    FakePowerDelivery(FakeModule& module, int index) : module_(module), index_(index) {}
-    stem::aErr setPowerRole(std::uint8_t v) override;
-    stem::aErr getPowerRole(std::uint8_t* v) override;
-    stem::aErr setOverride(std::uint32_t v) override;
-    stem::aErr getCableOrientation(std::uint8_t* v) override;
-    stem::aErr setUEIBytes(std::uint8_t option, const std::uint8_t* buffer,
-                           std::size_t length) override;
+// A setter or getter of one field of the entity's state (a port's, or the hub's for system).
+#define FAKE_SET(Name, Type, field) \
+    stem::aErr Name(Type v) override { return on(#Name, [&](auto& s) { s.field = v; }); }
+#define FAKE_GET(Name, Type, field) \
+    stem::aErr Name(Type* v) override { return on(#Name, [&](auto& s) { *v = s.field; }); }
+
+// Calls on entity `index` are named "<prefix>[index].<call>" and act on that port's state.
+class PortEntity {
+protected:
+    PortEntity(Link& link, int index, const char* prefix)
+        : link_(link), index_(index), prefix_(prefix) {}
+    template <typename Apply>
+    stem::aErr on(const char* name, Apply apply) {
+        return link_.run(prefix_ + ("[" + std::to_string(index_) + "].") + name,
+                         [&](FakeHubState& hub) { apply(hub.ports[index_]); });
+    }
 
 private:
-    template <typename Apply>
-    stem::aErr run(const char* name, Apply apply);
-    FakeModule& module_;
+    Link& link_;
     int index_;
+    std::string prefix_;
+};
+
+class FakePort final : public stem::PortClass, PortEntity {
+public:
+    FakePort(Link& link, int index) : PortEntity(link, index, "port") {}
+    FAKE_SET(setEnabled, std::uint8_t, enabled)
+    FAKE_GET(getEnabled, std::uint8_t, enabled)
+    FAKE_SET(setPowerMode, std::uint8_t, powerMode)
+    FAKE_GET(getPowerMode, std::uint8_t, powerMode)
+    FAKE_SET(setPowerLimit, std::uint32_t, powerLimit)
+    FAKE_GET(getVbusVoltage, std::int32_t, vbusVoltage)
+    FAKE_GET(getVbusCurrent, std::int32_t, vbusCurrent)
+    FAKE_GET(getVconnVoltage, std::int32_t, vconnVoltage)
+    FAKE_GET(getVconnCurrent, std::int32_t, vconnCurrent)
+};
+
+class FakePowerDelivery final : public stem::PowerDeliveryClass, PortEntity {
+public:
+    FakePowerDelivery(Link& link, int index) : PortEntity(link, index, "pd") {}
+    FAKE_SET(setPowerRole, std::uint8_t, powerRole)
+    FAKE_GET(getPowerRole, std::uint8_t, powerRole)
+    FAKE_SET(setOverride, std::uint32_t, override)
+    FAKE_GET(getCableOrientation, std::uint8_t, orientation)
+    stem::aErr setUEIBytes(std::uint8_t option, const std::uint8_t* buffer,
+                           std::size_t length) override {
+        return on("setUEIBytes", [&](auto& p) {
+            p.lastUEIOption = option;
+            p.lastUEIBytes.assign(buffer, buffer + length);
+        });
+    }
 };
 
 class FakeSystem final : public stem::SystemClass {
 public:
-    explicit FakeSystem(FakeModule& module) : module_(module) {}
-    stem::aErr save() override;
-    stem::aErr reset() override;
-    stem::aErr setLED(std::uint8_t v) override;
-    stem::aErr getLED(std::uint8_t* v) override;
-    stem::aErr getVersion(std::uint32_t* v) override;
-    stem::aErr setPowerLimitMax(std::uint32_t v) override;
-    stem::aErr getPowerLimitMax(std::uint32_t* v) override;
-    stem::aErr getPowerLimit(std::uint32_t* v) override;
-    stem::aErr getInputPowerSource(std::uint8_t* v) override;
+    explicit FakeSystem(Link& link) : link_(link) {}
+    stem::aErr save() override { return on("save", [](auto& h) { ++h.saves; }); }
+    stem::aErr reset() override { return on("reset", [](auto&) {}); }
+    FAKE_SET(setLED, std::uint8_t, led)
+    FAKE_GET(getLED, std::uint8_t, led)
+    FAKE_GET(getVersion, std::uint32_t, version)
+    FAKE_SET(setPowerLimitMax, std::uint32_t, powerLimitMax)
+    FAKE_GET(getPowerLimitMax, std::uint32_t, powerLimitMax)
+    FAKE_GET(getPowerLimit, std::uint32_t, powerLimit)
+    FAKE_GET(getInputPowerSource, std::uint8_t, inputPowerSource)
 
 private:
     template <typename Apply>
-    stem::aErr run(const char* name, Apply apply);
-    FakeModule& module_;
+    stem::aErr on(const char* name, Apply apply) {
+        return link_.run(std::string("system.") + name, apply);
+    }
+    Link& link_;
 };
+
+#undef FAKE_SET
+#undef FAKE_GET
 
 class FakeModule final : public stem::Module {
 public:
-    explicit FakeModule(FakeBackend& backend) : backend_(backend), system_(*this) {
+    explicit FakeModule(FakeBackend& backend) : link_{backend} {
         for (int i = 0; i < kEntityCount; ++i) {
-            ports_.push_back(std::make_unique<FakePort>(*this, i));
-            pds_.push_back(std::make_unique<FakePowerDelivery>(*this, i));
+            ports_.push_back(std::make_unique<FakePort>(link_, i));
+            pds_.push_back(std::make_unique<FakePowerDelivery>(link_, i));
         }
     }
 
     stem::aErr discoverAndConnect(stem::LinkType, std::uint32_t serialNumber) override {
-        const stem::aErr err = backend_.take("discoverAndConnect");
+        const stem::aErr err = link_.backend.take("discoverAndConnect");
         if (err != stem::aErrNone) return err;
+        auto& hubs = link_.backend.hubs;
         // Serial number 0 asks for the first hub found.
-        if (serialNumber == 0 && !backend_.hubs.empty()) serialNumber = backend_.hubs.begin()->first;
-        if (!backend_.hubs.contains(serialNumber)) return stem::aErrNotFound;
-        connected_ = &backend_.hubs[serialNumber];
+        if (serialNumber == 0 && !hubs.empty()) serialNumber = hubs.begin()->first;
+        if (!hubs.contains(serialNumber)) return stem::aErrNotFound;
+        link_.hub = &hubs[serialNumber];
         return stem::aErrNone;
     }
-    bool isConnected() override { return connected_ != nullptr; }
+    bool isConnected() override { return link_.hub != nullptr; }
     stem::aErr disconnect() override {
-        const stem::aErr err = backend_.take("disconnect");
-        if (connected_ == nullptr) return stem::aErrConnection;
-        connected_ = nullptr;
+        const stem::aErr err = link_.backend.take("disconnect");
+        if (link_.hub == nullptr) return stem::aErrConnection;
+        link_.hub = nullptr;
         return err;
     }
     stem::PortClass& port(std::uint8_t index) override { return *ports_.at(index); }
     stem::PowerDeliveryClass& pd(std::uint8_t index) override { return *pds_.at(index); }
     stem::SystemClass& system() override { return system_; }
 
-    // Records the call; a scripted failure wins, and nothing answers without a link.
-    template <typename Apply>
-    stem::aErr run(const std::string& name, Apply apply) {
-        const stem::aErr err = backend_.take(name);
-        if (err != stem::aErrNone) return err;
-        if (connected_ == nullptr) return stem::aErrConnection;
-        apply(*connected_);
-        return stem::aErrNone;
-    }
-
 private:
-    FakeBackend& backend_;
-    FakeHubState* connected_ = nullptr;
+    Link link_;
     std::vector<std::unique_ptr<FakePort>> ports_;
     std::vector<std::unique_ptr<FakePowerDelivery>> pds_;
-    FakeSystem system_;
+    FakeSystem system_{link_};
 };
-
-template <typename Apply>
-stem::aErr FakePort::run(const char* name, Apply apply) {
-    return module_.run("port[" + std::to_string(index_) + "]." + name,
-                       [&](FakeHubState& hub) { apply(hub.ports[index_]); });
-}
-stem::aErr FakePort::setEnabled(std::uint8_t v) {
-    return run("setEnabled", [&](auto& p) { p.enabled = v; });
-}
-stem::aErr FakePort::getEnabled(std::uint8_t* v) {
-    return run("getEnabled", [&](auto& p) { *v = p.enabled; });
-}
-stem::aErr FakePort::setPowerMode(std::uint8_t v) {
-    return run("setPowerMode", [&](auto& p) { p.powerMode = v; });
-}
-stem::aErr FakePort::getPowerMode(std::uint8_t* v) {
-    return run("getPowerMode", [&](auto& p) { *v = p.powerMode; });
-}
-stem::aErr FakePort::setPowerLimit(std::uint32_t v) {
-    return run("setPowerLimit", [&](auto& p) { p.powerLimit = v; });
-}
-stem::aErr FakePort::getVbusVoltage(std::int32_t* v) {
-    return run("getVbusVoltage", [&](auto& p) { *v = p.vbusVoltage; });
-}
-stem::aErr FakePort::getVbusCurrent(std::int32_t* v) {
-    return run("getVbusCurrent", [&](auto& p) { *v = p.vbusCurrent; });
-}
-stem::aErr FakePort::getVconnVoltage(std::int32_t* v) {
-    return run("getVconnVoltage", [&](auto& p) { *v = p.vconnVoltage; });
-}
-stem::aErr FakePort::getVconnCurrent(std::int32_t* v) {
-    return run("getVconnCurrent", [&](auto& p) { *v = p.vconnCurrent; });
-}
-
-template <typename Apply>
-stem::aErr FakePowerDelivery::run(const char* name, Apply apply) {
-    return module_.run("pd[" + std::to_string(index_) + "]." + name,
-                       [&](FakeHubState& hub) { apply(hub.ports[index_]); });
-}
-stem::aErr FakePowerDelivery::setPowerRole(std::uint8_t v) {
-    return run("setPowerRole", [&](auto& p) { p.powerRole = v; });
-}
-stem::aErr FakePowerDelivery::getPowerRole(std::uint8_t* v) {
-    return run("getPowerRole", [&](auto& p) { *v = p.powerRole; });
-}
-stem::aErr FakePowerDelivery::setOverride(std::uint32_t v) {
-    return run("setOverride", [&](auto& p) { p.override = v; });
-}
-stem::aErr FakePowerDelivery::getCableOrientation(std::uint8_t* v) {
-    return run("getCableOrientation", [&](auto& p) { *v = p.orientation; });
-}
-stem::aErr FakePowerDelivery::setUEIBytes(std::uint8_t option, const std::uint8_t* buffer,
-                                          std::size_t length) {
-    return run("setUEIBytes", [&](auto& p) {
-        p.lastUEIOption = option;
-        p.lastUEIBytes.assign(buffer, buffer + length);
-    });
-}
-
-template <typename Apply>
-stem::aErr FakeSystem::run(const char* name, Apply apply) {
-    return module_.run(std::string("system.") + name, apply);
-}
-stem::aErr FakeSystem::save() {
-    return run("save", [](auto& h) { ++h.saves; });
-}
-stem::aErr FakeSystem::reset() {
-    return run("reset", [](auto& h) { ++h.resets; });
-}
-stem::aErr FakeSystem::setLED(std::uint8_t v) {
-    return run("setLED", [&](auto& h) { h.led = v; });
-}
-stem::aErr FakeSystem::getLED(std::uint8_t* v) {
-    return run("getLED", [&](auto& h) { *v = h.led; });
-}
-stem::aErr FakeSystem::getVersion(std::uint32_t* v) {
-    return run("getVersion", [&](auto& h) { *v = h.version; });
-}
-stem::aErr FakeSystem::setPowerLimitMax(std::uint32_t v) {
-    return run("setPowerLimitMax", [&](auto& h) { h.powerLimitMax = v; });
-}
-stem::aErr FakeSystem::getPowerLimitMax(std::uint32_t* v) {
-    return run("getPowerLimitMax", [&](auto& h) { *v = h.powerLimitMax; });
-}
-stem::aErr FakeSystem::getPowerLimit(std::uint32_t* v) {
-    return run("getPowerLimit", [&](auto& h) { *v = h.powerLimit; });
-}
-stem::aErr FakeSystem::getInputPowerSource(std::uint8_t* v) {
-    return run("getInputPowerSource", [&](auto& h) { *v = h.inputPowerSource; });
-}
 
 }  // namespace
 

@@ -33,7 +33,6 @@ struct FakeHubState {
     std::uint32_t powerLimitMax = 60000;
     std::uint32_t version = stem::packVersion(2, 10, 3);
     int saves = 0;
-    int resets = 0;
 };
 
 // A scripted stand-in for the vendor library. Every call is recorded by name ("port[3].setEnabled",
@@ -48,6 +47,8 @@ public:
     std::vector<std::string> calls() const;
     int count(const std::string& call) const;
     FakeHubState& hub(std::uint32_t serial) { return hubs[serial]; }
+    // Records the call and answers its scripted result.
+    stem::aErr take(const std::string& call);
 
     std::uint8_t aDiscovery_EnumerateModules(stem::LinkType type,
                                              const stem::ModuleFoundProc& callback,
@@ -55,8 +56,6 @@ public:
     std::unique_ptr<stem::Module> createUSBHub3c(std::uint8_t address, bool autoNetworking,
                                                  std::uint8_t model) override;
 
-    // Used by the fake module: records the call and answers its scripted result.
-    stem::aErr take(const std::string& call);
     std::uint32_t lastNetworkInterface = 0;
     // Sees every call as it is made, for tests that interleave hub calls with other events.
     std::function<void(const std::string&)> observer;

@@ -36,22 +36,12 @@ TEST_F(TwoHubRefresh, EveryHubGetsFiveEntriesTiedToItsUsablePorts) {
         EXPECT_EQ(entries[i]->name(), "None Reported by Apple Configurator");
     }
     EXPECT_EQ(manager->ac2Devices().size(), 10);
-    EXPECT_TRUE(logLines.contains("connecting to hub 1"));
-    EXPECT_TRUE(logLines.contains("ac2Devices count: 10"));
-}
-
-TEST_F(HubRefresh, LogsTheRefreshStepByStep) {
-    refresh(*manager);
-    ASSERT_GE(logLines.size(), 6);
     EXPECT_EQ(logLines.mid(0, 3), QStringList({"enumerating hubs", "connecting to hub 0",
-                                               "checking for apple configurator on hubs"}));
-    EXPECT_EQ(logLines[3], "current hub: model: 24, router: 0, module: 24, serial: 4096, routerSerial: 0, usbID: 0");
-    EXPECT_EQ(logLines[4], "setting port 1");
-    EXPECT_TRUE(logLines[5].startsWith("adding device: ecid: 0x0, udid: "));
-    EXPECT_TRUE(logLines.filter("hubdict: ").first().contains("4096 = {"));
+                                               "connecting to hub 1"}));
     EXPECT_EQ(logLines.mid(logLines.size() - 3),
               QStringList({"********** calling attachedDevicesWithCallback",
-                           "######## calling attachedDevicesWithCallback CALLBACK CALLED", "ac2Devices count: 5"}));
+                           "######## calling attachedDevicesWithCallback CALLBACK CALLED",
+                           "ac2Devices count: 10"}));
 }
 
 TEST_F(HubRefresh, AHubThatCouldNotBeProbedStillGetsBlankEntries) {

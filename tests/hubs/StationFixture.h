@@ -21,8 +21,8 @@
 namespace testing_support {
 
 // Every observable step of the manager in one ordered list: hub commands, pauses, update texts,
-// notifications, beeps and completions.
-class Timeline {
+// notifications, beeps and completions. It is the manager's clock and sound player too.
+class Timeline final : public core::Clock, public core::Sounds {
 public:
     void add(const QString& event) {
         std::lock_guard lock(mutex_);
@@ -37,33 +37,18 @@ public:
         events_.clear();
     }
 
+    QDateTime now() const override { return QDateTime(QDate(2026, 3, 14), QTime(9, 0)); }
+    void sleepSeconds(unsigned seconds) override { add(QStringLiteral("sleep %1").arg(seconds)); }
+    void sleepMicroseconds(std::uint64_t microseconds) override {
+        // The zero-length yield before each hub command is not a pause.
+        if (microseconds > 0) add(QStringLiteral("usleep %1").arg(microseconds));
+    }
+    void beep() override { add(QStringLiteral("beep")); }
+    void play(const QString& name) override { add(QStringLiteral("sound ") + name); }
+
 private:
     mutable std::mutex mutex_;
     QStringList events_;
-};
-
-class TimelineClock final : public core::Clock {
-public:
-    explicit TimelineClock(Timeline& timeline) : timeline_(timeline) {}
-    QDateTime now() const override { return QDateTime(QDate(2026, 3, 14), QTime(9, 0)); }
-    void sleepSeconds(unsigned seconds) override { timeline_.add(QStringLiteral("sleep %1").arg(seconds)); }
-    void sleepMicroseconds(std::uint64_t microseconds) override {
-        // The zero-length yield before each hub command is not a pause.
-        if (microseconds > 0) timeline_.add(QStringLiteral("usleep %1").arg(microseconds));
-    }
-
-private:
-    Timeline& timeline_;
-};
-
-class TimelineSounds final : public core::Sounds {
-public:
-    explicit TimelineSounds(Timeline& timeline) : timeline_(timeline) {}
-    void beep() override { timeline_.add(QStringLiteral("beep")); }
-    void play(const QString& name) override { timeline_.add(QStringLiteral("sound ") + name); }
-
-private:
-    Timeline& timeline_;
 };
 
 // A station of fake hubs (serials 0x1000 + n) with Macs on ports 1-5, driven by a manager whose
@@ -102,9 +87,9 @@ protected:
         ZMRAcronameManagerEnvironment env;
         env.backend = backend;
         env.settings = &settings.settings();
-        env.clock = &clock;
+        env.clock = &timeline;
         env.notifications = &center;
-        env.sounds = &sounds;
+        env.sounds = &timeline;
         env.alerts = &alerts;
         env.runInBackground = [](dispatch::Task task) { task(); };
         env.runOnMain = [](dispatch::Task task) { task(); };
@@ -145,9 +130,7 @@ protected:
     Timeline timeline;
     std::shared_ptr<FakeBackend> backend = std::make_shared<FakeBackend>();
     TestSettings settings{false};
-    TimelineClock clock{timeline};
     core::NotificationCenter center;
-    TimelineSounds sounds{timeline};
     RecordingAlerts alerts;
     usb::MemoryUsbRegistry registry;
     AC2Devices listed;

@@ -125,7 +125,6 @@ TEST_F(Faults, RestoreIsRefusedForMacsThatCannotBeRestored) {
     EXPECT_EQ(call("mac.restore", {{"ecid", "0x9999"}}).value("result").toInt(), 3);
     EXPECT_EQ(call("mac.restore", {{"ecid", "4097"}}).value("result").toInt(), 2);
     EXPECT_EQ(call("mac.cancelRestore", {{"ecid", "0x1001"}}).value("result").toInt(), 7);
-    EXPECT_EQ(call("no.such.call").value("result").toInt(), 21);
 }
 
 }  // namespace

@@ -56,6 +56,7 @@ TEST_F(MacBehaviour, MessagesThatReachNoRunningMacChangeNothing) {
     EXPECT_EQ(message(hubA, 2, dfuBytes), 0);
     EXPECT_EQ(message(hubA, 6, dfuBytes), 0) << "no Mac on port 6";
     EXPECT_EQ(message(hubA, 3, "040000001280ac050701000000000180"), 0) << "unknown message";
+    EXPECT_EQ(message(hubA, 3, "040000001280ac050601000000000080"), 0) << "DFU with reboot word";
     clock_.advance(30);
     EXPECT_EQ(macNamed(QStringLiteral("K9D2LM3V7Q")).value("state").toString(), "off");
     EXPECT_EQ(usbAt(port3).value("idProduct").toInt(), 0x1905);
@@ -120,17 +121,6 @@ TEST_F(MacBehaviour, LocalDfuPortMac) {
     clock_.advance(2);
     EXPECT_EQ(usbAt(0x00100000).value("idProduct").toInt(), 0x1227);
     EXPECT_EQ(macNamed("V7QK2M9XHN").value("locationID").toInteger(), 0x00100000);
-}
-
-TEST(MacMessages, OnlyTheTwoExactMessagesAreRecognised) {
-    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes)), sim::VendorMessage::Dfu);
-    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(rebootBytes)),
-              sim::VendorMessage::Reboot);
-    QByteArray almost = QByteArray::fromHex(dfuBytes);
-    almost[14] = 0;  // the DFU word 2 with the reboot word 3
-    EXPECT_EQ(sim::classifyVendorMessage(almost), sim::VendorMessage::Other);
-    EXPECT_EQ(sim::classifyVendorMessage(QByteArray::fromHex(dfuBytes).left(15)),
-              sim::VendorMessage::Other);
 }
 
 }  // namespace

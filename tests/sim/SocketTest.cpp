@@ -7,10 +7,8 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 
 using namespace simtest;
@@ -46,12 +44,6 @@ class Socket : public StationTest {
         worker.join();
     }
 
-    void serveUntil(const std::function<bool()>& condition) {
-        const QDeadlineTimer deadline(5000);
-        while (!condition() && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    }
-
     QTemporaryDir folder_;
     QString path_;
     std::unique_ptr<sim::Server> server_;
@@ -84,59 +76,6 @@ TEST_F(Socket, RequestsFromSeveralThreadsEachGetTheirOwnReply) {
     EXPECT_FALSE(unknown->value("message").toString().isEmpty());
 }
 
-TEST_F(Socket, SubscribersReceiveUsbEventsAndOthersDoNot) {
-    // subscribe() waits on its own thread for the confirmation, and the server answers on this
-    // one, so the subscribers live on a thread of their own.
-    QThread clientThread;
-    clientThread.start();
-    auto* watcher = new core::SimulatorConnection(path_);
-    auto* other = new core::SimulatorConnection(path_);
-    watcher->moveToThread(&clientThread);
-    other->moveToThread(&clientThread);
-    std::mutex mutex;
-    std::vector<std::pair<QString, QJsonObject>> seen;
-    int otherEvents = 0;
-    QObject::connect(watcher, &core::SimulatorConnection::event, watcher,
-                     [&](const QString& name, const QJsonObject& payload) {
-                         std::lock_guard lock(mutex);
-                         seen.emplace_back(name, payload);
-                     });
-    QObject::connect(other, &core::SimulatorConnection::event, other, [&] {
-        std::lock_guard lock(mutex);
-        ++otherEvents;
-    });
-    std::atomic<int> answers{0};
-    std::atomic<bool> refused{false}, accepted{false};
-    QMetaObject::invokeMethod(watcher, [&] {
-        refused = !watcher->subscribe({"usb", "bogus"});
-        accepted = watcher->subscribe({"usb"}) && other->subscribe({"restore"});
-        ++answers;
-    });
-    serveUntil([&] { return answers == 1; });
-    EXPECT_TRUE(refused) << "unknown topics are refused";
-    ASSERT_TRUE(accepted);
-
-    offMainThread([&] {
-        watcher->request("stem.port.setEnabled", {{"serial", hubA}, {"index", 3}, {"value", 0}});
-    });
-    serveUntil([&] {
-        std::lock_guard lock(mutex);
-        return !seen.empty();
-    });
-    {
-        std::lock_guard lock(mutex);
-        ASSERT_EQ(seen.size(), 1u);
-        EXPECT_EQ(seen[0].first, "usb.removed");
-        EXPECT_EQ(seen[0].second.value("device").toObject().value("locationID").toInteger(),
-                  0x01130000);
-        EXPECT_EQ(otherEvents, 0);
-    }
-    watcher->deleteLater();
-    other->deleteLater();
-    clientThread.quit();
-    clientThread.wait();
-}
-
 TEST_F(Socket, HubLibraryOverTheSimulator) {
     stem::SimulatorBackend backend(path_);
     offMainThread([&] {
@@ -159,27 +98,13 @@ TEST_F(Socket, HubLibraryOverTheSimulator) {
         EXPECT_EQ(module->port(1).setEnabled(0), 25u) << "not connected to any hub yet";
         ASSERT_EQ(module->discoverAndConnect(stem::LinkType::USB, specs[1].serial_num), 0u);
         EXPECT_TRUE(module->isConnected());
-
-        std::int32_t microvolts = 0;
-        ASSERT_EQ(module->port(3).getVbusVoltage(&microvolts), 0u);
-        EXPECT_EQ(microvolts, 5000000);
-        std::uint32_t version = 0;
-        ASSERT_EQ(module->system().getVersion(&version), 0u);
-        char text[255];
-        backend.aVersion_ParseString(version, text, sizeof text);
-        EXPECT_STREQ(text, "2.10.4");
         std::uint8_t mode = 0;
         EXPECT_EQ(module->port(8).getPowerMode(&mode), 26u);
-
-        const std::uint8_t dfu[16] = {0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05,
-                                      0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80};
-        EXPECT_EQ(module->pd(3).setUEIBytes(48, dfu, sizeof dfu), 0u);
+        EXPECT_EQ(module->port(3).setEnabled(0), 0u);
         EXPECT_EQ(module->disconnect(), 0u);
         EXPECT_FALSE(module->isConnected());
     });
-    EXPECT_TRUE(usbAt(0x01230000).isEmpty());
-    clock_.advance(2);
-    EXPECT_EQ(usbAt(0x01230000).value("idProduct").toInt(), 0x1227);
+    EXPECT_TRUE(usbAt(0x01230000).isEmpty()) << "the call reached hub B";
 }
 
 TEST(SocketClient, UnreachableSimulatorIsReportedNotAwaited) {

@@ -13,17 +13,6 @@ QStringList errorsOf(const QByteArray& json) {
     return load.errors;
 }
 
-TEST(StationFile, DefaultStationHasTwoHubsWithFiveMacsAndALocalDfuMac) {
-    const sim::StationConfig station = sim::defaultStation();
-    ASSERT_EQ(station.hubs.size(), 2u);
-    for (const sim::HubConfig& hub : station.hubs) {
-        std::vector<int> ports;
-        for (const sim::MacConfig& mac : hub.macs) ports.push_back(mac.port);
-        EXPECT_EQ(ports, (std::vector<int>{1, 2, 3, 4, 5}));
-    }
-    ASSERT_TRUE(station.localDfu.has_value());
-}
-
 TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
     const QStringList errors = errorsOf(R"({
       "timing": {"bootSeconds": -1, "coffee": 1},
@@ -116,17 +105,6 @@ TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
     for (const QJsonValue& device : devices)
         sessions.insert(device.toObject().value("sessionID").toString());
     EXPECT_EQ(sessions.size(), devices.size());
-}
-
-TEST_F(UsbView, MacsListCarriesIdentityAndPlace) {
-    const QJsonObject mac = macNamed("H4WGJ2Q7PX");
-    EXPECT_EQ(mac.value("ecid").toString(), "0x16594A1492801E");
-    EXPECT_EQ(mac.value("udid").toString(), "00008103-0016594A1492801E");
-    EXPECT_EQ(mac.value("deviceType").toString(), "Macmini9,1");
-    EXPECT_EQ(mac.value("locationID").toInteger(), 0x01110000);
-    EXPECT_EQ(mac.value("state").toString(), "booted");
-    EXPECT_TRUE(mac.value("onBus").toBool());
-    EXPECT_EQ(call("macs.list").value("macs").toArray().size(), 11);
 }
 
 }  // namespace

@@ -13,19 +13,4 @@ std::vector<core::Alert> RecordingAlerts::shown() const {
     return shown_;
 }
 
-void RecordingSounds::beep() {
-    std::lock_guard lock(mutex_);
-    played_ << QStringLiteral("beep");
-}
-
-void RecordingSounds::play(const QString& name) {
-    std::lock_guard lock(mutex_);
-    played_ << name;
-}
-
-QStringList RecordingSounds::played() const {
-    std::lock_guard lock(mutex_);
-    return played_;
-}
-
 }  // namespace testing_support

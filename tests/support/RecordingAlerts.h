@@ -1,7 +1,6 @@
 #pragma once
 
 #include "core/Alerts.h"
-#include "core/Sounds.h"
 
 #include <mutex>
 #include <vector>
@@ -18,18 +17,6 @@ public:
 private:
     mutable std::mutex mutex_;
     std::vector<core::Alert> shown_;
-};
-
-// Keeps every beep and sound, in order ("beep" for the alert beep).
-class RecordingSounds final : public core::Sounds {
-public:
-    void beep() override;
-    void play(const QString& name) override;
-    QStringList played() const;
-
-private:
-    mutable std::mutex mutex_;
-    QStringList played_;
 };
 
 }  // namespace testing_support

@@ -3,13 +3,15 @@
 #include "core/SimulatorConnection.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QSettings>
 
 namespace testing_support {
 
 SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
-    setPreference("LogFolderPath", folder_.filePath("logs"));
+    QDir().mkpath(logFolder());
+    setPreference("LogFolderPath", logFolder());
     environment_.insert("XDG_CONFIG_HOME", folder_.filePath("config"));
     environment_.remove("TARVEL_SIM");
     environment_.remove("TARVEL_CFGUTIL");
@@ -34,6 +36,10 @@ QString SimulatedStation::start(const QStringList& arguments, double speed) {
 
 ProcessResult SimulatedStation::cli(const QStringList& arguments) const {
     return runExecutable("tarvel-cli", QStringList{"--simulate=" + socket_} + arguments, environment_);
+}
+
+ProcessResult SimulatedStation::cliWithoutSimulator(const QStringList& arguments) const {
+    return runExecutable("tarvel-cli", arguments, environment_);
 }
 
 QString SimulatedStation::writeStation(const QByteArray& json) const {

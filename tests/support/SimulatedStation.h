@@ -20,6 +20,8 @@ public:
     QString start(const QStringList& arguments = {}, double speed = 50);
     // Runs tarvel-cli against this station.
     ProcessResult cli(const QStringList& arguments) const;
+    // Runs tarvel-cli with this station's preferences and log folder but no --simulate.
+    ProcessResult cliWithoutSimulator(const QStringList& arguments) const;
     // Writes a station file into the private folder and answers its path.
     QString writeStation(const QByteArray& json) const;
     // The simulator's Macs as "macs.list" answers them.
@@ -28,6 +30,8 @@ public:
     void setPreference(const QString& key, const QVariant& value) const;
 
     QString socket() const { return socket_; }
+    // The folder the LogFolderPath preference names (it exists from the start).
+    QString logFolder() const { return folder_.filePath("logs"); }
     QProcess& simulator() { return simulator_; }
     QProcessEnvironment& environment() { return environment_; }
 
