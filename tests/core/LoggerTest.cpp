@@ -116,15 +116,13 @@ TEST_F(LoggerTest, MultiLineMessagesAreWrittenAsTheyAre) {
 TEST(LoggerTimestamp, UsesTheLocalNumericOffset) {
     const QByteArray saved = qgetenv("TZ");
     const QDateTime moment(QDate(2024, 1, 15), QTime(12, 0, 0), Qt::UTC);
-    qputenv("TZ", "Asia/Kolkata");
-    tzset();
-    EXPECT_EQ(iso8601LocalTimestamp(moment), "2024-01-15T17:30:00+05:30");
-    qputenv("TZ", "America/St_Johns");
-    tzset();
-    EXPECT_EQ(iso8601LocalTimestamp(moment), "2024-01-15T08:30:00-03:30");
-    qputenv("TZ", "UTC");
-    tzset();
-    EXPECT_EQ(iso8601LocalTimestamp(moment), "2024-01-15T12:00:00+00:00");
+    for (auto [zone, text] : {std::pair{"Asia/Kolkata", "2024-01-15T17:30:00+05:30"},
+                              std::pair{"America/St_Johns", "2024-01-15T08:30:00-03:30"},
+                              std::pair{"UTC", "2024-01-15T12:00:00+00:00"}}) {
+        qputenv("TZ", zone);
+        tzset();
+        EXPECT_EQ(iso8601LocalTimestamp(moment), text) << zone;
+    }
     if (saved.isEmpty())
         qunsetenv("TZ");
     else

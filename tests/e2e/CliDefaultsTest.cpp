@@ -45,11 +45,12 @@ TEST_F(CliDefaults, WriteReadDeleteRoundTrips) {
 }
 
 TEST_F(CliDefaults, BadInputIsAUsageErrorThatNamesWhatWasWrong) {
-    for (const QStringList& write :
-         {QStringList{"showDebug", "-bool", "maybe"}, {"acronameRecoveryRebootTimes", "-int", "six"}}) {
+    for (const QStringList& write : {QStringList{"showDebug", "-bool", "maybe"},
+                                     {"acronameRecoveryRebootTimes", "-int", "six"}}) {
         const ProcessResult bad = cli(QStringList{"defaults", "write"} + write);
         EXPECT_EQ(bad.exitCode, 2);
-        EXPECT_TRUE(bad.standardError.contains(write[0]) && bad.standardError.contains(write[1].mid(1)))
+        EXPECT_TRUE(bad.standardError.contains(write[0]) &&
+                    bad.standardError.contains(write[1].mid(1)))
             << bad.standardError.toStdString();
     }
     EXPECT_EQ(cli({"defaults", "write", "showDebug"}).exitCode, 2);

@@ -23,7 +23,8 @@ TEST_F(CliHub, SimulatorThatIsNotRunningIsOneClearError) {
         const ProcessResult result = station.cli(command);
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_TRUE(result.standardOutput.isEmpty());
-        EXPECT_EQ(result.standardError.count("tarvel-cli: "), 1) << result.standardError.toStdString();
+        EXPECT_EQ(result.standardError.count("tarvel-cli: "), 1)
+            << result.standardError.toStdString();
         EXPECT_TRUE(result.standardError.contains("no station simulator is running at " +
                                                   station.socket()));
     }

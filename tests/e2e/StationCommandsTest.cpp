@@ -26,7 +26,8 @@ protected:
     bool macsReach(const QString& state, int count) const {
         for (int attempt = 0; attempt < 50; ++attempt) {
             int in = 0;
-            for (const auto& mac : station.macs()) in += mac.toObject().value("state").toString() == state;
+            for (const auto& mac : station.macs())
+                in += mac.toObject().value("state").toString() == state;
             if (in == count) return true;
             QThread::msleep(100);
         }

@@ -232,14 +232,6 @@ TEST_F(BrainStemWrapperTest, DisconnectTellsOnlyWhenTheLibraryDid) {
     EXPECT_THAT(recorder.logged(), ElementsAre("disconnecting in BrainStemWrapper"));
 }
 
-TEST_F(BrainStemWrapperTest, ToggleLEDWritesTheNegationOfWhatItRead) {
-    ASSERT_TRUE(wrapper.connect(hub));
-    wrapper.toggleLED();
-    EXPECT_EQ(backend->hub(kSerial).led, 1);
-    wrapper.toggleLED();
-    EXPECT_EQ(backend->hub(kSerial).led, 0);
-}
-
 TEST(BrainStemWrapperDiscovery, HubsCarryTheIdentityDiscoveryReported) {
     auto backend = std::make_shared<FakeBackend>();
     ConsoleRecorder recorder;

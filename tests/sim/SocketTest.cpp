@@ -76,37 +76,6 @@ TEST_F(Socket, RequestsFromSeveralThreadsEachGetTheirOwnReply) {
     EXPECT_FALSE(unknown->value("message").toString().isEmpty());
 }
 
-TEST_F(Socket, HubLibraryOverTheSimulator) {
-    stem::SimulatorBackend backend(path_);
-    offMainThread([&] {
-        std::vector<stem::LinkSpec> specs;
-        const auto count = backend.aDiscovery_EnumerateModules(
-            stem::LinkType::USB,
-            [&](const stem::LinkSpec& spec, bool& success) {
-                specs.push_back(spec);
-                success = true;
-                return true;
-            },
-            stem::LOCALHOST_IP_ADDRESS);
-        ASSERT_EQ(count, 2);
-        EXPECT_EQ(specs[1].serial_num, static_cast<std::uint32_t>(hubB));
-        EXPECT_EQ(specs[1].model, 24u);
-        EXPECT_EQ(specs[1].usb_id, 2u);
-
-        auto module = backend.createUSBHub3c(6, true, 24);
-        EXPECT_FALSE(module->isConnected());
-        EXPECT_EQ(module->port(1).setEnabled(0), 25u) << "not connected to any hub yet";
-        ASSERT_EQ(module->discoverAndConnect(stem::LinkType::USB, specs[1].serial_num), 0u);
-        EXPECT_TRUE(module->isConnected());
-        std::uint8_t mode = 0;
-        EXPECT_EQ(module->port(8).getPowerMode(&mode), 26u);
-        EXPECT_EQ(module->port(3).setEnabled(0), 0u);
-        EXPECT_EQ(module->disconnect(), 0u);
-        EXPECT_FALSE(module->isConnected());
-    });
-    EXPECT_TRUE(usbAt(0x01230000).isEmpty()) << "the call reached hub B";
-}
-
 TEST(SocketClient, UnreachableSimulatorIsReportedNotAwaited) {
     QTemporaryDir folder;
     core::SimulatorConnection connection(folder.filePath("nobody.sock"));

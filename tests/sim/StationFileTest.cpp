@@ -93,10 +93,6 @@ TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
               (std::vector<qint64>{0x01100000, 0x01180000, 0x01110000, 0x01120000, 0x01130000,
                                    0x01140000, 0x01150000, 0x01200000, 0x01280000, 0x01210000,
                                    0x01220000, 0x01230000, 0x01240000, 0x01250000, 0x00100000}));
-    const QJsonObject hub = devices[0].toObject();
-    EXPECT_EQ(hub.value("idVendor").toInt(), 0x24FF);
-    EXPECT_EQ(hub.value("kUSBSerialNumberString").toString(), "1C3B4A01");
-    EXPECT_EQ(devices[1].toObject().value("kUSBProductString").toString(), "USBHub3c-Stem");
     // Clearing the port nibble of a Mac's location gives its hub's location.
     for (int port = 1; port <= 5; ++port)
         EXPECT_EQ(usbAt(0x01200000 | port << 16).value("idVendor").toInt(), 0x05AC);

@@ -74,18 +74,20 @@ TEST_F(DeviceIOKitTest, SerialNormalisation) {
 }
 
 TEST_F(DeviceIOKitTest, DfuDetectionIsCaseSensitiveAndPrefersTheSerial) {
-    registry.attach(device(apple, 0x00100000, dfuSerial(0x1234), "Booted Mac"));
-    registry.attach(device(apple, 0x14110000, "C02XK1", "Apple Mobile Device (DFU Mode)"));
-    registry.attach(device(apple, 0x14120000, "C02XK2", "Apple Debug USB"));
-    registry.attach(device(apple, 0x14130000, "C02XK3", "apple mobile device (dfu mode)"));
-    registry.attach(device(apple, 0x14140000, "ibootless", "Apple Mobile Device (Recovery Mode)"));
-
+    const struct {
+        qulonglong location;
+        QString serial, product;
+        bool dfu;
+    } cases[] = {{0x00100000, dfuSerial(0x1234), "Booted Mac", true},
+                 {0x14110000, "C02XK1", "Apple Mobile Device (DFU Mode)", true},
+                 {0x14120000, "C02XK2", "Apple Debug USB", true},
+                 {0x14130000, "C02XK3", "apple mobile device (dfu mode)", false},
+                 {0x14140000, "ibootless", "Apple Mobile Device (Recovery Mode)", false}};
+    for (const auto& c : cases) registry.attach(device(apple, c.location, c.serial, c.product));
     const DeviceIOKit io = queries();
-    EXPECT_TRUE(io.deviceInDFUModeWithDeviceAddress(0x00100000, apple));
-    EXPECT_TRUE(io.deviceInDFUModeWithDeviceAddress(0x14110000, apple));
-    EXPECT_TRUE(io.deviceInDFUModeWithDeviceAddress(0x14120000, apple));
-    EXPECT_FALSE(io.deviceInDFUModeWithDeviceAddress(0x14130000, apple));
-    EXPECT_FALSE(io.deviceInDFUModeWithDeviceAddress(0x14140000, apple));
+    for (const auto& c : cases)
+        EXPECT_EQ(io.deviceInDFUModeWithDeviceAddress(c.location, apple), c.dfu)
+            << c.product.toStdString();
     EXPECT_FALSE(io.deviceInDFUModeWithDeviceAddress(0x14110000, acroname));
 }
 
@@ -123,6 +125,16 @@ TEST_F(DeviceIOKitTest, RecordFromAService) {
     usb::PropertyMap textVendor = booted;  // a value of the wrong type is as good as missing
     textVendor["idVendor"] = "1452";
     EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&textVendor), DeviceIOKitInfo{});
+
+    // JSON numbers are doubles: an ECID above 2^53 comes from the simulator as decimal text and
+    // must reach the record as the exact integer.
+    const usb::PropertyMap simulated = usb::SimulatorUsbRegistry::propertiesFromJson(
+        {{"idVendor", 1452},
+         {"locationID", 0x01110000},
+         {"kUSBSerialNumberString", dfuSerial(0x0123456789ABCDEF)},
+         {"UsbAppleDeviceECID", QString::number(0x0123456789ABCDEFull)}});
+    EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&simulated),
+              (DeviceIOKitInfo{apple, "", 0x01110000, "", 0x0123456789ABCDEF}));
 }
 
 TEST(DeviceIOKitDeathTest, NegativeVendorOrEcidStopsTheProcess) {
@@ -131,26 +143,6 @@ TEST(DeviceIOKitDeathTest, NegativeVendorOrEcidStopsTheProcess) {
     usb::PropertyMap hugeEcid = device(apple, 0x14120000, "C02XK1", "Mac");
     hugeEcid["UsbAppleDeviceECID"] = qulonglong(0x8000000000000001);
     EXPECT_DEATH(DeviceIOKit::deviceInfoWithService(&hugeEcid), "negative ECID");
-}
-
-}  // namespace
-
-namespace {
-
-// JSON numbers are doubles; an ECID above 2^53 only survives as the decimal text the simulator
-// sends, and must reach DeviceIOKit as the exact integer.
-TEST(SimulatorUsbRegistryTest, DeviceMapsKeepTheirTypesAndTheExactEcid) {
-    const usb::PropertyMap map = usb::SimulatorUsbRegistry::propertiesFromJson(
-        {{"idVendor", 1452},
-         {"locationID", 0x01110000},
-         {"kUSBSerialNumberString", usb_testing::dfuSerial(0x0123456789ABCDEF)},
-         {"UsbAppleDeviceECID", QString::number(0x0123456789ABCDEFull)},
-         {"sessionID", "sim-7"}});
-    const DeviceIOKitInfo info = DeviceIOKit::deviceInfoWithService(&map);
-    EXPECT_EQ(info.ecid, 0x0123456789ABCDEF);
-    EXPECT_EQ(info.vendor, 1452);
-    EXPECT_EQ(info.usbAddress, 0x01110000);
-    EXPECT_EQ(map.value("sessionID").toString(), "sim-7");
 }
 
 }  // namespace

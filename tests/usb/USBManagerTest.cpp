@@ -13,7 +13,7 @@ namespace {
 
 using namespace usb_testing;
 
-// Timers that fire only when the test says so.
+// Timers that fire only when the test says so; each stays readable after the manager drops it.
 class ManualTimers {
   public:
     struct Scheduled {
@@ -21,15 +21,11 @@ class ManualTimers {
         std::function<void()> action;
         bool valid = true;
     };
-
-    class Timer final : public usb::OneShotTimer {
-      public:
-        explicit Timer(std::shared_ptr<Scheduled> scheduled) : scheduled_(std::move(scheduled)) {}
-        bool isValid() const override { return scheduled_->valid; }
-        void invalidate() override { scheduled_->valid = false; }
-
-      private:
-        std::shared_ptr<Scheduled> scheduled_;
+    struct Timer final : usb::OneShotTimer {
+        explicit Timer(std::shared_ptr<Scheduled> s) : scheduled(std::move(s)) {}
+        bool isValid() const override { return scheduled->valid; }
+        void invalidate() override { scheduled->valid = false; }
+        std::shared_ptr<Scheduled> scheduled;
     };
 
     usb::TimerFactory factory() {

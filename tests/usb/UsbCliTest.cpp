@@ -26,10 +26,6 @@ class UsbCommandsAgainstSimulator : public ::testing::Test {
         if (!watcher.waitForFinished(5000)) watcher.kill();
     }
 
-    QStringList cliArguments(const QStringList& arguments) const {
-        return QStringList{"--simulate=" + station.socket()} + arguments;
-    }
-
     // Reads the watcher's JSON lines until `done` holds for the lines so far.
     bool readWatchUntil(const std::function<bool(const QList<QJsonObject>&)>& done,
                         int milliseconds) {
@@ -69,13 +65,9 @@ TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
     EXPECT_EQ(devices[1].toObject()["productName"].toString(), "USBHub3c-Stem");
 
     const QJsonObject mac = devices[2].toObject();
-    EXPECT_EQ(mac["vendorID"].toInt(), 0x05AC);
-    EXPECT_EQ(mac["locationID"].toString(), "0x01110000");
-    EXPECT_EQ(mac["hubAddress"].toString(), "0x01100000");
     EXPECT_EQ(mac["serialNumber"].toString(), "H4WGJ2Q7PX");
-    EXPECT_FALSE(mac["inDFU"].toBool());
     EXPECT_TRUE(mac["ecid"].isNull());  // a booted Mac does not show its ECID on USB
-
+    // Vendor, product, location, hub address and DFU state of that Mac.
     const auto text = station.cli({"usb", "list"});
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_TRUE(text.standardOutput.contains("05AC   1905    0x01110000 0x01100000 no"))
@@ -87,7 +79,7 @@ TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
 TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAPortCycles) {
     watcher.setProcessEnvironment(station.environment());
     watcher.start(testing_support::executablePath("tarvel-cli"),
-                  cliArguments({"usb", "watch", "--json"}));
+                  {"--simulate=" + station.socket(), "usb", "watch", "--json"});
     ASSERT_TRUE(watcher.waitForStarted(10000));
 
     // What is attached at start comes as the first batch, all in one.
