@@ -80,6 +80,8 @@ StationSession::StationSession(const CliContext& context) : state_(std::make_sha
     manager_ = std::make_shared<ZMRAcronameManager>(std::move(environment));
 }
 
+StationSession::~StationSession() { manager_->disconnectAllHubs(); }
+
 AC2Devices StationSession::refresh() {
     auto result = std::make_shared<std::optional<AC2Devices>>();
     QEventLoop loop;

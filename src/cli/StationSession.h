@@ -19,6 +19,8 @@ namespace cli {
 class StationSession {
 public:
     explicit StationSession(const CliContext& context);
+    // Disconnects the hubs: a connected hub and its driver hold each other.
+    ~StationSession();
 
     // Rebuilds the hub list; answers the per-port entries once the device listing is in.
     AC2Devices refresh();
