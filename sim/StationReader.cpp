@@ -13,6 +13,14 @@ void StationReader::error(const QString& field, const QString& reason) {
     errors_ << QStringLiteral("%1: %2: %3").arg(fileName_, field, reason);
 }
 
+bool StationReader::absent(const QJsonValue& value, const QString& field, bool required) {
+    if (!value.isUndefined())
+        return false;
+    if (required)
+        error(field, QStringLiteral("is required"));
+    return true;
+}
+
 QString StationReader::join(const QString& path, const QString& key) {
     return path.isEmpty() ? key : path + u'.' + key;
 }
@@ -34,11 +42,8 @@ std::optional<qint64> StationReader::integer(const QJsonObject& object, const QS
     const QJsonValue value = object.value(QLatin1String(key));
     const QString range =
         QStringLiteral("must be an integer from %1 to %2").arg(minimum).arg(maximum);
-    if (value.isUndefined()) {
-        if (required)
-            error(field, QStringLiteral("is required"));
+    if (absent(value, field, required))
         return std::nullopt;
-    }
     const double number = value.toDouble(std::nan(""));
     if (!value.isDouble() || number != std::floor(number) ||
         number < static_cast<double>(minimum) || number > static_cast<double>(maximum)) {
@@ -53,11 +58,8 @@ std::optional<double> StationReader::number(const QJsonObject& object, const QSt
                                             bool required) {
     const QString field = join(path, QLatin1String(key));
     const QJsonValue value = object.value(QLatin1String(key));
-    if (value.isUndefined()) {
-        if (required)
-            error(field, QStringLiteral("is required"));
+    if (absent(value, field, required))
         return std::nullopt;
-    }
     if (!value.isDouble() || value.toDouble() < minimum || value.toDouble() > maximum) {
         error(field, QStringLiteral("must be a number from %1 to %2").arg(minimum).arg(maximum));
         return std::nullopt;
@@ -69,11 +71,8 @@ std::optional<QString> StationReader::text(const QJsonObject& object, const QStr
                                            const char* key, bool required) {
     const QString field = join(path, QLatin1String(key));
     const QJsonValue value = object.value(QLatin1String(key));
-    if (value.isUndefined()) {
-        if (required)
-            error(field, QStringLiteral("is required"));
+    if (absent(value, field, required))
         return std::nullopt;
-    }
     if (!value.isString()) {
         error(field, QStringLiteral("must be text"));
         return std::nullopt;
@@ -101,11 +100,8 @@ std::optional<std::uint64_t> StationReader::identifier(const QJsonObject& object
     const QString reason =
         QStringLiteral("must be \"0x\" and hexadecimal digits, or an integer, from 1 to 0x%1")
             .arg(static_cast<qulonglong>(maximum), 0, 16);
-    if (value.isUndefined()) {
-        if (required)
-            error(field, QStringLiteral("is required"));
+    if (absent(value, field, required))
         return std::nullopt;
-    }
     std::uint64_t parsed = 0;
     bool ok = false;
     if (value.isString()) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QJsonValue>
 #include <QString>
 #include <QStringList>
 
@@ -17,6 +18,8 @@ class StationReader {
     StationReader(QString fileName, QStringList& errors);
 
     void error(const QString& field, const QString& reason);
+    // True when the field is missing, after noting the error if it had to be there.
+    bool absent(const QJsonValue& value, const QString& field, bool required);
     static QString join(const QString& path, const QString& key);
 
     void rejectUnknown(const QJsonObject& object, const QString& path,
