@@ -1,5 +1,6 @@
 #include "cli/ConfiguratorCommands.h"
 
+#include "cli/Interrupts.h"
 #include "cli/RestoreProgressBar.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/SettingsKeys.h"
@@ -10,12 +11,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
-#include <QSocketNotifier>
 #include <QTemporaryDir>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
@@ -24,21 +21,6 @@
 namespace cli {
 namespace {
 
-int interruptPipe[2] = {-1, -1};
-
-void onInterrupt(int) {
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t written = ::write(interruptPipe[1], &byte, 1);
-}
-
-// A listing whose tool cannot be launched never calls back, so that is ruled out first.
-std::optional<int> refuseWithoutTool(const ZMRConfigurator2Utility& utility) {
-    if (!utility.isAC2Installed() || !QFileInfo(utility.toolPath()).isExecutable())
-        return fail(exitFailure,
-                    QStringLiteral("Apple Configurator's cfgutil is not installed at %1")
-                        .arg(utility.toolPath()));
-    return std::nullopt;
-}
 
 QJsonObject describe(const AC2Device& device) {
     const QVariantMap info = device.deviceinfo();
@@ -53,22 +35,9 @@ QJsonObject describe(const AC2Device& device) {
 }
 
 int devices(bool json) {
-    ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
-    if (const auto refused = refuseWithoutTool(utility))
-        return *refused;
     configurator::DeviceList listed;
-    utility.attachedDevicesWithCallback([&listed](const configurator::DeviceList& devices) {
-        listed = devices;
-        QCoreApplication::exit(0);
-    });
-    QCoreApplication::exec();
-    // The listing itself ignores how the tool ended; a technician must not mistake a tool that
-    // failed (no simulator, no permission) for an empty bench.
-    const int status = utility.attachedDevicesWrapper()->terminationStatus();
-    if (status != 0)
-        return fail(exitFailure, QStringLiteral("%1 ended with status %2; the log has its messages")
-                                     .arg(utility.toolPath())
-                                     .arg(status));
+    if (const auto refused = listAttachedDevices(ZMRConfigurator2Utility::sharedManager(), &listed))
+        return *refused;
 
     QJsonArray described;
     for (const auto& device : listed) described.append(describe(*device));
@@ -87,17 +56,6 @@ int devices(bool json) {
                     qPrintable(d["serialNumber"].toString()), qPrintable(d["name"].toString()));
     }
     return exitSuccess;
-}
-
-// ECIDs as Tarvel prints them: hexadecimal, with or without "0x".
-std::optional<std::uint64_t> parseEcid(QString text) {
-    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
-        text = text.mid(2);
-    bool ok = false;
-    const std::uint64_t ecid = text.toULongLong(&ok, 16);
-    if (!ok || ecid == 0)
-        return std::nullopt;
-    return ecid;
 }
 
 // --ipsw applies to this restore only, so it lives in a store of its own instead of the user's.
@@ -143,14 +101,7 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     ZMRConfigurator2Utility::Runner cancelled;
     int status = exitFailure;
 
-    if (::pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return fail(exitFailure, "no pipe");
-    signal(SIGINT, onInterrupt);
-    QSocketNotifier interrupts(interruptPipe[0], QSocketNotifier::Read);
-    QObject::connect(&interrupts, &QSocketNotifier::activated, [&] {
-        char byte = 0;
-        while (::read(interruptPipe[0], &byte, 1) == 1) {
-        }
+    Interrupts interrupts([&] {
         // A second Ctrl-C while the tool winds down leaves at once.
         if (cancelled)
             std::_Exit(130);
@@ -181,7 +132,6 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
             QCoreApplication::exit(0);
         });
     QCoreApplication::exec();
-    signal(SIGINT, SIG_DFL);
     return status;
 }
 
@@ -200,6 +150,43 @@ int clearCache() {
 }
 
 }  // namespace
+
+std::optional<int> refuseWithoutTool(const ZMRConfigurator2Utility& utility) {
+    if (!utility.isAC2Installed() || !QFileInfo(utility.toolPath()).isExecutable())
+        return fail(exitFailure,
+                    QStringLiteral("Apple Configurator's cfgutil is not installed at %1")
+                        .arg(utility.toolPath()));
+    return std::nullopt;
+}
+
+std::optional<int> listAttachedDevices(ZMRConfigurator2Utility& utility,
+                                       configurator::DeviceList* listed) {
+    if (const auto refused = refuseWithoutTool(utility))
+        return refused;
+    utility.attachedDevicesWithCallback([listed](const configurator::DeviceList& devices) {
+        *listed = devices;
+        QCoreApplication::exit(0);
+    });
+    QCoreApplication::exec();
+    // The listing itself ignores how the tool ended; a technician must not mistake a tool that
+    // failed (no simulator, no permission) for an empty bench.
+    const int status = utility.attachedDevicesWrapper()->terminationStatus();
+    if (status != 0)
+        return fail(exitFailure, QStringLiteral("%1 ended with status %2; the log has its messages")
+                                     .arg(utility.toolPath())
+                                     .arg(status));
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> parseEcid(QString text) {
+    if (text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
+        text = text.mid(2);
+    bool ok = false;
+    const std::uint64_t ecid = text.toULongLong(&ok, 16);
+    if (!ok || ecid == 0)
+        return std::nullopt;
+    return ecid;
+}
 
 void addConfiguratorCommands(CLI::App& app, CliContext& context) {
     CLI::App* list = app.add_subcommand("devices", "List the devices Apple Configurator sees");

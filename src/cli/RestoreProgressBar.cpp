@@ -9,15 +9,19 @@ namespace {
 constexpr int barWidth = 30;
 }
 
+QString progressBar(float progress, int width) {
+    const int filled = qBound(0, qRound(progress * width), width);
+    return QStringLiteral("[%1%2]").arg(QString(filled, '#'), QString(width - filled, '-'));
+}
+
 RestoreProgressBar::RestoreProgressBar(QString label)
     : label_(std::move(label)), terminal_(::isatty(STDOUT_FILENO) == 1) {}
 
 void RestoreProgressBar::update(const QString& step, float progress) {
     if (progress >= 0)
         lastProgress_ = progress;
-    const int filled = qBound(0, qRound(lastProgress_ * barWidth), barWidth);
-    const QString line = QStringLiteral("%1 [%2%3] %4% %5")
-                             .arg(label_, QString(filled, '#'), QString(barWidth - filled, '-'))
+    const QString line = QStringLiteral("%1 %2 %3% %4")
+                             .arg(label_, progressBar(lastProgress_, barWidth))
                              .arg(qRound(lastProgress_ * 100), 3)
                              .arg(step);
     if (line == lastLine_)

@@ -4,6 +4,9 @@
 
 namespace cli {
 
+// "[#####-----]" with `width` cells for a progress from 0 to 1.
+QString progressBar(float progress, int width);
+
 // One device's restore progress on the terminal: a bar redrawn in place on a terminal, one line
 // per change when the output goes to a file or a pipe.
 class RestoreProgressBar {

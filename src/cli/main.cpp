@@ -3,6 +3,7 @@
 #include "cli/DefaultsCommands.h"
 #include "cli/HubCommands.h"
 #include "cli/LogCommands.h"
+#include "cli/RestoreCommands.h"
 #include "cli/StationCommands.h"
 #include "cli/UsbCommands.h"
 
@@ -49,6 +50,7 @@ int main(int argc, char** argv) {
     cli::addUsbCommands(app, context);
     cli::addStationCommands(app, context);
     cli::addConfiguratorCommands(app, context);
+    cli::addRestoreCommands(app, context);
 
     try {
         app.parse(argc, argv);

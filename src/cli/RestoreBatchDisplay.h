@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+
+#include <cstdint>
+
+namespace cli {
+
+// A batch of restores on the terminal: one live row per device (ECID, serial number, what it is
+// doing, a bar) and the batch's progress message under them, redrawn in place. Piped, every
+// change is one plain line instead, without control characters.
+class RestoreBatchDisplay {
+  public:
+    struct Device {
+        std::uint64_t ecid = 0;
+        QString serialNumber;
+    };
+
+    explicit RestoreBatchDisplay(QList<Device> devices);
+    RestoreBatchDisplay(QList<Device> devices, bool terminal, int width);
+
+    // progress < 0 keeps the bar where it was.
+    void setDeviceText(std::uint64_t ecid, const QString& text, float progress = -1);
+    void setMessage(const QString& message);
+    // A line of its own above the rows.
+    void note(const QString& text);
+    // Leaves the rows on the screen and the cursor under them.
+    void finish();
+
+    // The row as drawn, cut to the width; for tests.
+    QString row(int index) const;
+
+  private:
+    struct Row {
+        Device device;
+        QString text;
+        float progress = 0;
+    };
+
+    void redraw();
+    void erase();
+    QString cut(const QString& line) const;
+
+    QList<Row> rows_;
+    QString message_;
+    bool terminal_;
+    int width_;
+    int drawnLines_ = 0;
+};
+
+}  // namespace cli

@@ -1,0 +1,245 @@
+#include "restore/RestoreQueue.h"
+
+#include "restore/EventNotification.h"
+#include "restore/SoundPlayer.h"
+
+#include "app/AppState.h"
+#include "configurator/ZMRConfigurator2Utility.h"
+#include "core/Clock.h"
+#include "core/Log.h"
+#include "core/Settings.h"
+#include "core/SettingsKeys.h"
+#include "usb/AutoDFU.h"
+
+#include <QRegularExpression>
+
+#include <charconv>
+
+namespace restore {
+namespace {
+
+const QString source = QStringLiteral("Views/DeviceTableView");
+const QString operation = QStringLiteral("doRestore(devices:)");
+const QString restoredSuccessfully = QStringLiteral("Restored Successfully");
+const QString restoreCancelled = QStringLiteral("Restore Cancelled");
+
+void logLevel1(const QString& message, int line) {
+    ZMRLogAtLevel1(message, source, line, operation);
+}
+void logLevel0(const QString& message, int line) {
+    ZMRLogAtLevel0(message, source, line, operation);
+}
+void logDebug(const QString& message, int line) { ZMRLogDebugAt(message, source, line, operation); }
+
+}  // namespace
+
+QString realText(float value) {
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    QString result = QString::fromLatin1(text, end - text);
+    // A whole number still reads as a real one: "1.0", not "1".
+    if (!result.contains(QRegularExpression(QStringLiteral("[.eEna]"))))
+        result += QStringLiteral(".0");
+    return result;
+}
+
+// What is left of one batch while its restores run: the batch's ECIDs for the event scripts and
+// how many devices have yet to complete. Touched on the main thread only.
+struct RestoreQueue::Batch {
+    QString devices;
+    int outstanding = 0;
+    bool failed = false;
+    bool cancelled = false;
+};
+
+RestoreQueue::RestoreQueue(RestoreSession& session)
+    : session_(session), c_(session.c_), queue_(QStringLiteral("com.kestrune.Tarvel.restore")) {}
+
+RestoreQueue::~RestoreQueue() = default;
+
+unsigned RestoreQueue::pauseBetweenStarts(const QString& text) {
+    bool ok = false;
+    const unsigned seconds = text.toUInt(&ok, 10);
+    return ok ? seconds : 3;
+}
+
+QString RestoreQueue::joinedEcids(const DeviceList& devices) {
+    QStringList ecids;
+    for (const DevicePtr& device : devices) ecids << ecidHex(device->ecid());
+    return ecids.join(',');
+}
+
+void RestoreQueue::submit(const DeviceList& devices) {
+    queue_.async([this, devices] { doRestore(devices); });
+}
+
+void RestoreQueue::doRestore(const DeviceList& devices) {
+    std::weak_ptr<int> alive = lifetime_;
+    session_.isCancelling_.store(false);
+    dispatch::main([this, alive] {
+        if (!alive.expired())
+            session_.setIsCancelling(false);
+    });
+    postRestoreStarted(devices);
+    c_.autoDFU->setAutoTarvState(AutoTarvState::restoring);
+
+    auto batch = std::make_shared<Batch>();
+    batch->devices = joinedEcids(devices);
+    batch->outstanding = static_cast<int>(devices.size());
+    for (qsizetype i = 0; i < devices.size(); ++i) {
+        // A cancel between starts leaves the rest of the batch unstarted.
+        if (session_.isCancelling_.load()) {
+            skipUnstarted(batch, devices.mid(i));
+            break;
+        }
+        startDevice(batch, devices[i]);
+        if (i + 1 == devices.size())
+            break;
+        setProgressMessage(QStringLiteral("Waiting to start next process"));
+        c_.clock->sleepSeconds(
+            pauseBetweenStarts(c_.settings->stringForKey(core::keys::timeBetweenProcesses)));
+    }
+    setProgressMessage(QString(""));
+}
+
+void RestoreQueue::postRestoreStarted(const DeviceList& devices) {
+    if (!c_.settings->boolForKey(core::keys::shouldUseEventScript))
+        return;
+    const QString scriptPath = c_.settings->stringForKey(core::keys::eventScriptPath);
+    for (const DevicePtr& device : devices) {
+        if (c_.events->isDisabled()) {
+            ZMRLogAtLevel1(
+                QStringLiteral("Event notification is disabled. Please check your settings."),
+                QStringLiteral("EventNotification"), __LINE__,
+                QStringLiteral("postEvent(_:status:info:scriptPath:)"));
+            continue;
+        }
+        const QVariantMap info = device->deviceinfo();
+        std::weak_ptr<int> alive = lifetime_;
+        dispatch::main([this, alive, info, scriptPath] {
+            if (!alive.expired())
+                c_.events->postEvent(QStringLiteral("restoreStarted"), true, info, scriptPath);
+        });
+    }
+}
+
+void RestoreQueue::startDevice(const std::shared_ptr<Batch>& batch, const DevicePtr& device) {
+    removeCacheIfWanted();
+    device->setDidCancel(false);
+    device->setIsRestoring(true);
+    std::weak_ptr<int> alive = lifetime_;
+    dispatch::main([this, alive, device] {
+        if (!alive.expired())
+            session_.setDeviceStatus(device, QStringLiteral("Preparing for restore..."));
+    });
+    c_.configurator->restoreWithAC2ForDevice(
+        device,
+        [this, alive](const DevicePtr& restoring, const QVariant& step, float progress) {
+            if (alive.expired())
+                return;
+            const QString text = step.toString();
+            session_.setDeviceStatus(restoring, QStringLiteral("%1:%2:%3")
+                                                    .arg(restoring->ecid())
+                                                    .arg(text, realText(progress)));
+            emit session_.deviceProgress(restoring, text, progress);
+            logDebug(text, __LINE__);
+        },
+        [this, alive](const DevicePtr& failing, const QString& message) {
+            if (alive.expired())
+                return;
+            session_.appendHistory(failing, message);
+            logLevel0(message, __LINE__);
+        },
+        [this, alive, batch, device](const DevicePtr&, bool failed, const QString& message) {
+            if (!alive.expired())
+                deviceCompleted(batch, device, failed, message);
+        });
+}
+
+void RestoreQueue::removeCacheIfWanted() {
+    if (!c_.settings->boolForKey(core::keys::removeACCache))
+        return;
+    c_.configurator->clearAC2CacheWithCompletedBlock([](bool success, const QString& message) {
+        if (!success)
+            logLevel1(message, __LINE__);
+    });
+}
+
+void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const DeviceList& unstarted) {
+    std::weak_ptr<int> alive = lifetime_;
+    dispatch::main([this, alive, batch, unstarted] {
+        if (alive.expired())
+            return;
+        for (const DevicePtr& device : unstarted) {
+            session_.appendHistory(device, restoreCancelled);
+            session_.setDeviceStatus(device, restoreCancelled);
+        }
+        if (c_.settings->boolForKey(core::keys::shouldUseEventScript))
+            postEvent(QStringLiteral("restoreCancelled"), true,
+                      {{QStringLiteral("devices"), joinedEcids(unstarted)}});
+        session_.setWasLastDeviceCancelled();
+        batch->cancelled = true;
+        settle(batch, static_cast<int>(unstarted.size()));
+    });
+}
+
+void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
+                                   bool failed, const QString& message) {
+    logLevel0(message, __LINE__);
+    const bool useScript = c_.settings->boolForKey(core::keys::shouldUseEventScript);
+    const QVariantMap devices{{QStringLiteral("devices"), batch->devices}};
+    device->setIsRestoring(false);
+
+    if (!device->didCancel() && !failed && !session_.isCancelling()) {
+        session_.appendHistory(device, restoredSuccessfully);
+        session_.setDeviceStatus(device, QStringLiteral("Successful"));
+        session_.countRestored();
+        if (c_.appState && c_.appState->isAutoRestoreOn())
+            c_.autoDFU->restoreFinished();
+        else if (useScript)
+            postEvent(QStringLiteral("restoreCompleted"), true, devices);
+    } else if (failed && !device->didCancel()) {
+        batch->failed = true;
+        session_.appendHistory(device, message);
+        if (useScript) {
+            QVariantMap info = devices;
+            info.insert(QStringLiteral("error"), message);
+            postEvent(QStringLiteral("restoreCompleted"), false, info);
+        }
+        session_.setIsCancelling(false);
+        session_.setDeviceStatus(device, message);
+        session_.setRestoreError(message);
+        if (c_.settings->boolForKey(core::keys::shouldPlaySound))
+            c_.sounds->play(true);
+    } else if (device->didCancel()) {
+        batch->cancelled = true;
+        session_.appendHistory(device, restoreCancelled);
+        session_.setDeviceStatus(device, restoreCancelled);
+        if (useScript)
+            postEvent(QStringLiteral("restoreCancelled"), true, devices);
+        session_.setWasLastDeviceCancelled();
+    }
+    settle(batch, 1);
+}
+
+void RestoreQueue::settle(const std::shared_ptr<Batch>& batch, int devices) {
+    batch->outstanding -= devices;
+    if (batch->outstanding > 0)
+        return;
+    if (!batch->failed && !batch->cancelled &&
+        c_.settings->boolForKey(core::keys::shouldPlaySound))
+        c_.sounds->play(false);
+    session_.finishBatch(batch->failed, batch->cancelled);
+}
+
+void RestoreQueue::postEvent(const QString& event, bool status, const QVariantMap& info) {
+    c_.events->postEvent(event, status, info,
+                         c_.settings->stringForKey(core::keys::eventScriptPath));
+}
+
+void RestoreQueue::setProgressMessage(const QString& message) {
+    if (c_.appState)
+        c_.appState->setProgressMessage(message);
+}
+
+}  // namespace restore

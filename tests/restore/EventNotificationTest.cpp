@@ -1,0 +1,87 @@
+#include "configurator/Scripts.h"
+
+#include "configurator/ZMTaskWrapperWithBlocks.h"
+#include "restore/EventNotification.h"
+#include "support/VirtualClock.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using restore::EventNotification;
+using testing_support::runLoopUntil;
+
+QStringList linesOf(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+}
+
+TEST(EventPayload, SortedKeysCompactJSONInStandardBase64) {
+    const QVariantMap info{{"error", "Restore failed: see /var/log"}, {"devices", "1A,2B"}};
+    EXPECT_EQ(EventNotification::payloadJSON(info),
+              R"({"devices":"1A,2B","error":"Restore failed: see \/var\/log"})");
+    const QStringList arguments =
+        EventNotification::arguments("/opt/on-event", "restoreCompleted", false, info);
+    ASSERT_EQ(arguments.size(), 4);
+    EXPECT_EQ(arguments.mid(0, 3), QStringList({"/opt/on-event", "restoreCompleted", "fail"}));
+    EXPECT_FALSE(arguments[3].contains('\n'));
+    EXPECT_EQ(QByteArray::fromBase64(arguments[3].toLatin1()), EventNotification::payloadJSON(info));
+    EXPECT_EQ(EventNotification::arguments("/s", "deviceAttached", true, {})[2], "success");
+}
+
+class EventScript : public ::testing::Test {
+  protected:
+    // A script that appends its event, outcome and decoded payload to a file, one line a call.
+    QString recordingScript() {
+        return scripts.write("on-event", "printf '%s %s %s\\n' \"$1\" \"$2\" \"$(printf %s \"$3\" | "
+                                         "base64 -d)\" >> '" +
+                                             scripts.path("calls") + "'");
+    }
+    QStringList calls() const { return linesOf(scripts.path("calls")); }
+
+    testing_support::Scripts scripts;
+    testing_support::VirtualClock clock;
+    EventNotification events{clock};
+};
+
+TEST_F(EventScript, TwoEventsInQuickSuccessionBothRunAndTheLastIsKept) {
+    const QString script = recordingScript();
+    events.postEvent("restoreStarted", true, {{"ecid", "0x1"}}, script);
+    events.postEvent("restoreCompleted", false, {{"devices", "1"}, {"error", "boom"}}, script);
+    ASSERT_TRUE(runLoopUntil([&] { return calls().size() == 2; }));
+    QStringList seen = calls();
+    seen.sort();
+    EXPECT_EQ(seen, QStringList({R"(restoreCompleted fail {"devices":"1","error":"boom"})",
+                                 R"(restoreStarted success {"ecid":"0x1"})"}));
+    ASSERT_TRUE(events.taskWrapper());
+    EXPECT_EQ(events.taskWrapper()->arguments()[1], "restoreCompleted");
+}
+
+TEST_F(EventScript, MissingUnsetNonExecutableAndDisabledScriptsRunNothing) {
+    // Whatever was queued to the main loop has run once this marker has.
+    auto flush = [] {
+        bool flushed = false;
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [&] { flushed = true; },
+                                  Qt::QueuedConnection);
+        return runLoopUntil([&] { return flushed; });
+    };
+    const QString script = recordingScript();
+    QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner);
+    events.postEvent("deviceAttached", true, {}, script);
+    events.postEvent("deviceAttached", true, {}, scripts.path("absent"));
+    events.postEvent("deviceAttached", true, {}, std::nullopt);
+    ASSERT_TRUE(flush());
+
+    QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    events.setIsDisabled(true);
+    events.postEvent("deviceAttached", true, {}, script);
+    ASSERT_TRUE(flush());
+    EXPECT_EQ(events.taskWrapper(), nullptr);
+    EXPECT_TRUE(calls().isEmpty());
+}
+
+}  // namespace
