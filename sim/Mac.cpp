@@ -1,6 +1,7 @@
 #include "Mac.h"
 
 #include <array>
+#include <optional>
 
 namespace sim {
 
@@ -14,20 +15,22 @@ constexpr std::array<unsigned char, 16> dfuMessage = {
 struct RestoreStep {
     const char* step;
     double progress;
+    std::optional<RestoreStage> reenumerateAs;  // the Mac leaves the bus and returns as this
 };
 
-// What a restore reports, one entry per step delay.
-constexpr std::array<RestoreStep, 10> restoreSteps = {{
-    {"Preparing restore", 0.0},
-    {"Verifying restore image", 0.05},
-    {"Restoring", 0.1},
-    {"Restoring", 0.25},
-    {"Restoring", 0.4},
-    {"Restoring", 0.55},
-    {"Restoring", 0.7},
-    {"Restoring", 0.85},
-    {"Finishing restore", 0.95},
-    {"Restore complete", 1.0},
+// What a restore reports, one entry per tenth of the restore's duration. Like a real Mac, it
+// re-enumerates on USB as the tool moves it from the boot ROM to the restore system.
+const std::array<RestoreStep, 10> restoreSteps = {{
+    {"Preparing restore", 0.0, std::nullopt},
+    {"Verifying restore image", 0.05, std::nullopt},
+    {"Restoring", 0.1, RestoreStage::Recovery},
+    {"Restoring", 0.25, std::nullopt},
+    {"Restoring", 0.4, RestoreStage::RestoreOS},
+    {"Restoring", 0.55, std::nullopt},
+    {"Restoring", 0.7, std::nullopt},
+    {"Restoring", 0.85, std::nullopt},
+    {"Finishing restore", 0.95, std::nullopt},
+    {"Restore complete", 1.0, std::nullopt},
 }};
 
 bool matches(const QByteArray& bytes, const std::array<unsigned char, 16>& message) {
@@ -62,6 +65,7 @@ Mac::Mac(MacConfig config, std::uint32_t hubSerial, Scheduler& scheduler, const 
 Mac::~Mac() {
     scheduler_.cancel(startup_);
     scheduler_.cancel(restoreTimer_);
+    scheduler_.cancel(reenumeration_);
 }
 
 void Mac::setPowered(bool powered) {
@@ -127,7 +131,8 @@ int Mac::startRestore(QString* message) {
         return 7;
     }
     state_ = MacState::Restoring;
-    restoreTimer_ = scheduler_.after(timing_.restoreStepSeconds, [this] { restoreStep(0); });
+    restoreStage_ = RestoreStage::Dfu;
+    restoreTimer_ = scheduler_.after(stepSeconds(), [this] { restoreStep(0); });
     notify();
     return 0;
 }
@@ -147,6 +152,8 @@ void Mac::restoreStep(std::size_t index) {
     restoreTimer_ = 0;
     const RestoreStep& step = restoreSteps[index];
     if (config_.restoreFailure && step.progress >= config_.restoreFailure->atProgress) {
+        scheduler_.cancel(reenumeration_);
+        reenumeration_ = 0;
         state_ = config_.restoreFailure->endState;
         onBus_ = state_ != MacState::Off;
         observer_.restoreFinished(*this, config_.restoreFailure->status,
@@ -156,19 +163,39 @@ void Mac::restoreStep(std::size_t index) {
     }
     observer_.restoreProgress(*this, QString::fromLatin1(step.step), step.progress);
     if (index + 1 < restoreSteps.size()) {
-        restoreTimer_ =
-            scheduler_.after(timing_.restoreStepSeconds, [this, index] { restoreStep(index + 1); });
+        restoreTimer_ = scheduler_.after(stepSeconds(), [this, index] { restoreStep(index + 1); });
+        if (step.reenumerateAs)
+            reenumerate(*step.reenumerateAs);
         return;
     }
     observer_.restoreFinished(*this, 0, QStringLiteral("Restore succeeded."));
+    scheduler_.cancel(reenumeration_);
+    reenumeration_ = 0;
     startUp(MacState::Booted, timing_.bootSeconds);
 }
+
+void Mac::reenumerate(RestoreStage stage) {
+    onBus_ = false;
+    notify();
+    reenumeration_ = scheduler_.after(timing_.reenumerateSeconds, [this, stage] {
+        reenumeration_ = 0;
+        restoreStage_ = stage;
+        onBus_ = true;
+        notify();
+    });
+}
+
+double Mac::stepSeconds() const { return timing_.restoreSeconds / restoreSteps.size(); }
 
 void Mac::abortRestore(int status, const QString& message) {
     if (state_ != MacState::Restoring)
         return;
     scheduler_.cancel(restoreTimer_);
     restoreTimer_ = 0;
+    // A restore that ends between two stages ends with the Mac back on the bus.
+    scheduler_.cancel(reenumeration_);
+    reenumeration_ = 0;
+    onBus_ = true;
     observer_.restoreFinished(*this, status, message);
 }
 

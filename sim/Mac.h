@@ -41,6 +41,8 @@ class Mac {
     bool onBus() const { return onBus_; }
     bool powered() const { return powered_; }
     bool startingUp() const { return startup_ != 0; }
+    // Meaningful while the state is Restoring.
+    RestoreStage restoreStage() const { return restoreStage_; }
 
     void setPowered(bool powered);
     void receive(VendorMessage message);
@@ -53,6 +55,8 @@ class Mac {
     void startUp(MacState target, double seconds);
     void arrive(MacState target);
     void restoreStep(std::size_t index);
+    void reenumerate(RestoreStage stage);
+    double stepSeconds() const;
     void abortRestore(int status, const QString& message);
     void notify() { observer_.macChanged(*this); }
 
@@ -68,6 +72,8 @@ class Mac {
     int rebootsWhileStarting_ = 0;
     Scheduler::Token startup_ = 0;
     Scheduler::Token restoreTimer_ = 0;
+    Scheduler::Token reenumeration_ = 0;
+    RestoreStage restoreStage_ = RestoreStage::Dfu;
 };
 
 }  // namespace sim

@@ -12,6 +12,10 @@ namespace sim {
 
 enum class MacState { Off, Booted, Dfu, Recovery, Restoring };
 
+// What a restoring Mac looks like on USB: it starts in DFU mode, comes back as the recovery-mode
+// boot loader the tool sends it, then as the restore system that writes the disk.
+enum class RestoreStage { Dfu, Recovery, RestoreOS };
+
 QString macStateName(MacState state);
 std::optional<MacState> macStateFromName(const QString& name);
 
@@ -59,7 +63,8 @@ struct Timing {
     double bootSeconds = 6.0;
     double dfuSeconds = 2.0;
     double hubResetSeconds = 3.0;
-    double restoreStepSeconds = 1.0;
+    double restoreSeconds = 180.0;      // a whole restore, from start to the last step
+    double reenumerateSeconds = 2.0;    // off the bus between two stages of a restore
     int rebootsForRecovery = 3;
 };
 

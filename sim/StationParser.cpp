@@ -204,16 +204,18 @@ Timing readTiming(StationReader& reader, const QJsonObject& root) {
     const QJsonObject object = value.toObject();
     const QString path = QStringLiteral("timing");
     reader.rejectUnknown(object, path,
-                         {"bootSeconds", "dfuSeconds", "hubResetSeconds", "restoreStepSeconds",
-                          "rebootsForRecovery"});
+                         {"bootSeconds", "dfuSeconds", "hubResetSeconds", "restoreSeconds",
+                          "reenumerateSeconds", "rebootsForRecovery"});
     timing.bootSeconds =
         reader.number(object, path, "bootSeconds", 0, 3600).value_or(timing.bootSeconds);
     timing.dfuSeconds =
         reader.number(object, path, "dfuSeconds", 0, 3600).value_or(timing.dfuSeconds);
     timing.hubResetSeconds =
         reader.number(object, path, "hubResetSeconds", 0, 3600).value_or(timing.hubResetSeconds);
-    timing.restoreStepSeconds = reader.number(object, path, "restoreStepSeconds", 0, 3600)
-                                    .value_or(timing.restoreStepSeconds);
+    timing.restoreSeconds =
+        reader.number(object, path, "restoreSeconds", 0, 86400).value_or(timing.restoreSeconds);
+    timing.reenumerateSeconds = reader.number(object, path, "reenumerateSeconds", 0, 3600)
+                                    .value_or(timing.reenumerateSeconds);
     timing.rebootsForRecovery =
         static_cast<int>(reader.integer(object, path, "rebootsForRecovery", 1, 100)
                              .value_or(timing.rebootsForRecovery));

@@ -56,9 +56,12 @@ QJsonObject hubStemUsbDevice(const Hub& hub) {
                   QStringLiteral("USBHub3c-Stem"));
 }
 
-QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
+namespace {
+
+// The USB identity of a Mac as its boot stage shows it.
+QJsonObject macIdentity(const Mac& mac, MacState state, std::uint32_t location) {
     QJsonObject result;
-    switch (mac.state()) {
+    switch (state) {
         case MacState::Off:
             return {};
         case MacState::Booted:
@@ -69,8 +72,18 @@ QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
                             bootRomSerial(mac, QStringLiteral("SRTG:[iBoot-7459.121.3]")),
                             QStringLiteral("Apple Mobile Device (DFU Mode)"));
             break;
-        case MacState::Recovery:
         case MacState::Restoring:
+            if (mac.restoreStage() == RestoreStage::Dfu)
+                return macIdentity(mac, MacState::Dfu, location);
+            if (mac.restoreStage() == RestoreStage::RestoreOS) {
+                result = device(
+                    appleVendor, 0x1281, location,
+                    bootRomSerial(mac, QStringLiteral("SRNM:[%1]").arg(mac.config().serialNumber)),
+                    QStringLiteral("Apple Mobile Device (Restore Mode)"));
+                break;
+            }
+            [[fallthrough]];
+        case MacState::Recovery:
             result = device(
                 appleVendor, 0x1281, location,
                 bootRomSerial(mac, QStringLiteral("SRNM:[%1]").arg(mac.config().serialNumber)),
@@ -80,6 +93,12 @@ QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
     result.insert(QStringLiteral("UsbAppleDeviceECID"),
                   QString::number(static_cast<qulonglong>(mac.config().ecid)));
     return result;
+}
+
+}  // namespace
+
+QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
+    return macIdentity(mac, mac.state(), location);
 }
 
 std::vector<UsbChange> UsbBus::update(const QList<QJsonObject>& current) {

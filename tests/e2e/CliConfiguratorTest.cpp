@@ -17,7 +17,7 @@ using testing_support::ProcessResult;
 // Two Macs already in DFU on one hub; restore steps slow enough (0.4 s each at speed 50) to
 // interrupt one, and a Mac whose restore fails early.
 const char* kStation = R"({
-  "timing": { "bootSeconds": 1, "dfuSeconds": 1, "hubResetSeconds": 1, "restoreStepSeconds": 20,
+  "timing": { "bootSeconds": 1, "dfuSeconds": 1, "hubResetSeconds": 1, "restoreSeconds": 200,
               "rebootsForRecovery": 3 },
   "hubs": [ { "serial": "0x1C3B4A01", "usbID": 1, "firmware": "2.10.4", "inputPowerSource": 7,
               "powerLimit": 100000, "powerLimitMax": 100000,

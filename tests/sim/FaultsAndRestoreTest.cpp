@@ -5,7 +5,7 @@ using namespace simtest;
 namespace {
 
 const QByteArray faultyStation = R"({
-  "timing": {"bootSeconds": 4, "dfuSeconds": 1, "restoreStepSeconds": 1},
+  "timing": {"bootSeconds": 4, "dfuSeconds": 1, "restoreSeconds": 10, "reenumerateSeconds": 0.5},
   "hubs": [
     {"serial": "0x0000BEEF", "vanishAfter": 10, "returnAfter": 5,
      "faults": [{"call": "port.setEnabled", "index": 3, "results": [3, 3]},
@@ -74,13 +74,26 @@ TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilItReturns) {
     EXPECT_EQ(usbAt(0x01110000).value("idProduct").toInt(), 0x1227);
 }
 
-TEST_F(Faults, RestoreReportsProgressAndEndsBooted) {
-    startFromJson(R"({"hubs": [{"serial": 7, "macs": [
+TEST_F(Faults, RestoreReportsProgressReenumeratesAndEndsBooted) {
+    startFromJson(R"({"timing": {"restoreSeconds": 10, "reenumerateSeconds": 0.5},
+        "hubs": [{"serial": 7, "macs": [
         {"port": 4, "ecid": "0xABC", "serialNumber": "DDDD444444", "state": "dfu"}]}]})");
+    const qint64 location = macNamed("DDDD444444").value("locationID").toInteger();
     ASSERT_EQ(call("mac.restore", {{"ecid", "0xABC"}, {"ipsw", ""}}).value("result").toInt(), 0);
     EXPECT_EQ(call("mac.restore", {{"ecid", "0xABC"}}).value("result").toInt(), 5);
     EXPECT_EQ(macNamed("DDDD444444").value("state").toString(), "restoring");
-    clock_.advance(10);
+    EXPECT_EQ(usbAt(location).value("idProduct").toInt(), 0x1227) << "still the boot ROM";
+
+    // One step a second; the Mac leaves the bus at 0.1 and 0.4 and returns in the next stage.
+    const auto stageAt = [&](double seconds) {
+        clock_.advance(seconds);
+        return usbAt(location).value("kUSBProductString").toString();
+    };
+    EXPECT_EQ(stageAt(3.2), "") << "between two stages";
+    EXPECT_EQ(stageAt(0.5), "Apple Mobile Device (Recovery Mode)");
+    EXPECT_EQ(stageAt(2.0), "Apple Mobile Device (Restore Mode)");
+    EXPECT_EQ(usbAt(location).value("UsbAppleDeviceECID").toString(), QString::number(0xABC));
+    clock_.advance(4.3);
     const auto progress = eventsNamed("restore.progress");
     ASSERT_EQ(progress.size(), 10u);
     double last = -1;
