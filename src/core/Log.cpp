@@ -3,6 +3,7 @@
 #include "core/ZMRUnifiedLogger.h"
 
 #include <syslog.h>
+#include <unistd.h>
 
 #include <mutex>
 
@@ -26,6 +27,10 @@ QString sourceLocatedMessage(const QString& message, const QString& file, int li
 namespace {
 
 void copyToSystemLog(const QString& message) {
+    // Without a system log socket the C library would try to reach it again at every line, a
+    // socket, a connect and a close each time: a cost progress lines cannot carry.
+    static const bool present = ::access("/dev/log", W_OK) == 0;
+    if (!present) return;
     static std::once_flag opened;
     std::call_once(opened, [] { openlog("Tarvel", LOG_PID, LOG_USER); });
     if ((setlogmask(0) & LOG_MASK(LOG_NOTICE)) == 0) return;

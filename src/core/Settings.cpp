@@ -1,5 +1,8 @@
 #include "core/Settings.h"
 
+#include <QFile>
+
+#include <sys/stat.h>
 
 #include <cstdlib>
 
@@ -69,7 +72,8 @@ double variantAsDouble(const QVariant& value) {
     return textAsDouble(value.toString());
 }
 
-Settings::Settings(std::unique_ptr<QSettings> store) : store_(std::move(store)) {}
+Settings::Settings(std::unique_ptr<QSettings> store)
+    : store_(std::move(store)), storeFile_(QFile::encodeName(store_->fileName())) {}
 
 Settings& Settings::shared() {
     static Settings instance(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
@@ -83,9 +87,23 @@ void Settings::registerDefaults(const QVariantMap& defaults) {
     for (auto it = defaults.begin(); it != defaults.end(); ++it) defaults_.insert(it.key(), it.value());
 }
 
+void Settings::syncIfChanged() const {
+    // One stat tells whether another process wrote the store since we last read it; QSettings'
+    // own check costs several, and the logger asks for showDebug at every debug line.
+    struct stat seen {};
+    const bool exists = ::stat(storeFile_.constData(), &seen) == 0;
+    const FileStamp stamp{exists, seen.st_ino, seen.st_size, seen.st_mtim.tv_sec,
+                          seen.st_mtim.tv_nsec};
+    if (synced_ && stamp == stamp_)
+        return;
+    store_->sync();
+    stamp_ = stamp;
+    synced_ = true;
+}
+
 QVariant Settings::userValue(const QString& key) const {
     std::lock_guard lock(mutex_);
-    store_->sync();
+    syncIfChanged();
     return store_->value(key);
 }
 
@@ -101,7 +119,7 @@ QVariant Settings::object(const QString& key) const {
 
 QStringList Settings::userKeys() const {
     std::lock_guard lock(mutex_);
-    store_->sync();
+    syncIfChanged();
     return store_->allKeys();
 }
 
@@ -122,12 +140,14 @@ void Settings::setValue(const QString& key, const QVariant& value) {
     std::lock_guard lock(mutex_);
     store_->setValue(key, value);
     store_->sync();
+    synced_ = false;
 }
 
 void Settings::remove(const QString& key) {
     std::lock_guard lock(mutex_);
     store_->remove(key);
     store_->sync();
+    synced_ = false;
 }
 
 QString Settings::storePath() const {

@@ -7,6 +7,8 @@
 #include <QVariantMap>
 
 #include <memory>
+
+#include <sys/types.h>
 #include <mutex>
 
 namespace core {
@@ -43,8 +45,21 @@ public:
     QString storePath() const;
 
 private:
+    struct FileStamp {
+        bool exists = false;
+        ino_t inode = 0;
+        off_t size = 0;
+        time_t seconds = 0;
+        long nanoseconds = 0;
+        bool operator==(const FileStamp&) const = default;
+    };
+    void syncIfChanged() const;
+
     mutable std::mutex mutex_;
     std::unique_ptr<QSettings> store_;
+    QByteArray storeFile_;
+    mutable FileStamp stamp_;
+    mutable bool synced_ = false;
     QVariantMap defaults_;
 };
 

@@ -11,8 +11,8 @@
 #include "core/SettingsKeys.h"
 #include "usb/AutoDFU.h"
 
-#include <QRegularExpression>
-
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 
 namespace restore {
@@ -37,8 +37,8 @@ QString realText(float value) {
     char text[32];
     const auto end = std::to_chars(text, text + sizeof text, value).ptr;
     QString result = QString::fromLatin1(text, end - text);
-    // A whole number still reads as a real one: "1.0", not "1".
-    if (!result.contains(QRegularExpression(QStringLiteral("[.eEna]"))))
+    // A whole number still reads as a real one: "1.0", not "1"; "1e-05", "inf" and "nan" stay.
+    if (std::find_if(text, end, [](char c) { return c == '.' || std::isalpha(c); }) == end)
         result += QStringLiteral(".0");
     return result;
 }
