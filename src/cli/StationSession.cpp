@@ -49,11 +49,6 @@ struct SessionState {
     }
 };
 
-QString portName(const AcronamePort& port) {
-    const QString hub = port.hub() ? port.hub()->modelName() : QStringLiteral("?");
-    return QStringLiteral("%1:%2").arg(hub).arg(port.portID());
-}
-
 StationSession::StationSession(const CliContext& context) : state_(std::make_shared<SessionState>()) {
     auto environment = ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
     environment.console = context.driverConsole();
@@ -74,7 +69,7 @@ StationSession::StationSession(const CliContext& context) : state_(std::make_sha
     environment.portFailed = [weakState](const AcronamePort& port, const QString& command) {
         if (auto state = weakState.lock()) {
             std::lock_guard lock(state->mutex);
-            state->failedPorts << QStringLiteral("%1 (%2)").arg(portName(port), command);
+            state->failedPorts << QStringLiteral("%1 (%2)").arg(port.name(), command);
         }
     };
     manager_ = std::make_shared<ZMRAcronameManager>(std::move(environment));
@@ -108,10 +103,10 @@ std::optional<AcronamePorts> StationSession::selectPorts(const AC2Devices& entri
     for (const std::string& name : names) {
         const QString wanted = QString::fromStdString(name).toUpper();
         const auto match = std::find_if(usable.begin(), usable.end(),
-                                        [&](const auto& port) { return portName(*port) == wanted; });
+                                        [&](const auto& port) { return port->name() == wanted; });
         if (match == usable.end()) {
             QStringList known;
-            for (const auto& port : usable) known << portName(*port);
+            for (const auto& port : usable) known << port->name();
             error = QStringLiteral("no usable port %1 (the station has: %2)")
                         .arg(QString::fromStdString(name),
                              known.isEmpty() ? QStringLiteral("no hubs") : known.join(' '));

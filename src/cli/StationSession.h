@@ -45,7 +45,4 @@ private:
     std::shared_ptr<struct SessionState> state_;
 };
 
-// "1A2B3C4D:3": the hub as `hub list` prints it and the port number.
-QString portName(const AcronamePort& port);
-
 }  // namespace cli

@@ -8,3 +8,8 @@ QString AcronamePort::description() const {
         .arg(hub_ != nullptr ? hub_->description() : QStringLiteral("(null)"))
         .arg(isConnected_ ? 1 : 0);
 }
+
+QString AcronamePort::name() const {
+    const QString hub = hub_ ? hub_->modelName() : QStringLiteral("?");
+    return QStringLiteral("%1:%2").arg(hub).arg(portID_);
+}

@@ -16,6 +16,8 @@ public:
     // The owning hub; not owned, because the hub's port list owns its ports.
     AcronameHub* hub() const { return hub_; }
     void setHub(AcronameHub* value) { hub_ = value; }
+    // "1A2B3C4D:3": the hub as `hub list` prints it and the port number, as technicians name it.
+    QString name() const;
 
     bool isEnabled() const { return isEnabled_; }
     void setIsEnabled(bool value) { isEnabled_ = value; }

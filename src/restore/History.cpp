@@ -1,5 +1,7 @@
 #include "restore/History.h"
 
+#include "core/Csv.h"
+
 #include <QLocale>
 
 namespace restore {
@@ -14,6 +16,14 @@ History History::make(std::uint64_t ecid, const QString& serialNumber, const QDa
     record.date = date;
     record.message = message;
     return record;
+}
+
+QString historyCSV(const QList<History>& history) {
+    QString csv = QStringLiteral("Device,SerialNumber,Date,Message\n");
+    for (const History& record : history)
+        csv += core::csvLine({record.device, record.serialNumber,
+                              record.date.toString(Qt::ISODate), record.message});
+    return csv;
 }
 
 QString History::dateFormatter(const QDateTime& date) {

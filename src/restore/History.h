@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QList>
 #include <QString>
 #include <QUuid>
 
@@ -21,6 +22,9 @@ struct History {
     // How every history list shows a record's date: the locale's short date and time.
     static QString dateFormatter(const QDateTime& date);
 };
+
+// The history for a spreadsheet: "Device,SerialNumber,Date,Message", dates in ISO 8601.
+QString historyCSV(const QList<History>& history);
 
 // An ECID as history records and event scripts write it: upper-case hexadecimal, no prefix.
 QString ecidHex(std::uint64_t ecid);

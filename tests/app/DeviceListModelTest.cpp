@@ -1,0 +1,115 @@
+#include "app/DeviceListModel.h"
+
+#include "core/Csv.h"
+#include "restore/History.h"
+#include "support/TestSettings.h"
+#include "support/VirtualClock.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using app::DeviceListModel;
+
+std::shared_ptr<AC2Device> listed(quint64 ecid, const QString& serial, qint64 location,
+                                  bool inDFU = true) {
+    auto device = std::make_shared<AC2Device>();
+    device->setEcid(ecid);
+    device->setSerialNumber(serial);
+    device->setLocationID(location);
+    device->setInDFU(inDFU);
+    device->setDeviceType("Macmini9,1");
+    device->setUdid(QStringLiteral("00008103-%1").arg(ecid, 16, 16, QLatin1Char('0')).toUpper());
+    return device;
+}
+
+DeviceIOKitInfo usb(qint64 ecid, const QString& serial, qint64 location, const QString& product,
+                    qint64 vendor = 1452) {
+    return {vendor, serial, location, product, ecid};
+}
+
+const QString dfuProduct = "Apple Mobile Device (DFU Mode)";
+
+class DeviceList : public ::testing::Test {
+  protected:
+    QString cell(int row, int column) const {
+        return model.data(model.index(row, column)).toString();
+    }
+
+    testing_support::TestSettings settings;
+    testing_support::VirtualClock clock;
+    DeviceListModel model{{&settings.settings(), nullptr, &clock}};
+};
+
+TEST_F(DeviceList, ADeviceSeenOnlyOnUSBShowsAndIsJoinedByTheListingByECID) {
+    model.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct),
+                           usb(0, "", 0x2000000, "USB Keyboard", 0x05AC + 1)});
+    ASSERT_EQ(model.rowCount(), 1) << "other vendors are not Macs";
+    EXPECT_EQ(cell(0, DeviceListModel::DFU), "Yes");
+    EXPECT_EQ(cell(0, DeviceListModel::Ecid), "0x16594A1492801E");
+    const auto row = model.deviceAt(0);
+
+    model.applyListing({listed(0x16594A1492801E, "", 0x1110000)});
+    ASSERT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(model.deviceAt(0), row) << "the same record, so a restore's status stays";
+    EXPECT_EQ(cell(0, DeviceListModel::Model), "Macmini9,1");
+    EXPECT_EQ(cell(0, DeviceListModel::Location), "0x1110000");
+}
+
+TEST_F(DeviceList, AMacChangingFromBootedToDFUKeepsItsRowAndStatus) {
+    model.usbDevicesAdded({usb(0, "H4WGJ2Q7PX", 0x1110000, "Mac")});
+    model.deviceAt(0)->setRestoreStatus("Successful");
+    EXPECT_EQ(cell(0, DeviceListModel::DFU), "No");
+
+    model.usbDevicesRemoved({usb(0, "H4WGJ2Q7PX", 0x1110000, "Mac")});
+    EXPECT_EQ(cell(0, DeviceListModel::Status), "Successful (disconnected)");
+    clock.advanceMilliseconds(3000);
+    model.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct)});
+    ASSERT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(cell(0, DeviceListModel::Serial), "H4WGJ2Q7PX");
+    EXPECT_EQ(cell(0, DeviceListModel::Ecid), "0x16594A1492801E");
+    EXPECT_EQ(cell(0, DeviceListModel::DFU), "Yes");
+    EXPECT_EQ(cell(0, DeviceListModel::Status), "Successful");
+}
+
+TEST_F(DeviceList, SameMacByECIDAndBySerialIsOneRowButOneSerialWithTwoECIDsIsTwo) {
+    model.applyListing({listed(0xA1, "SERIAL1", 0x1110000)});
+    model.usbDevicesAdded({usb(0, "SERIAL1", 0x1110000, "Mac")});
+    EXPECT_EQ(model.rowCount(), 1) << "by serial number";
+    model.applyListing({listed(0xA1, "SERIAL1", 0x1110000), listed(0xB2, "SERIAL1", 0x1120000)});
+    EXPECT_EQ(model.rowCount(), 2) << "one serial, two ECIDs";
+    EXPECT_EQ(model.rowOf(model.deviceAt(1)), 1);
+}
+
+TEST_F(DeviceList, GoneMacsLeaveAfterTheGracePeriodUnlessRestoring) {
+    model.applyListing({listed(0xA1, "", 0x1110000), listed(0xB2, "", 0x1120000)});
+    model.deviceAt(1)->setIsRestoring(true);
+    model.applyListing({});
+    EXPECT_EQ(model.rowCount(), 2);
+    EXPECT_EQ(cell(0, DeviceListModel::Status), "Disconnected");
+    clock.advanceMilliseconds(DeviceListModel::disconnectedGraceSeconds * 1000);
+    model.purgeDisconnected();
+    ASSERT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(model.deviceAt(0)->ecid(), 0xB2u);
+}
+
+TEST(DeviceCSV, HeaderThenOneQuotedLinePerDevice) {
+    auto plain = listed(0xA1, "C02XYZ", 0x1110000);
+    plain->setProductID("0x1227");
+    auto awkward = listed(0xB2, "SER,\"7\"", 0x100000);
+    awkward->setDeviceType("Mac14,3");
+    EXPECT_EQ(app::devicesCSV({plain, awkward}),
+              "UDID,ProductID,DeviceType,LocationID,SerialNumber\n"
+              "00008103-00000000000000A1,0x1227,\"Macmini9,1\",0x1110000,C02XYZ\n"
+              "00008103-00000000000000B2,,\"Mac14,3\",0x100000,\"SER,\"\"7\"\"\"\n");
+}
+
+TEST(HistoryCSV, OneLinePerRecord) {
+    const restore::History record = restore::History::make(
+        0xABC, "SN1", QDateTime(QDate(2026, 11, 22), QTime(9, 30)), "Restore failed, status 1");
+    EXPECT_EQ(restore::historyCSV({record}),
+              "Device,SerialNumber,Date,Message\n"
+              "ABC,SN1,2026-11-22T09:30:00,\"Restore failed, status 1\"\n");
+}
+
+}  // namespace
