@@ -51,6 +51,7 @@ class Mac {
 
   private:
     void startUp(MacState target, double seconds);
+    void leaveBus(double after);
     void arrive(MacState target);
     void restoreStep(std::size_t index);
     void abortRestore(int status, const QString& message);
@@ -67,6 +68,7 @@ class Mac {
     bool powered_ = true;
     int rebootsWhileStarting_ = 0;
     Scheduler::Token startup_ = 0;
+    Scheduler::Token leaving_ = 0;
     Scheduler::Token restoreTimer_ = 0;
 };
 

@@ -36,7 +36,7 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     // of terminationStatus().
     ZMTaskWrapperWithBlocks(StartBlock startBlock, EndBlock endBlock, OutputBlock outputBlock,
                             OutputBlock errorOutputBlock, QStringList arguments,
-                            core::Clock& clock = core::Clock::system());
+                            core::Clock& clock = core::Clock::wall());
     ~ZMTaskWrapperWithBlocks();
     ZMTaskWrapperWithBlocks(const ZMTaskWrapperWithBlocks&) = delete;
     ZMTaskWrapperWithBlocks& operator=(const ZMTaskWrapperWithBlocks&) = delete;
