@@ -3,9 +3,11 @@
 #include "core/Clock.h"
 #include "core/SimulatorAddress.h"
 #include "core/SimulatorConnection.h"
+#include "hubs/stem/Backend.h"
 
 #include <QCoreApplication>
 #include <QLocalSocket>
+#include <QRegularExpression>
 
 #include <cstdio>
 
@@ -43,6 +45,19 @@ std::optional<QString> CliContext::simulatorProblem() const {
         return std::nullopt;
     return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)")
         .arg(*socket);
+}
+
+std::optional<QString> CliContext::hubLibraryProblem() const {
+    if (simulatorSocket() || stem::hardwareLibraryBuiltIn())
+        return std::nullopt;
+    return QStringLiteral(
+        "this build has no hub library: use --simulate to work with tarvel-sim, or build with "
+        "-DTARVEL_BRAINSTEM_SDK=<dir> to reach real hubs");
+}
+
+bool isHubName(const QString& text) {
+    static const QRegularExpression hexadecimal(QStringLiteral("^[0-9A-Fa-f]{1,8}$"));
+    return hexadecimal.match(text).hasMatch();
 }
 
 DriverConsole CliContext::driverConsole() const {
