@@ -46,6 +46,8 @@ void Hub::setPresent(bool present) {
     if (present_ == present)
         return;
     present_ = present;
+    if (!present)
+        links_.clear();
     changed_();
 }
 
@@ -93,6 +95,8 @@ StemAnswer Hub::portCall(const QString& name, PortState& port, int index,
             return badArgument();
         if (*value > 4)
             return {code::range, std::nullopt, QStringLiteral("power modes are 0 to 4")};
+        if (port.powerMode != *value)
+            startNegotiating(index);
         port.powerMode = static_cast<std::uint8_t>(*value);
         changed_();
         return done();
@@ -128,6 +132,8 @@ StemAnswer Hub::pdCall(const QString& name, PortState& port, int index,
             return badArgument();
         if (*value > 3)
             return {code::range, std::nullopt, QStringLiteral("power roles are 0 to 3")};
+        if (port.powerRole != *value)
+            startNegotiating(index);
         port.powerRole = static_cast<std::uint8_t>(*value);
         return done();
     }
@@ -150,7 +156,9 @@ StemAnswer Hub::pdCall(const QString& name, PortState& port, int index,
             QByteArray::fromHex(arguments.value(QLatin1String("bytes")).toString().toLatin1());
         if (bytes.size() != 16)
             return {code::size, std::nullopt, QStringLiteral("a vendor message is 16 bytes")};
-        if (Mac* mac = macAt(index); mac != nullptr && port.enabled)
+        // Without a contract the message is never delivered, yet the hub reports it sent, as
+        // the wire gives no acknowledgement back.
+        if (Mac* mac = macAt(index); mac != nullptr && hasContract(index))
             mac->receive(classifyVendorMessage(bytes));
         return done();
     }
@@ -195,7 +203,10 @@ StemAnswer Hub::systemCall(const QString& name, const QJsonObject& arguments) {
 }
 
 void Hub::setPortEnabled(int index, bool enabled) {
-    settings_.ports[static_cast<std::size_t>(index)].enabled = enabled;
+    PortState& port = settings_.ports[static_cast<std::size_t>(index)];
+    if (enabled && !port.enabled)
+        startNegotiating(index);
+    port.enabled = enabled;
     if (Mac* mac = macAt(index))
         mac->setPowered(enabled);
     changed_();
@@ -204,6 +215,7 @@ void Hub::setPortEnabled(int index, bool enabled) {
 void Hub::reset() {
     // A reset drops the hub and everything behind it; it comes back as it was last saved.
     present_ = false;
+    links_.clear();
     for (Mac* mac : macs_)
         if (mac != nullptr)
             mac->setPowered(false);
@@ -212,6 +224,7 @@ void Hub::reset() {
     resetTimer_ = scheduler_.after(timing_.hubResetSeconds, [this] {
         resetTimer_ = 0;
         settings_ = saved_;
+        for (int port = 0; port < entityCount; ++port) startNegotiating(port);
         present_ = true;
         for (int port = 0; port < entityCount; ++port)
             if (Mac* mac = macAt(port))
@@ -226,6 +239,19 @@ const Mac* Hub::poweredMac(int index) const {
                                                                                       : nullptr;
 }
 
+void Hub::startNegotiating(int index) {
+    settings_.ports[static_cast<std::size_t>(index)].negotiatingSince = scheduler_.now();
+}
+
+// A power-delivery contract needs the port to source power in power-delivery mode to a powered
+// Mac, for long enough to negotiate; only then do vendor messages travel.
+bool Hub::hasContract(int index) const {
+    const PortState& port = settings_.ports[static_cast<std::size_t>(index)];
+    const bool sourcing = port.powerRole == 1 || port.powerRole == 3;
+    return poweredMac(index) != nullptr && sourcing && port.powerMode == 4 &&
+           scheduler_.now() - port.negotiatingSince >= timing_.pdContractSeconds;
+}
+
 qint64 Hub::vbusVoltage(int index) const {
     const PortState& port = settings_.ports[static_cast<std::size_t>(index)];
     if (!port.enabled)
@@ -234,8 +260,8 @@ qint64 Hub::vbusVoltage(int index) const {
         return 20000000;
     if (poweredMac(index) == nullptr)
         return 0;
-    // Without negotiation a PD port stays at the USB default of 5 V.
-    return port.powerMode == 4 && port.override == 0 ? 20000000 : 5000000;
+    // Without a contract a port stays at the USB default of 5 V.
+    return hasContract(index) && port.override == 0 ? 20000000 : 5000000;
 }
 
 qint64 Hub::vbusCurrent(int index) const {

@@ -5,6 +5,7 @@
 #include "StationConfig.h"
 
 #include <QJsonObject>
+#include <QSet>
 #include <QString>
 
 #include <array>
@@ -49,6 +50,8 @@ class Hub {
         std::uint32_t powerLimit = 15000;
         std::uint8_t powerRole = 1;
         std::uint32_t override = 0;
+        // Simulated time at which the port last started negotiating with its device.
+        double negotiatingSince = 0.0;
     };
     struct Settings {
         std::array<PortState, entityCount> ports;
@@ -70,6 +73,12 @@ class Hub {
     }
     bool present() const { return present_; }
     void setPresent(bool present);
+
+    // Library links. A link lives from a successful connect until its disconnect, or until the
+    // hub drops off the bus (vanishing or resetting), which breaks every link at once.
+    void addLink(quint64 link) { links_.insert(link); }
+    void dropLink(quint64 link) { links_.remove(link); }
+    bool linked(quint64 link) const { return present_ && links_.contains(link); }
 
     void attach(int port, Mac* mac) { macs_[static_cast<std::size_t>(port)] = mac; }
     Mac* macAt(int port) const { return macs_[static_cast<std::size_t>(port)]; }
@@ -95,6 +104,8 @@ class Hub {
     qint64 vbusCurrent(int index) const;
     std::uint8_t cableOrientation(int index) const;
     const Mac* poweredMac(int index) const;
+    bool hasContract(int index) const;
+    void startNegotiating(int index);
 
     HubConfig config_;
     int number_;
@@ -107,6 +118,7 @@ class Hub {
     Settings settings_;
     Settings saved_;
     std::array<Mac*, entityCount> macs_{};
+    QSet<quint64> links_;
 };
 
 }  // namespace sim

@@ -64,6 +64,7 @@ Mac::Mac(MacConfig config, std::uint32_t hubSerial, Scheduler& scheduler, const 
 
 Mac::~Mac() {
     scheduler_.cancel(startup_);
+    scheduler_.cancel(leaving_);
     scheduler_.cancel(restoreTimer_);
     scheduler_.cancel(reenumeration_);
 }
@@ -80,9 +81,7 @@ void Mac::setPowered(bool powered) {
     scheduler_.cancel(startup_);
     startup_ = 0;
     rebootsWhileStarting_ = 0;
-    state_ = MacState::Off;
-    onBus_ = false;
-    notify();
+    leaveBus(0.0);
 }
 
 void Mac::receive(VendorMessage message) {
@@ -105,12 +104,27 @@ void Mac::receive(VendorMessage message) {
     startUp(recovery ? MacState::Recovery : MacState::Booted, timing_.bootSeconds);
 }
 
+// A running Mac keeps its link for a moment after it is told to reset; one already off the bus
+// (or about to be) just starts over.
 void Mac::startUp(MacState target, double seconds) {
     scheduler_.cancel(startup_);
-    state_ = MacState::Off;
-    onBus_ = false;
-    startup_ = scheduler_.after(seconds, [this, target] { arrive(target); });
-    notify();
+    const bool stillOnBus = onBus_ && leaving_ == 0;
+    const double leaveAfter = stillOnBus ? timing_.leaveBusSeconds : 0.0;
+    if (stillOnBus)
+        leaveBus(leaveAfter);
+    startup_ = scheduler_.after(leaveAfter + seconds, [this, target] { arrive(target); });
+}
+
+// Bus changes never happen inside the call that caused them: even a power cut shows on the bus
+// only after the hub has answered.
+void Mac::leaveBus(double after) {
+    scheduler_.cancel(leaving_);
+    leaving_ = scheduler_.after(after, [this] {
+        leaving_ = 0;
+        state_ = MacState::Off;
+        onBus_ = false;
+        notify();
+    });
 }
 
 void Mac::arrive(MacState target) {

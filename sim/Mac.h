@@ -53,6 +53,7 @@ class Mac {
 
   private:
     void startUp(MacState target, double seconds);
+    void leaveBus(double after);
     void arrive(MacState target);
     void restoreStep(std::size_t index);
     void reenumerate(RestoreStage stage);
@@ -71,6 +72,7 @@ class Mac {
     bool powered_ = true;
     int rebootsWhileStarting_ = 0;
     Scheduler::Token startup_ = 0;
+    Scheduler::Token leaving_ = 0;
     Scheduler::Token restoreTimer_ = 0;
     Scheduler::Token reenumeration_ = 0;
     RestoreStage restoreStage_ = RestoreStage::Dfu;

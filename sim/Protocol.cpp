@@ -2,6 +2,8 @@
 
 #include "Station.h"
 
+#include <QThread>
+
 namespace sim {
 
 QJsonObject failure(int result, const QString& message) {
@@ -22,8 +24,11 @@ QJsonObject Protocol::handle(const QJsonObject& request) {
 }
 
 QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) {
-    if (call.startsWith(QLatin1String("stem.")))
+    if (call.startsWith(QLatin1String("stem."))) {
+        if (call != QLatin1String("stem.versionText") && call != QLatin1String("stem.errorText"))
+            waitForRoundTrip();
         return handleStemCall(station_, call, request);
+    }
     if (call == QLatin1String("usb.list"))
         return {{QStringLiteral("devices"), station_.usbDevices()}};
     if (call == QLatin1String("macs.list"))
@@ -44,6 +49,14 @@ QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) 
                 {QStringLiteral("file"), station_.config().source},
                 {QStringLiteral("time"), station_.scheduler().now()}};
     return failure(code::unimplemented, QStringLiteral("unknown call \"%1\"").arg(call));
+}
+
+// A call to the hub is a USB round trip. Requests are served one at a time, so holding this one
+// up holds up everyone, as a shared bus does.
+void Protocol::waitForRoundTrip() const {
+    const double seconds = station_.config().timing.stemLatencySeconds / speed_;
+    if (seconds > 0)
+        QThread::usleep(static_cast<unsigned long>(seconds * 1e6));
 }
 
 QJsonObject Protocol::macsList() const {

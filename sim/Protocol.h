@@ -18,6 +18,7 @@ class Protocol {
   private:
     QJsonObject dispatch(const QString& call, const QJsonObject& request);
     QJsonObject macsList() const;
+    void waitForRoundTrip() const;
     QJsonObject restoreCall(const QJsonObject& request, bool cancel);
     QJsonObject localMessage(bool dfu);
 

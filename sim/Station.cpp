@@ -1,5 +1,7 @@
 #include "Station.h"
 
+#include "MacModels.h"
+
 namespace sim {
 
 QString ecidText(std::uint64_t ecid) {
@@ -26,11 +28,12 @@ Station::Station(StationConfig config, Scheduler& scheduler)
         localMac_ = macs_.back().get();
     }
     building_ = false;
-    publishUsb();
+    publishNow();
 }
 
 Station::~Station() {
     for (Scheduler::Token token : timers_) scheduler_.cancel(token);
+    scheduler_.cancel(publishTimer_);
     // Macs first: their timers may still call back into the station.
     macs_.clear();
 }
@@ -82,15 +85,19 @@ bool Station::onBus(const Mac& mac) const {
 std::uint32_t Station::location(const Mac& mac) const {
     if (mac.hubSerial() == 0)
         return 0x00100000u;
+    // The hub's upstream-power port has no USB port number of its own; it enumerates behind the
+    // hub's internal port 9, next to the control device on 8.
     const Hub* hub = hubBySerial(mac.hubSerial());
-    return hub->location() | static_cast<std::uint32_t>(mac.config().port) << 16;
+    const int port = mac.config().port;
+    return hub->location() | static_cast<std::uint32_t>(port == 0 ? 9 : port) << 16;
 }
 
 QJsonObject Station::macEntry(const Mac& mac) const {
     const MacConfig& config = mac.config();
     return {{QStringLiteral("ecid"), ecidText(config.ecid)},
             {QStringLiteral("udid"),
-             QStringLiteral("00008103-%1")
+             QStringLiteral("0000%1-%2")
+                 .arg(chipIdentity(config.deviceType).cpid, 4, 16, QLatin1Char('0'))
                  .arg(static_cast<qulonglong>(config.ecid), 16, 16, QLatin1Char('0'))
                  .toUpper()},
             {QStringLiteral("deviceType"), config.deviceType},
@@ -148,14 +155,24 @@ void Station::restoreFinished(Mac& mac, int status, const QString& message) {
                {QStringLiteral("message"), message}});
 }
 
+// Changes reach the bus on the next turn of the loop, after the reply to the call that made them.
 void Station::publishUsb() {
-    if (building_)
+    if (building_ || publishTimer_ != 0)
         return;
-    QList<QJsonObject> current;
+    publishTimer_ = scheduler_.after(0.0, [this] {
+        publishTimer_ = 0;
+        publishNow();
+    });
+}
+
+void Station::publishNow() {
+    QList<QJsonObject> current{rootHubUsbDevice(1), rootHubUsbDevice(2)};
+    current << benchPeripherals();
     for (const auto& hub : hubs_) {
         if (!hub->present())
             continue;
-        current << hubUsbDevice(*hub) << hubStemUsbDevice(*hub);
+        current << hubUsbDevice(*hub) << hubBillboardUsbDevice(*hub) << hubStemUsbDevice(*hub)
+                << hubSuperSpeedUsbDevice(*hub);
         for (int port = 0; port < Hub::entityCount; ++port) {
             const Mac* mac = hub->macAt(port);
             if (mac != nullptr && mac->onBus())

@@ -45,6 +45,9 @@ class Station final : public MacObserver {
     QJsonArray usbDevices() const { return bus_.devices(); }
     QJsonObject macEntry(const Mac& mac) const;
 
+    // A fresh library link id; 0 is never one.
+    quint64 newLink() { return nextLink_++; }
+
     int startRestore(std::uint64_t ecid, QString* message);
     int cancelRestore(std::uint64_t ecid, QString* message);
 
@@ -54,6 +57,7 @@ class Station final : public MacObserver {
 
   private:
     void publishUsb();
+    void publishNow();
     void emitEvent(const QString& topic, const QString& name, const QJsonObject& payload);
     void scheduleVanishing(Hub& hub);
 
@@ -66,6 +70,8 @@ class Station final : public MacObserver {
     UsbBus bus_;
     std::vector<Scheduler::Token> timers_;
     bool building_ = true;
+    Scheduler::Token publishTimer_ = 0;
+    quint64 nextLink_ = 1;
 };
 
 }  // namespace sim

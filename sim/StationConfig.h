@@ -27,7 +27,7 @@ struct RestoreFailure {
 };
 
 struct MacConfig {
-    int port = 0;  // hub port; 0 for the Mac on the host's DFU port
+    int port = 0;  // hub port 0-7; 0 also for the Mac on the host's DFU port
     std::uint64_t ecid = 0;
     QString serialNumber;
     QString deviceType;
@@ -66,6 +66,13 @@ struct Timing {
     double restoreSeconds = 180.0;      // a whole restore, from start to the last step
     double reenumerateSeconds = 2.0;    // off the bus between two stages of a restore
     int rebootsForRecovery = 3;
+    // How long a Mac on a freshly enabled power-delivery port takes to agree a contract; vendor
+    // messages before that never reach it.
+    double pdContractSeconds = 2.0;
+    // Between a message and the Mac dropping off the bus while it resets.
+    double leaveBusSeconds = 0.5;
+    // One USB round trip to the hub's controller.
+    double stemLatencySeconds = 0.001;
 };
 
 struct StationConfig {

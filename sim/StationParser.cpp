@@ -74,21 +74,23 @@ MacConfig readMac(StationReader& reader, const QJsonObject& object, const QStrin
             reader.error(StationReader::join(path, QStringLiteral("port")),
                          QStringLiteral("is required"));
         } else if (const auto port = object.value(QLatin1String("port"));
-                   !port.isDouble() || port.toDouble() < 1 || port.toDouble() > 5 ||
+                   !port.isDouble() || port.toDouble() < 0 || port.toDouble() > 7 ||
                    port.toDouble() != static_cast<int>(port.toDouble())) {
             reader.error(StationReader::join(path, QStringLiteral("port")),
-                         QStringLiteral("must be an integer from 1 to 5 (port 0 feeds the hub, 6 "
-                                        "and 7 are its control and power ports)"));
+                         QStringLiteral("must be an integer from 0 to 7"));
         } else {
             mac.port = port.toInt();
         }
     }
     mac.ecid = reader.identifier(object, path, "ecid", maxEcid, true).value_or(0);
     mac.serialNumber = reader.text(object, path, "serialNumber", true).value_or(QString());
-    if (mac.serialNumber.contains(u'-') || mac.serialNumber.contains(QLatin1String("ECID")) ||
+    // Serials with "-" occur on real benches; telling them from a boot-ROM identity is the
+    // client's job, so only the boot ROM's own marker is refused.
+    if (mac.serialNumber.contains(QLatin1String("ECID")) ||
         (object.contains(QLatin1String("serialNumber")) && mac.serialNumber.isEmpty()))
-        reader.error(StationReader::join(path, QStringLiteral("serialNumber")),
-                     QStringLiteral("must be a plain serial number (no \"-\" or \"ECID\")"));
+        reader.error(
+            StationReader::join(path, QStringLiteral("serialNumber")),
+            QStringLiteral("must be a serial number, not a boot-ROM identity (no \"ECID\")"));
     mac.deviceType = reader.text(object, path, "deviceType").value_or(QStringLiteral("Macmini9,1"));
     mac.name =
         reader.text(object, path, "name").value_or(QStringLiteral("Mac %1").arg(mac.serialNumber));
@@ -205,7 +207,8 @@ Timing readTiming(StationReader& reader, const QJsonObject& root) {
     const QString path = QStringLiteral("timing");
     reader.rejectUnknown(object, path,
                          {"bootSeconds", "dfuSeconds", "hubResetSeconds", "restoreSeconds",
-                          "reenumerateSeconds", "rebootsForRecovery"});
+                          "reenumerateSeconds", "rebootsForRecovery", "pdContractSeconds",
+                          "leaveBusSeconds", "stemLatencySeconds"});
     timing.bootSeconds =
         reader.number(object, path, "bootSeconds", 0, 3600).value_or(timing.bootSeconds);
     timing.dfuSeconds =
@@ -219,6 +222,12 @@ Timing readTiming(StationReader& reader, const QJsonObject& root) {
     timing.rebootsForRecovery =
         static_cast<int>(reader.integer(object, path, "rebootsForRecovery", 1, 100)
                              .value_or(timing.rebootsForRecovery));
+    timing.pdContractSeconds = reader.number(object, path, "pdContractSeconds", 0, 3600)
+                                   .value_or(timing.pdContractSeconds);
+    timing.leaveBusSeconds =
+        reader.number(object, path, "leaveBusSeconds", 0, 3600).value_or(timing.leaveBusSeconds);
+    timing.stemLatencySeconds = reader.number(object, path, "stemLatencySeconds", 0, 10)
+                                    .value_or(timing.stemLatencySeconds);
     return timing;
 }
 

@@ -3,6 +3,8 @@
 
 #include <QJsonArray>
 
+#include <algorithm>
+
 namespace sim {
 
 namespace {
@@ -59,7 +61,15 @@ QJsonObject connectHub(Station& station, std::uint32_t serial) {
                        QStringLiteral("no hub with serial %1 on the bus").arg(serial));
     if (const auto fault = hub->faults().next(QStringLiteral("connect"), -1); fault && *fault != 0)
         return failure(static_cast<int>(*fault), QStringLiteral("scripted fault"));
-    return {{QStringLiteral("serial"), static_cast<qint64>(hub->serial())}};
+    const quint64 link = station.newLink();
+    hub->addLink(link);
+    return {{QStringLiteral("serial"), static_cast<qint64>(hub->serial())},
+            {QStringLiteral("link"), static_cast<qint64>(link)}};
+}
+
+quint64 linkArgument(const QJsonObject& request) {
+    return static_cast<quint64>(
+        std::max<qint64>(0, request.value(QLatin1String("link")).toInteger()));
 }
 
 }  // namespace
@@ -84,15 +94,22 @@ QJsonObject handleStemCall(Station& station, const QString& call, const QJsonObj
     if (method == QLatin1String("connect"))
         return connectHub(station, *serial);
     Hub* hub = station.hubBySerial(*serial);
+    const quint64 link = linkArgument(request);
     if (method == QLatin1String("isConnected"))
-        return {{QStringLiteral("connected"), hub != nullptr && hub->present()}};
-    if (method == QLatin1String("disconnect"))
+        return {{QStringLiteral("connected"), hub != nullptr && hub->linked(link)}};
+    if (method == QLatin1String("disconnect")) {
+        if (hub != nullptr)
+            hub->dropLink(link);
         return {};
+    }
     if (!method.startsWith(QLatin1String("port.")) && !method.startsWith(QLatin1String("pd.")) &&
         !method.startsWith(QLatin1String("system.")))
         return failure(code::unimplemented, QStringLiteral("unknown call \"%1\"").arg(call));
     if (hub == nullptr || !hub->present())
         return failure(code::connection, QStringLiteral("hub %1 is not on the bus").arg(*serial));
+    if (!hub->linked(link))
+        return failure(code::connection,
+                       QStringLiteral("no link to hub %1: connect first").arg(*serial));
     const int index = method.startsWith(QLatin1String("system."))
                           ? 0
                           : static_cast<int>(request.value(QLatin1String("index")).toInteger(-1));

@@ -2,6 +2,7 @@
 
 #include "Hub.h"
 #include "Mac.h"
+#include "MacModels.h"
 
 #include <QHash>
 
@@ -36,12 +37,22 @@ QString hexSerial(const Hub& hub) {
     return QStringLiteral("%1").arg(hub.serial(), 8, 16, QLatin1Char('0')).toUpper();
 }
 
+QString hexDigits(qulonglong value, int width) {
+    return QStringLiteral("%1").arg(value, width, 16, QLatin1Char('0')).toUpper();
+}
+
 QString bootRomSerial(const Mac& mac, const QString& tail) {
-    return QStringLiteral("CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:%1 IBFL:3C %2")
-        .arg(QStringLiteral("%1")
-                 .arg(static_cast<qulonglong>(mac.config().ecid), 16, 16, QLatin1Char('0'))
-                 .toUpper(),
-             tail);
+    const ChipIdentity chip = chipIdentity(mac.config().deviceType);
+    return QStringLiteral("CPID:%1 CPRV:11 CPFM:03 SCEP:01 BDID:%2 ECID:%3 IBFL:3C %4")
+        .arg(hexDigits(chip.cpid, 4), hexDigits(chip.bdid, 2),
+             hexDigits(static_cast<qulonglong>(mac.config().ecid), 16), tail);
+}
+
+QJsonObject foreignDevice(int vendor, int product, std::uint32_t location, const QString& serial,
+                          const QString& productName, const QString& vendorName) {
+    QJsonObject result = device(vendor, product, location, serial, productName);
+    result.insert(QStringLiteral("USB Vendor Name"), vendorName);
+    return result;
 }
 
 }  // namespace
@@ -49,6 +60,35 @@ QString bootRomSerial(const Mac& mac, const QString& tail) {
 QJsonObject hubUsbDevice(const Hub& hub) {
     return device(acronameVendor, 0x0014, hub.location(), hexSerial(hub),
                   QStringLiteral("USBHub3c"));
+}
+
+QJsonObject hubSuperSpeedUsbDevice(const Hub& hub) {
+    return device(acronameVendor, 0x0016, hub.location() + (1u << 24), hexSerial(hub),
+                  QStringLiteral("USBHub3c"));
+}
+
+QJsonObject hubBillboardUsbDevice(const Hub& hub) {
+    return foreignDevice(0x2109, 0x8884, hub.location(), QStringLiteral("0000000000000001"),
+                         QStringLiteral("USB Billboard Device"), QStringLiteral("VIA Labs, Inc."));
+}
+
+QJsonObject rootHubUsbDevice(int bus) {
+    return foreignDevice(0x1D6B, bus == 1 ? 0x0002 : 0x0003, static_cast<std::uint32_t>(bus) << 24,
+                         QStringLiteral("0000:00:14.0"), QStringLiteral("xHCI Host Controller"),
+                         QStringLiteral("Linux Foundation"));
+}
+
+QList<QJsonObject> benchPeripherals() {
+    // A keyboard and a card reader on the technician's own hub on a third bus; the keyboard is
+    // Apple's, so the vendor alone never identifies a Mac.
+    return {
+        rootHubUsbDevice(3),
+        foreignDevice(0x05E3, 0x0610, 0x03100000, QString(), QStringLiteral("USB2.0 Hub"),
+                      QStringLiteral("Genesys Logic, Inc.")),
+        foreignDevice(appleVendor, 0x029C, 0x03110000, QStringLiteral("F0T1234567890ABC-KB"),
+                      QStringLiteral("Magic Keyboard"), QStringLiteral("Apple Inc.")),
+        foreignDevice(0x05E3, 0x0749, 0x03120000, QStringLiteral("000000001206"),
+                      QStringLiteral("USB3.0 Card Reader"), QStringLiteral("Genesys Logic, Inc."))};
 }
 
 QJsonObject hubStemUsbDevice(const Hub& hub) {

@@ -15,6 +15,10 @@ class Mac;
 // Property maps keyed by the IOKit names, as the USB registry shows each device.
 QJsonObject hubUsbDevice(const Hub& hub);
 QJsonObject hubStemUsbDevice(const Hub& hub);
+QJsonObject hubSuperSpeedUsbDevice(const Hub& hub);  // the hub's USB 3 half, on bus 2
+QJsonObject hubBillboardUsbDevice(const Hub& hub);   // a second service at the hub's location
+QJsonObject rootHubUsbDevice(int bus);
+QList<QJsonObject> benchPeripherals();
 QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location);  // an empty map when it is off
 
 struct UsbChange {

@@ -105,8 +105,15 @@ CfgutilFront::CfgutilFront(core::SimulatorConnection& simulator, Options options
     });
 }
 
+// The tool's standard output is fully buffered on a pipe: a long document leaves it one buffer at
+// a time, in several writes a reader may see as several chunks.
+void CfgutilFront::writeBuffered(const QByteArray& bytes) {
+    constexpr qsizetype bufferSize = 16 * 1024;
+    for (qsizetype start = 0; start < bytes.size(); start += bufferSize)
+        write(bytes.mid(start, bufferSize));
+}
+
 void CfgutilFront::write(const QByteArray& bytes) {
-    // One write, so a reader gets the document in one piece as it gets it from the real tool.
     qsizetype done = 0;
     while (done < bytes.size()) {
         const ssize_t count = ::write(STDOUT_FILENO, bytes.constData() + done,
@@ -132,11 +139,11 @@ int CfgutilFront::list() {
     const std::optional<QJsonObject> faults = simulator_.request("cfgutil.faults");
     const bool garbled = faults && faults->value("garbledList").toBool();
     if (options_.format == "text")
-        write(textListing(macs));
+        writeBuffered(textListing(macs));
     else if (garbled)
-        write(garbledListingDocument(macs, options_.format == "plist"));
+        writeBuffered(garbledListingDocument(macs, options_.format == "plist"));
     else
-        write(listingDocument(macs, options_.format == "plist"));
+        writeBuffered(listingDocument(macs, options_.format == "plist"));
     return 0;
 }
 

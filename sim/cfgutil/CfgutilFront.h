@@ -46,6 +46,7 @@ class CfgutilFront : public QObject {
     std::optional<QJsonObject> pickMac(QString* error);
     int failure(const QString& message, int code = 1);
     void write(const QByteArray& bytes);
+    void writeBuffered(const QByteArray& bytes);
 
     core::SimulatorConnection& simulator_;
     Options options_;

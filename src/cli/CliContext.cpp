@@ -1,39 +1,68 @@
 #include "cli/CliContext.h"
 
+#include "core/Clock.h"
 #include "core/SimulatorAddress.h"
+#include "core/SimulatorConnection.h"
+#include "hubs/stem/Backend.h"
 
 #include <QCoreApplication>
 #include <QLocalSocket>
+#include <QRegularExpression>
 
 #include <cstdio>
 
 namespace cli {
 
 std::optional<QString> CliContext::simulatorSocket() const {
-    if (!simulateSocket.empty()) return QString::fromStdString(simulateSocket);
+    if (!simulateSocket.empty())
+        return QString::fromStdString(simulateSocket);
     return core::simulatorSocketFromEnvironment();
 }
 
 void CliContext::applySimulatorSelection() const {
     const auto socket = simulatorSocket();
-    if (!socket) return;
+    if (!socket)
+        return;
     qputenv("TARVEL_SIM", socket->toLocal8Bit());
     if (qEnvironmentVariableIsEmpty("TARVEL_CFGUTIL"))
         qputenv("TARVEL_CFGUTIL",
-                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
+                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil"))
+                    .toLocal8Bit());
+    // Our pauses run on the station's time: a fast simulator gets shorter pauses, never a client
+    // that waits less than the hardware needs.
+    core::SimulatorConnection connection(*socket);
+    if (const auto info = connection.request(QStringLiteral("station.info")))
+        core::Clock::system().setSpeed(info->value(QLatin1String("speed")).toDouble(1.0));
 }
 
 std::optional<QString> CliContext::simulatorProblem() const {
     const auto socket = simulatorSocket();
-    if (!socket) return std::nullopt;
+    if (!socket)
+        return std::nullopt;
     QLocalSocket probe;
     probe.connectToServer(*socket);
-    if (probe.waitForConnected(2000)) return std::nullopt;
-    return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)").arg(*socket);
+    if (probe.waitForConnected(2000))
+        return std::nullopt;
+    return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)")
+        .arg(*socket);
+}
+
+std::optional<QString> CliContext::hubLibraryProblem() const {
+    if (simulatorSocket() || stem::hardwareLibraryBuiltIn())
+        return std::nullopt;
+    return QStringLiteral(
+        "this build has no hub library: use --simulate to work with tarvel-sim, or build with "
+        "-DTARVEL_BRAINSTEM_SDK=<dir> to reach real hubs");
+}
+
+bool isHubName(const QString& text) {
+    static const QRegularExpression hexadecimal(QStringLiteral("^[0-9A-Fa-f]{1,8}$"));
+    return hexadecimal.match(text).hasMatch();
 }
 
 DriverConsole CliContext::driverConsole() const {
-    if (verbose) return DriverConsole::standardError();
+    if (verbose)
+        return DriverConsole::standardError();
     return {[](const std::string&) {}, [](const std::string&) {}};
 }
 

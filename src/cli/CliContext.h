@@ -37,6 +37,10 @@ struct CliContext {
     // silent simulator is an error of its own, not an empty station.
     std::optional<QString> simulatorProblem() const;
 
+    // Why hubs cannot be reached at all, if they cannot: no simulator is selected and this build
+    // has no hub library.
+    std::optional<QString> hubLibraryProblem() const;
+
     // The hub driver's diagnostics: on standard error with --verbose, otherwise dropped, so
     // that standard output stays a table or JSON and standard error stays for our own errors.
     DriverConsole driverConsole() const;
@@ -44,6 +48,9 @@ struct CliContext {
 
 // Adds the global options (--simulate, --verbose) to the top-level command.
 void addGlobalOptions(CLI::App& app, CliContext& context);
+
+// A hub as tarvel-cli names it: its serial in hexadecimal, one to eight digits.
+bool isHubName(const QString& text);
 
 // Prints "tarvel-cli: message" on standard error and answers the status, for one-line returns.
 int fail(int status, const QString& message);

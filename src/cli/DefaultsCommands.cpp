@@ -13,7 +13,9 @@ namespace {
 
 const QString kDomain = QStringLiteral("com.kestrune.Tarvel");
 
-void printLine(const QString& text) { std::printf("%s\n", qPrintable(text)); }
+void printLine(const QString& text) {
+    std::printf("%s\n", qPrintable(text));
+}
 
 bool isBoolText(const QString& text) {
     const QString lower = text.toLower();
@@ -22,7 +24,8 @@ bool isBoolText(const QString& text) {
 
 // Booleans print as 1 and 0, as the platform's tool prints them; everything else as stored.
 QString formatValue(const QString& key, const QVariant& value) {
-    if (value.typeId() == QMetaType::Bool) return value.toBool() ? "1" : "0";
+    if (value.typeId() == QMetaType::Bool)
+        return value.toBool() ? "1" : "0";
     const core::SettingKey* known = core::findSettingKey(key);
     const QString text = value.toString();
     if (known && known->type == core::SettingType::Boolean && isBoolText(text))
@@ -34,7 +37,8 @@ int readAll(core::Settings& settings) {
     QStringList names;
     for (const core::SettingKey& key : core::settingKeys()) names << key.name;
     for (const QString& key : settings.userKeys())
-        if (!names.contains(key)) names << key;
+        if (!names.contains(key))
+            names << key;
 
     qsizetype width = 0;
     for (const QString& name : names) width = std::max(width, name.size());
@@ -50,8 +54,13 @@ int readAll(core::Settings& settings) {
             value = formatValue(name, fallback);
             origin = QStringLiteral("default");
         }
-        if (value.isEmpty()) value = QStringLiteral("\"\"");
-        printLine(QStringLiteral("%1  %2  %3").arg(name, -int(width)).arg(value, -12).arg(origin).trimmed());
+        if (value.isEmpty())
+            value = QStringLiteral("\"\"");
+        printLine(QStringLiteral("%1  %2  %3")
+                      .arg(name, -int(width))
+                      .arg(value, -12)
+                      .arg(origin)
+                      .trimmed());
     }
     return exitSuccess;
 }
@@ -59,16 +68,19 @@ int readAll(core::Settings& settings) {
 int readOne(core::Settings& settings, const QString& key) {
     const QVariant value = settings.object(key);
     if (!value.isValid())
-        return fail(exitFailure, QStringLiteral("The domain/default pair of (%1, %2) does not exist")
-                                     .arg(kDomain, key));
+        return fail(
+            exitFailure,
+            QStringLiteral("The domain/default pair of (%1, %2) does not exist").arg(kDomain, key));
     printLine(formatValue(key, value));
     return exitSuccess;
 }
 
 std::optional<bool> parseBool(const QString& text) {
     const QString lower = text.toLower();
-    if (lower == "true" || lower == "yes" || lower == "1") return true;
-    if (lower == "false" || lower == "no" || lower == "0") return false;
+    if (lower == "true" || lower == "yes" || lower == "1")
+        return true;
+    if (lower == "false" || lower == "no" || lower == "0")
+        return false;
     return std::nullopt;
 }
 
@@ -81,7 +93,8 @@ std::optional<QVariant> typedValue(const QString& type, const QString& text, QSt
     } else if (type == "-bool" || type == "-boolean") {
         const auto parsed = parseBool(text);
         ok = parsed.has_value();
-        if (ok) value = *parsed;
+        if (ok)
+            value = *parsed;
     } else if (type == "-int" || type == "-integer") {
         value = text.toLongLong(&ok);
     } else if (type == "-float") {
@@ -90,14 +103,16 @@ std::optional<QVariant> typedValue(const QString& type, const QString& text, QSt
         error = QStringLiteral("unknown type %1 (use -bool, -int, -float or -string)").arg(type);
         return std::nullopt;
     }
-    if (!ok) return std::nullopt;
+    if (!ok)
+        return std::nullopt;
     return value;
 }
 
 int write(core::Settings& settings, const std::vector<std::string>& arguments) {
     QStringList args;
     for (const auto& argument : arguments) args << QString::fromStdString(argument);
-    if (args.size() == 3 && args[1].startsWith('-') && args[1].size() > 2 && args[1][1].isLetter()) {
+    if (args.size() == 3 && args[1].startsWith('-') && args[1].size() > 2 &&
+        args[1][1].isLetter()) {
         QString error;
         const auto value = typedValue(args[1], args[2], error);
         if (!value) {
@@ -114,13 +129,15 @@ int write(core::Settings& settings, const std::vector<std::string>& arguments) {
         settings.setValue(args[0], args[1]);
         return exitSuccess;
     }
-    return fail(exitUsage,
-                QStringLiteral("usage: tarvel-cli defaults write KEY [-bool|-int|-float|-string] VALUE"));
+    return fail(
+        exitUsage,
+        QStringLiteral("usage: tarvel-cli defaults write KEY [-bool|-int|-float|-string] VALUE"));
 }
 
 int remove(core::Settings& settings, const QString& key) {
     if (!settings.userValue(key).isValid())
-        return fail(exitFailure, QStringLiteral("%1 is not set in %2; nothing was changed").arg(key, kDomain));
+        return fail(exitFailure,
+                    QStringLiteral("%1 is not set in %2; nothing was changed").arg(key, kDomain));
     settings.remove(key);
     return exitSuccess;
 }
@@ -131,7 +148,8 @@ void addDefaultsCommands(CLI::App& app, CliContext& context, core::Settings& set
     CLI::App* defaults = app.add_subcommand("defaults", "Read and change Tarvel's preferences");
     defaults->require_subcommand(1);
 
-    CLI::App* read = defaults->add_subcommand("read", "Print one preference, or all with their origin");
+    CLI::App* read =
+        defaults->add_subcommand("read", "Print one preference, or all with their origin");
     auto readKey = std::make_shared<std::string>();
     read->add_option("KEY", *readKey, "preference key");
     read->callback([&context, &settings, readKey] {

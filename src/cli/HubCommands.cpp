@@ -30,6 +30,10 @@ void printJson(const QJsonObject& object) {
 
 // The hubs the station shows: the simulator when one is asked for, otherwise the hardware.
 std::optional<std::shared_ptr<stem::Backend>> openBackend(const CliContext& context, int& status) {
+    if (const auto problem = context.hubLibraryProblem()) {
+        status = fail(exitFailure, *problem);
+        return std::nullopt;
+    }
     if (const auto problem = context.simulatorProblem()) {
         status = fail(exitFailure, *problem);
         return std::nullopt;
@@ -51,14 +55,17 @@ bool connectHub(const std::shared_ptr<AcronameHub>& hub) {
 int listHubs(const CliContext& context, const HubOptions& options) {
     int status = exitSuccess;
     const auto backend = openBackend(context, status);
-    if (!backend) return status;
+    if (!backend)
+        return status;
     QJsonArray hubsJson;
     QString table;
     for (const auto& hub : discover(context, *backend)) {
         const bool connected = connectHub(hub);
-        if (!connected) status = exitFailure;
+        if (!connected)
+            status = exitFailure;
         hubsJson.append(hubJson(*hub, connected));
-        if (!table.isEmpty()) table += '\n';
+        if (!table.isEmpty())
+            table += '\n';
         table += hubTable(*hub, connected);
         hub->disconnect();
     }
@@ -66,7 +73,8 @@ int listHubs(const CliContext& context, const HubOptions& options) {
         printJson(QJsonObject{{"hubs", hubsJson}});
     else
         std::fputs(table.isEmpty() ? "No hubs found.\n" : qPrintable(table), stdout);
-    if (status != exitSuccess) std::fprintf(stderr, "tarvel-cli: some hubs could not be connected\n");
+    if (status != exitSuccess)
+        std::fprintf(stderr, "tarvel-cli: some hubs could not be connected\n");
     return status;
 }
 
@@ -78,10 +86,12 @@ struct PortAddress {
 std::optional<PortAddress> parsePortAddress(const std::string& text) {
     const QString address = QString::fromStdString(text);
     const qsizetype colon = address.lastIndexOf(':');
-    if (colon <= 0) return std::nullopt;
+    if (colon <= 0)
+        return std::nullopt;
     bool ok = false;
     const std::int64_t port = address.mid(colon + 1).toLongLong(&ok);
-    if (!ok) return std::nullopt;
+    if (!ok)
+        return std::nullopt;
     return PortAddress{address.left(colon), port};
 }
 
@@ -91,10 +101,12 @@ int withHub(const CliContext& context, const QString& serial,
             const std::function<bool(AcronameHub&)>& command) {
     int status = exitSuccess;
     const auto backend = openBackend(context, status);
-    if (!backend) return status;
+    if (!backend)
+        return status;
     std::shared_ptr<AcronameHub> found;
     for (const auto& hub : discover(context, *backend)) {
-        if (hub->modelName().compare(serial, Qt::CaseInsensitive) == 0) found = hub;
+        if (hub->modelName().compare(serial, Qt::CaseInsensitive) == 0)
+            found = hub;
     }
     if (!found)
         return fail(exitFailure, QStringLiteral("no hub %1 on this station (`hub list` shows the "
@@ -122,9 +134,11 @@ void report(const HubOptions& options, const QJsonObject& json, const QString& t
 int portCommand(const CliContext& context, const HubOptions& options, const std::string& target,
                 const QString& action, const std::function<bool(AcronameHub&, std::int64_t)>& run) {
     const auto address = parsePortAddress(target);
-    if (!address)
-        return fail(exitFailure, QStringLiteral("%1 is not HUB:PORT (for example 1234ABCD:3)")
-                                     .arg(QString::fromStdString(target)));
+    if (!address || !isHubName(address->hub))
+        return fail(exitUsage,
+                    QStringLiteral(
+                        "%1 is not HUB:PORT with the hub in hexadecimal (for example 1234ABCD:3)")
+                        .arg(QString::fromStdString(target)));
     if (address->port < 0 || address->port > kLastPort)
         return fail(exitFailure, QStringLiteral("hub %1 has no port %2 (ports are 0 to %3)")
                                      .arg(address->hub)
@@ -148,6 +162,11 @@ int portCommand(const CliContext& context, const HubOptions& options, const std:
 
 int hubCommand(const CliContext& context, const HubOptions& options, const std::string& serial,
                const QString& action, const std::function<void(AcronameHub&)>& run) {
+    if (!isHubName(QString::fromStdString(serial)))
+        return fail(
+            exitUsage,
+            QStringLiteral("%1 is not a hub serial in hexadecimal (as `hub list` prints it)")
+                .arg(QString::fromStdString(serial)));
     return withHub(context, QString::fromStdString(serial), [&](AcronameHub& hub) {
         // The hub answers these without a result; sending them is all that can be reported.
         run(hub);
@@ -163,11 +182,13 @@ CLI::App* addJsonFlag(CLI::App* command, const std::shared_ptr<HubOptions>& opti
 }
 
 void addPortCommands(CLI::App& app, CliContext& context) {
-    CLI::App* port = app.add_subcommand("port", "Command one port of a hub (HUB:PORT, e.g. 1234ABCD:3)");
+    CLI::App* port =
+        app.add_subcommand("port", "Command one port of a hub (HUB:PORT, e.g. 1234ABCD:3)");
     port->require_subcommand(1);
 
     using PortRun = std::function<bool(AcronameHub&, std::int64_t)>;
-    const auto simple = [&](const char* name, const char* help, const QString& action, PortRun run) {
+    const auto simple = [&](const char* name, const char* help, const QString& action,
+                            PortRun run) {
         auto options = std::make_shared<HubOptions>();
         auto target = std::make_shared<std::string>();
         CLI::App* command = addJsonFlag(port->add_subcommand(name, help), options);
@@ -198,11 +219,14 @@ void addPortCommands(CLI::App& app, CliContext& context) {
         ->check(CLI::IsMember({"sdp", "cdp", "pd"}));
     powerMode->callback([&context, options, target, mode] {
         context.action = [&context, options, target, mode] {
-            const QString action = QStringLiteral("power-mode %1").arg(QString::fromStdString(*mode));
+            const QString action =
+                QStringLiteral("power-mode %1").arg(QString::fromStdString(*mode));
             return portCommand(context, *options, *target, action,
                                [mode](AcronameHub& hub, std::int64_t p) {
-                                   if (*mode == "sdp") return hub.setPowerModeStandardDownstreamForPort(p);
-                                   if (*mode == "cdp") return hub.setPowerModeChargingDownstreamForPort(p);
+                                   if (*mode == "sdp")
+                                       return hub.setPowerModeStandardDownstreamForPort(p);
+                                   if (*mode == "cdp")
+                                       return hub.setPowerModeChargingDownstreamForPort(p);
                                    return hub.setPowerModePowerDeliveryForPort(p);
                                });
         };
@@ -226,7 +250,8 @@ void addHubCommands(CLI::App& app, CliContext& context) {
         auto options = std::make_shared<HubOptions>();
         auto serial = std::make_shared<std::string>();
         CLI::App* command = addJsonFlag(hub->add_subcommand(name, help), options);
-        command->add_option("SERIAL", *serial, "the hub's serial as `hub list` prints it")->required();
+        command->add_option("SERIAL", *serial, "the hub's serial as `hub list` prints it")
+            ->required();
         command->callback([&context, options, serial, action, run] {
             context.action = [&context, options, serial, action, run] {
                 return hubCommand(context, *options, *serial, action, run);

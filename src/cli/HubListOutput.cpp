@@ -64,8 +64,10 @@ QJsonObject hubJson(const AcronameHub& hub, bool connected) {
 QString hubTable(const AcronameHub& hub, bool connected) {
     if (!connected)
         return QStringLiteral("Hub %1: cannot connect\n").arg(hub.modelName());
-    QString text = QStringLiteral("Hub %1  firmware %2\n").arg(hub.modelName(), hub.firmwareVersion());
-    text += QStringLiteral("  Port  Enabled  Connected  Orientation  Voltage (V)  Current (A)  Power (W)\n");
+    QString text =
+        QStringLiteral("Hub %1  firmware %2\n").arg(hub.modelName(), hub.firmwareVersion());
+    text += QStringLiteral(
+        "  Port  Enabled  Connected  Orientation  Voltage (V)  Current (A)  Power (W)\n");
     for (const auto& port : hub.ports()) {
         text += QStringLiteral("  %1  %2  %3  %4  %5  %6  %7\n")
                     .arg(port->portID(), 4)

@@ -15,8 +15,10 @@ namespace {
 // A file that shrank was started anew, so it is read again from the top.
 qint64 copyNewBytes(const QString& path, qint64 position) {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) return position;
-    if (file.size() < position) position = 0;
+    if (!file.open(QIODevice::ReadOnly))
+        return position;
+    if (file.size() < position)
+        position = 0;
     file.seek(position);
     const QByteArray bytes = file.readAll();
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
@@ -27,7 +29,8 @@ qint64 copyNewBytes(const QString& path, qint64 position) {
 int show(bool follow) {
     const QString path = ZMRUnifiedLogger::sharedLogger().logFileURL();
     if (!follow) {
-        if (!QFile::exists(path)) return fail(exitFailure, QStringLiteral("no log file at %1").arg(path));
+        if (!QFile::exists(path))
+            return fail(exitFailure, QStringLiteral("no log file at %1").arg(path));
         copyNewBytes(path, 0);
         return exitSuccess;
     }
@@ -54,7 +57,8 @@ void addLogCommands(CLI::App& app, CliContext& context) {
     CLI::App* showCommand = log->add_subcommand("show", "Print the log file");
     auto follow = std::make_shared<bool>(false);
     showCommand->add_flag("-f,--follow", *follow, "keep printing lines as they are written");
-    showCommand->callback([&context, follow] { context.action = [follow] { return show(*follow); }; });
+    showCommand->callback(
+        [&context, follow] { context.action = [follow] { return show(*follow); }; });
 }
 
 }  // namespace cli

@@ -24,10 +24,15 @@ void addTargets(CLI::App* command, PortTargets& targets) {
     command->add_option("PORTS", targets.names, "ports as HUB:PORT, HUB as `hubs` prints it");
 }
 
-QString oneDecimal(double value) { return QString::asprintf("%.1f", value); }
+QString oneDecimal(double value) {
+    return QString::asprintf("%.1f", value);
+}
 
 int printHubs(const CliContext& context, bool json) {
-    if (const auto problem = context.simulatorProblem()) return fail(exitFailure, *problem);
+    if (const auto problem = context.hubLibraryProblem())
+        return fail(exitFailure, *problem);
+    if (const auto problem = context.simulatorProblem())
+        return fail(exitFailure, *problem);
     StationSession session(context);
     const AC2Devices entries = session.refresh();
     QJsonArray rows;
@@ -50,13 +55,17 @@ int printHubs(const CliContext& context, bool json) {
                                     {"connected", port->isConnected()}});
             continue;
         }
-        std::printf("%-10s %-16s %4lld %11s %11s %9s  %s\n", qPrintable(serial), qPrintable(firmware),
-                    static_cast<long long>(port->portID()), qPrintable(oneDecimal(port->vBusVoltage())),
+        std::printf("%-10s %-16s %4lld %11s %11s %9s  %s\n", qPrintable(serial),
+                    qPrintable(firmware), static_cast<long long>(port->portID()),
+                    qPrintable(oneDecimal(port->vBusVoltage())),
                     qPrintable(oneDecimal(port->vBusCurrent())), qPrintable(oneDecimal(power)),
                     port->isConnected() ? "yes" : "no");
     }
-    if (json) std::printf("%s", QJsonDocument(rows).toJson(QJsonDocument::Compact).append('\n').constData());
-    else if (entries.empty()) std::printf("No hubs found.\n");
+    if (json)
+        std::printf("%s",
+                    QJsonDocument(rows).toJson(QJsonDocument::Compact).append('\n').constData());
+    else if (entries.empty())
+        std::printf("No hubs found.\n");
     return exitSuccess;
 }
 
@@ -64,13 +73,26 @@ int printHubs(const CliContext& context, bool json) {
 int runOnPorts(const CliContext& context, const PortTargets& targets, const char* what,
                const std::function<bool(StationSession&, const AcronamePorts&)>& run) {
     if (targets.all == !targets.names.empty())
-        return fail(exitUsage, QStringLiteral("%1: name the ports as HUB:PORT, or give --all").arg(what));
-    if (const auto problem = context.simulatorProblem()) return fail(exitFailure, *problem);
+        return fail(exitUsage,
+                    QStringLiteral("%1: name the ports as HUB:PORT, or give --all").arg(what));
+    for (const std::string& name : targets.names) {
+        const QString target = QString::fromStdString(name);
+        if (!isHubName(target.section(':', 0, 0)))
+            return fail(
+                exitUsage,
+                QStringLiteral(
+                    "%1: %2: the hub must be its serial in hexadecimal, as `hubs` prints it")
+                    .arg(what, target));
+    }
+    if (const auto problem = context.simulatorProblem())
+        return fail(exitFailure, *problem);
     StationSession session(context);
     QString error;
     const auto ports = session.selectPorts(session.refresh(), targets.all, targets.names, error);
-    if (!ports) return fail(exitFailure, error);
-    if (ports->empty()) return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
+    if (!ports)
+        return fail(exitFailure, error);
+    if (ports->empty())
+        return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
 
     // The sequences may signal a failure and still end with success; the last word decides the
     // exit status, and every port that failed is named.
@@ -79,7 +101,8 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
     if (!failed.isEmpty())
         std::fprintf(stderr, "tarvel-cli: %s failed on %s\n", what, qPrintable(failed.join(", ")));
     if (!succeeded)
-        return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what)) : exitFailure;
+        return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what))
+                                : exitFailure;
     std::printf("%s done on %zu port%s\n", what, ports->size(), ports->size() == 1 ? "" : "s");
     return exitSuccess;
 }
@@ -91,22 +114,28 @@ void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, co
     addTargets(command, *targets);
     command->callback([&context, targets, sequence, name] {
         context.action = [&context, targets, sequence, name] {
-            return runOnPorts(context, *targets, name, [sequence](StationSession& session, const AcronamePorts& ports) {
-                return session.run(sequence, ports);
-            });
+            return runOnPorts(context, *targets, name,
+                              [sequence](StationSession& session, const AcronamePorts& ports) {
+                                  return session.run(sequence, ports);
+                              });
         };
     });
 }
 
 std::optional<std::int64_t> powerModeNumber(const QString& text) {
     const QString mode = text.toLower();
-    if (mode == "pd") return 0;
-    if (mode == "sdp") return 1;
-    if (mode == "cdp") return 2;
-    if (mode == "cycle") return 3;
+    if (mode == "pd")
+        return 0;
+    if (mode == "sdp")
+        return 1;
+    if (mode == "cdp")
+        return 2;
+    if (mode == "cycle")
+        return 3;
     bool ok = false;
     const std::int64_t number = mode.toLongLong(&ok);
-    if (ok && number >= 0) return number;
+    if (ok && number >= 0)
+        return number;
     return std::nullopt;
 }
 
@@ -121,11 +150,14 @@ void addPowerModeCommand(CLI::App& app, CliContext& context) {
         context.action = [&context, mode, targets] {
             const auto number = powerModeNumber(QString::fromStdString(*mode));
             if (!number)
-                return fail(exitUsage, QStringLiteral("power-mode: unknown mode %1 (use pd, sdp, cdp or cycle)")
-                                           .arg(QString::fromStdString(*mode)));
-            return runOnPorts(context, *targets, "power-mode", [number](StationSession& session, const AcronamePorts& ports) {
-                return session.runPowerMode(*number, ports);
-            });
+                return fail(
+                    exitUsage,
+                    QStringLiteral("power-mode: unknown mode %1 (use pd, sdp, cdp or cycle)")
+                        .arg(QString::fromStdString(*mode)));
+            return runOnPorts(context, *targets, "power-mode",
+                              [number](StationSession& session, const AcronamePorts& ports) {
+                                  return session.runPowerMode(*number, ports);
+                              });
         };
     });
 }
@@ -133,10 +165,13 @@ void addPowerModeCommand(CLI::App& app, CliContext& context) {
 }  // namespace
 
 void addStationCommands(CLI::App& app, CliContext& context) {
-    CLI::App* hubs = app.add_subcommand("hubs", "Refresh the station and list every usable hub port");
+    CLI::App* hubs =
+        app.add_subcommand("hubs", "Refresh the station and list every usable hub port");
     auto json = std::make_shared<bool>(false);
     hubs->add_flag("--json", *json, "one JSON array of ports");
-    hubs->callback([&context, json] { context.action = [&context, json] { return printHubs(context, *json); }; });
+    hubs->callback([&context, json] {
+        context.action = [&context, json] { return printHubs(context, *json); };
+    });
 
     addSequenceCommand(app, context, "dfu", "Put the Macs on the given ports into DFU mode",
                        StationSession::Sequence::DFU);

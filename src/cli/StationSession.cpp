@@ -32,8 +32,10 @@ struct SessionState {
     void showStatus(const QString& text) {
         std::lock_guard lock(mutex);
         if (statusOnTerminal) {
-            if (!started.isValid()) started.start();
-            std::printf("\r\033[K[%3llds] %s", static_cast<long long>(started.elapsed() / 1000), qPrintable(text));
+            if (!started.isValid())
+                started.start();
+            std::printf("\r\033[K[%3llds] %s", static_cast<long long>(started.elapsed() / 1000),
+                        qPrintable(text));
             statusLineOpen = true;
         } else {
             std::printf("%s\n", qPrintable(text));
@@ -43,7 +45,8 @@ struct SessionState {
 
     void closeStatus() {
         std::lock_guard lock(mutex);
-        if (statusLineOpen) std::printf("\n");
+        if (statusLineOpen)
+            std::printf("\n");
         statusLineOpen = false;
         std::fflush(stdout);
     }
@@ -55,7 +58,8 @@ StationSession::StationSession(const CliContext& context) : state_(std::make_sha
     std::weak_ptr<SessionState> weakState = state_;
     environment.runInBackground = [weakState](dispatch::Task task) {
         auto state = weakState.lock();
-        if (!state) return;
+        if (!state)
+            return;
         {
             std::lock_guard lock(state->mutex);
             ++state->runningTasks;
@@ -63,7 +67,8 @@ StationSession::StationSession(const CliContext& context) : state_(std::make_sha
         dispatch::global([task = std::move(task), state] {
             task();
             std::lock_guard lock(state->mutex);
-            if (--state->runningTasks == 0) state->idle.notify_all();
+            if (--state->runningTasks == 0)
+                state->idle.notify_all();
         });
     };
     environment.portFailed = [weakState](const AcronamePort& port, const QString& command) {
@@ -75,14 +80,17 @@ StationSession::StationSession(const CliContext& context) : state_(std::make_sha
     manager_ = std::make_shared<ZMRAcronameManager>(std::move(environment));
 }
 
-StationSession::~StationSession() { manager_->disconnectAllHubs(); }
+StationSession::~StationSession() {
+    manager_->disconnectAllHubs();
+}
 
 AC2Devices StationSession::refresh() {
     auto result = std::make_shared<std::optional<AC2Devices>>();
     QEventLoop loop;
     manager_->refreshAcronameDevices([result, &loop](AC2Devices entries) {
         dispatch::main([result, entries, &loop] {
-            if (result->has_value()) return;
+            if (result->has_value())
+                return;
             *result = entries;
             loop.quit();
         });
@@ -96,8 +104,10 @@ std::optional<AcronamePorts> StationSession::selectPorts(const AC2Devices& entri
                                                          QString& error) const {
     AcronamePorts usable;
     for (const auto& entry : entries)
-        if (entry->port() && entry->port()->hub()) usable.push_back(entry->port());
-    if (all) return usable;
+        if (entry->port() && entry->port()->hub())
+            usable.push_back(entry->port());
+    if (all)
+        return usable;
 
     AcronamePorts chosen;
     for (const std::string& name : names) {

@@ -17,7 +17,7 @@ namespace cli {
 // One terminal session with the station: a manager of its own over the selected hardware or
 // simulator, refreshed once, with blocking forms of the manager's asynchronous operations.
 class StationSession {
-public:
+  public:
     explicit StationSession(const CliContext& context);
     // Disconnects the hubs: a connected hub and its driver hold each other.
     ~StationSession();
@@ -28,7 +28,8 @@ public:
     // The ports named "HUB:PORT" (HUB as the hub list prints it), or every usable port. Answers
     // nothing and explains why in `error` when a name matches no port.
     std::optional<AcronamePorts> selectPorts(const AC2Devices& entries, bool all,
-                                             const std::vector<std::string>& names, QString& error) const;
+                                             const std::vector<std::string>& names,
+                                             QString& error) const;
 
     enum class Sequence { DFU, Restart, Recovery };
     // Runs a sequence to its end, showing its update texts as a status line; answers the last
@@ -38,7 +39,7 @@ public:
 
     QStringList failedPorts() const;
 
-private:
+  private:
     bool runUntilIdle(const std::function<void(ZMRAcronameManager&)>& start);
 
     std::shared_ptr<ZMRAcronameManager> manager_;

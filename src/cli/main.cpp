@@ -18,6 +18,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <optional>
+#include <string>
+
 namespace {
 
 QString commandLine(int argc, char** argv) {
@@ -28,7 +32,35 @@ QString commandLine(int argc, char** argv) {
 
 std::string versionText() {
     const core::BundleInfo& bundle = core::BundleInfo::shared();
-    return QStringLiteral("tarvel-cli %1 (%2)").arg(bundle.shortVersion(), bundle.bundleVersion()).toStdString();
+    return QStringLiteral("tarvel-cli %1 (%2)")
+        .arg(bundle.shortVersion(), bundle.bundleVersion())
+        .toStdString();
+}
+
+// The first word that is not an option, when it names no command: CLI11 would only say that a
+// command is required.
+std::optional<std::string> unknownCommand(CLI::App& app, int argc, char** argv) {
+    if (!app.get_subcommands().empty())
+        return std::nullopt;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word.empty() || word.front() == '-')
+            continue;
+        const auto named =
+            app.get_subcommands([&](CLI::App* command) { return command->check_name(word); });
+        if (named.empty())
+            return word;
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+int reportUnknownCommand(CLI::App& app, const std::string& name) {
+    std::fprintf(stderr, "tarvel-cli: unknown command: %s\ncommands:", name.c_str());
+    for (const CLI::App* command : app.get_subcommands([](CLI::App*) { return true; }))
+        std::fprintf(stderr, " %s", command->get_name().c_str());
+    std::fprintf(stderr, "\n(tarvel-cli --help describes them)\n");
+    return cli::exitUsage;
 }
 
 }  // namespace
@@ -38,7 +70,8 @@ int main(int argc, char** argv) {
     core::Settings& settings = core::Settings::shared();
     core::registerBundledDefaults(settings);
 
-    CLI::App app("Reset a bench of Macs through Acroname hubs and Apple Configurator.", "tarvel-cli");
+    CLI::App app("Reset a bench of Macs through Acroname hubs and Apple Configurator.",
+                 "tarvel-cli");
     app.set_version_flag("--version", versionText());
     app.require_subcommand(1);
     app.fallthrough();
@@ -61,6 +94,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
+        if (const auto unknown = unknownCommand(app, argc, argv))
+            return reportUnknownCommand(app, *unknown);
         app.exit(e);
         return cli::exitUsage;
     }

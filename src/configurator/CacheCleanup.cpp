@@ -1,8 +1,10 @@
 #include "configurator/CacheCleanup.h"
 
 #include "core/Log.h"
-#include "core/RealHomeFolder.h"
 
+#include <QDir>
+
+#include <pwd.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -62,28 +64,46 @@ std::optional<QString> emptyContainer(const QString& folder, const ItemRemover& 
     return std::nullopt;
 }
 
-std::optional<QString> removeDeviceServiceTemporaryItems(const QString& root,
+// Depth first, one listing per folder: a folder that vanishes or cannot be read mid-walk costs
+// only itself, and the walk goes on with the rest. Links are not followed.
+std::optional<QString> removeDeviceServiceTemporaryItems(const fs::path& folder,
                                                          const ItemRemover& remove) {
     std::error_code error;
-    fs::recursive_directory_iterator it(pathOf(root), fs::directory_options::skip_permission_denied,
-                                        error);
-    for (const fs::recursive_directory_iterator end; !error && it != end; it.increment(error)) {
-        if (QString::fromStdString(it->path().filename().string()) != deviceServiceFolder)
+    for (fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, error),
+         end;
+         !error && it != end; it.increment(error)) {
+        std::error_code typeError;
+        if (it->symlink_status(typeError).type() != fs::file_type::directory)
             continue;
-        const fs::path items = it->path() / "TemporaryItems";
-        std::error_code statusError;
-        if (!fs::is_directory(items, statusError))
-            continue;
-        if (std::optional<QString> failure = remove(textOf(items)))
+        if (QString::fromStdString(it->path().filename().string()) == deviceServiceFolder) {
+            const fs::path items = it->path() / "TemporaryItems";
+            std::error_code statusError;
+            if (fs::is_directory(items, statusError))
+                if (std::optional<QString> failure = remove(textOf(items)))
+                    return failure;
+        }
+        if (std::optional<QString> failure = removeDeviceServiceTemporaryItems(it->path(), remove))
             return failure;
     }
     return std::nullopt;
 }
 
+// "~" as the shell expands it for the user we run as: the user database's home folder, else
+// HOME. Unlike the real home folder of the logs, a missing entry is no reason to stop.
+QString homeFolderOfEffectiveUser() {
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found);
+    if (found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] != '\0')
+        return QString::fromLocal8Bit(found->pw_dir);
+    return QDir::homePath();
+}
+
 }  // namespace
 
 CachePlaces CachePlaces::system() {
-    return {QStringLiteral("/tmp"), core::realHomeFolderForUser(::geteuid()) + containerSuffix,
+    return {QStringLiteral("/tmp"), homeFolderOfEffectiveUser() + containerSuffix,
             QStringLiteral("/var/folders")};
 }
 
@@ -111,7 +131,7 @@ void clearAC2Cache(const CachePlaces& places, const ItemRemover& remove,
         return;
     }
     if (std::optional<QString> failure =
-            removeDeviceServiceTemporaryItems(places.varFolders, remove)) {
+            removeDeviceServiceTemporaryItems(pathOf(places.varFolders), remove)) {
         completed(false, *failure);
         return;
     }

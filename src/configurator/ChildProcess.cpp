@@ -166,6 +166,12 @@ void ChildProcess::sendTerminate() const {
         ::kill(pid_, SIGTERM);
 }
 
+void ChildProcess::sendKill() const {
+    std::lock_guard lock(mutex_);
+    if (!reaped_)
+        ::kill(pid_, SIGKILL);
+}
+
 void ChildProcess::closePipes() {
     closeDescriptor(stdin_);
     closeDescriptor(stdout_);

@@ -34,6 +34,7 @@ class ChildProcess {
     // The exit code, or the signal number when a signal ended it; -1 while it runs.
     int terminationStatus() const;
     void sendTerminate() const;
+    void sendKill() const;
 
     // Ends our side of all three pipes.
     void closePipes();

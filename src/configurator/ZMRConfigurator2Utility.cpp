@@ -46,7 +46,7 @@ ZMRConfigurator2Utility::Collaborators ZMRConfigurator2Utility::defaultCollabora
     Collaborators c;
     c.settings = &core::Settings::shared();
     c.alerts = &core::Alerts::shared();
-    c.clock = &core::Clock::system();
+    c.clock = &core::Clock::wall();  // only the runners' grace for a child process
     c.toolPath = defaultToolPath();
     c.ptyPath = defaultPtyPath();
     c.usbLookups = configurator::systemUsbLookups();

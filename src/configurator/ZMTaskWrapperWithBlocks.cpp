@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 
 namespace {
@@ -135,13 +136,23 @@ void ZMTaskWrapperWithBlocks::stopProcess() {
     const auto keepAlive = weak_from_this().lock();
     unregisterReads();
     if (task_) {
-        // A child that closed its output but keeps running is ended here, however long it
-        // takes to die.
-        while (task_->isRunning()) task_->sendTerminate();
+        terminateChild();
         task_->closePipes();
     }
     if (endBlock_)
         endBlock_(task_ ? task_->terminationStatus() : -1);
+}
+
+// A child that closed its output but keeps running is sent SIGTERM until it stops. One that
+// ignores it is killed once the grace has passed on the host's own clock: a stuck tool must
+// never hang the application, and a test's virtual clock must never cut a slow exit short.
+void ZMTaskWrapperWithBlocks::terminateChild() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(killGraceSeconds);
+    while (task_->isRunning()) {
+        task_->sendTerminate();
+        if (std::chrono::steady_clock::now() >= deadline)
+            task_->sendKill();
+    }
 }
 
 void ZMTaskWrapperWithBlocks::dropChild() {

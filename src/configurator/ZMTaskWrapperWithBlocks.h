@@ -31,12 +31,14 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     // The status meaning "still running after the grace".
     static constexpr std::int32_t stillRunningStatus = -999;
     static constexpr unsigned terminationGraceSeconds = 5;
+    // How long a child that closed its output may ignore SIGTERM before it is killed.
+    static constexpr unsigned killGraceSeconds = 2;
 
     // arguments[0] is the program's path, the rest its arguments. The clock serves the grace
     // of terminationStatus().
     ZMTaskWrapperWithBlocks(StartBlock startBlock, EndBlock endBlock, OutputBlock outputBlock,
                             OutputBlock errorOutputBlock, QStringList arguments,
-                            core::Clock& clock = core::Clock::system());
+                            core::Clock& clock = core::Clock::wall());
     ~ZMTaskWrapperWithBlocks();
     ZMTaskWrapperWithBlocks(const ZMTaskWrapperWithBlocks&) = delete;
     ZMTaskWrapperWithBlocks& operator=(const ZMTaskWrapperWithBlocks&) = delete;
@@ -64,6 +66,7 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     void getData();
     void getStdErr();
     void unregisterReads();
+    void terminateChild();
     void dropChild();
 
     StartBlock startBlock_;

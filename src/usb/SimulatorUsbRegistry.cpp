@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 #include "core/SimulatorConnection.h"
+#include "usb/UsbLocation.h"
 
 #include <QJsonArray>
 
@@ -15,7 +16,11 @@ QVariant valueFromJson(const QString& key, const QJsonValue& value) {
         if (key == keys::ecid) {
             bool ok = false;
             const qulonglong ecid = value.toString().toULongLong(&ok, 10);
-            return ok ? QVariant(ecid) : QVariant();
+            if (ok && !fitsRegistryEcid(ecid))
+                ZMRLogDebug(
+                    QStringLiteral("simulated device's ECID %1 does not fit the registry; left out")
+                        .arg(value.toString()));
+            return ok && fitsRegistryEcid(ecid) ? QVariant(ecid) : QVariant();
         }
         return value.toString();
     }

@@ -61,12 +61,15 @@ void addLocation(udev_device* device, PropertyMap& properties) {
         return;
 
     const auto location = locationIDFor(static_cast<int>(*bus), path);
-    if (!location)
+    // No locationID rather than 0: a look-up at address 0 would match this device, and a booted
+    // Mac would read as in DFU.
+    if (location)
+        properties[keys::locationID] = qulonglong(*location);
+    else
         ZMRLogDebug(QStringLiteral("USB device %1 (bus %2, port path %3) has no locationID")
                         .arg(text(udev_device_get_syspath(device)))
                         .arg(*bus)
                         .arg(path));
-    properties[keys::locationID] = qulonglong(location.value_or(0));
     properties[QStringLiteral("busnum")] = *bus;
     properties[QStringLiteral("devpath")] = path;
 }

@@ -1,6 +1,10 @@
 #include "usb/UsbLocation.h"
 
+#include "core/Log.h"
+
 #include <QRegularExpression>
+
+#include <limits>
 
 namespace usb {
 
@@ -43,7 +47,21 @@ std::optional<std::uint64_t> ecidFromSerialString(const QString& serial) {
         return std::nullopt;
     bool ok = false;
     const std::uint64_t ecid = match.captured(1).toULongLong(&ok, 16);
-    return ok ? std::optional<std::uint64_t>(ecid) : std::nullopt;
+    if (!ok)
+        return std::nullopt;
+    // The registry holds ECIDs as signed numbers; a device's own serial string must never be
+    // able to put a negative one there.
+    if (!fitsRegistryEcid(ecid)) {
+        ZMRLogDebug(
+            QStringLiteral("USB serial \"%1\" carries an ECID too large for the registry; left out")
+                .arg(serial));
+        return std::nullopt;
+    }
+    return ecid;
+}
+
+bool fitsRegistryEcid(std::uint64_t ecid) {
+    return ecid <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 }
 
 }  // namespace usb

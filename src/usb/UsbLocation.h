@@ -22,7 +22,11 @@ struct BusPosition {
 std::optional<BusPosition> busPositionFromName(QStringView sysname);
 
 // The ECID an Apple device in DFU or recovery mode carries in its serial string
-// ("... ECID:001234567890ABCD ..."), read as hexadecimal.
+// ("... ECID:001234567890ABCD ..."), read as hexadecimal. One that does not fit the registry's
+// signed 64-bit "UsbAppleDeviceECID" is left out (with a debug line).
 std::optional<std::uint64_t> ecidFromSerialString(const QString& serial);
+
+// Whether an ECID can be stored as the registry's signed 64-bit number.
+bool fitsRegistryEcid(std::uint64_t ecid);
 
 }  // namespace usb

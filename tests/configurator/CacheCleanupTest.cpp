@@ -107,4 +107,24 @@ TEST_F(CacheCleanup, AStuckTemporaryItemsFolderReportsItsErrorWithoutRetry) {
     EXPECT_TRUE(clear(configurator::fileSystemRemover()).success);
 }
 
+TEST_F(CacheCleanup, TheWalkGoesOnPastFoldersThatVanishUnderIt) {
+    touch(places.varFolders + "/x1/T/" + service + "/TemporaryItems/a");
+    touch(places.varFolders + "/x2/T/" + service + "/TemporaryItems/b");
+    // Whichever comes first takes its whole user folder with it, as a logout can mid-walk.
+    QString vanished;
+    const auto remover = [&](const QString& path) -> std::optional<QString> {
+        tried << path;
+        if (vanished.isEmpty()) {
+            vanished = QFileInfo(path + "/../../..").canonicalFilePath();
+            QDir(vanished).removeRecursively();
+            return std::nullopt;
+        }
+        return configurator::fileSystemRemover()(path);
+    };
+    EXPECT_TRUE(clear(remover).success);
+    EXPECT_EQ(tried.size(), 2) << tried.join(' ').toStdString();
+    EXPECT_FALSE(QDir(places.varFolders + "/x1/T/" + service + "/TemporaryItems").exists());
+    EXPECT_FALSE(QDir(places.varFolders + "/x2/T/" + service + "/TemporaryItems").exists());
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "configurator/RestoreCommand.h"
 #include "configurator/ZMRConfigurator2Utility.h"
+#include "core/BundleInfo.h"
 #include "core/Dispatch.h"
 #include "core/SettingsKeys.h"
 #include "support/ProcessRun.h"
@@ -79,10 +80,8 @@ class Restore : public ::testing::Test {
         c.alerts = &alerts;
         c.clock = &clock;
         c.toolPath = tool;
-        c.ptyPath =
-            realPty
-                ? testing_support::executablePath("tarvel-pty")
-                : scripts.write("pty", "shift 2; exec \"$@\"");
+        c.ptyPath = realPty ? testing_support::executablePath("tarvel-pty")
+                            : scripts.write("pty", "shift 2; exec \"$@\"");
         c.platform = configurator::RestorePlatform::Linux;
         c.usbLookups = [] { return std::make_unique<testing_support::FakeUsbLookups>(); };
         c.remover = configurator::fileSystemRemover();
@@ -246,9 +245,11 @@ TEST_F(Restore, SingleRestoreFailureOffersTheTroubleshootingGuide) {
     u->restoreWithAC2();
     ASSERT_TRUE(runLoopUntil([&] { return !alerts.shown().empty(); }));
     EXPECT_EQ(alerts.shown()[0].title, "Error Restoring Device");
+    EXPECT_EQ(alerts.shown()[0].message, "There was an error restoring the device.");
     EXPECT_EQ(alerts.shown()[0].buttons, QStringList({"OK", "More Info"}));
     ASSERT_EQ(opened.size(), 1);
-    EXPECT_FALSE(opened[0].isEmpty());
+    EXPECT_EQ(opened[0], QUrl(core::BundleInfo::shared().troubleshootingGuide()));
+    EXPECT_TRUE(opened[0].scheme().startsWith("http")) << opened[0].toString().toStdString();
 }
 
 TEST_F(Restore, ListingComesOnTheMainLoopOrAtOnceWhenItCannotRun) {

@@ -121,6 +121,17 @@ TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminated) {
     EXPECT_TRUE(processGone(pid)) << "reaped, not left a zombie";
 }
 
+// Waits the kill grace for real: the grace is measured on the host's clock on purpose.
+TEST(TaskWrapper, ChildThatIgnoresTerminationIsKilledAfterTheGrace) {
+    Scripts scripts;
+    Recorder record;
+    auto runner = record.make(
+        {scripts.write("stubborn", "trap '' TERM; echo bye; exec 1>&-; exec sleep 30")});
+    runner->startProcess();
+    ASSERT_TRUE(record.ended());
+    EXPECT_EQ(record.ends, std::vector<int>{SIGKILL});
+}
+
 TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
     Scripts scripts;
     // One fifo per wait: the child blocks on gate N until a callback opens it, so no two writes

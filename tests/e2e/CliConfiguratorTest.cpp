@@ -35,7 +35,8 @@ const char* kStation = R"({
 class CliConfigurator : public ::testing::Test {
   protected:
     ~CliConfigurator() override {
-        if (restore.state() == QProcess::NotRunning) return;
+        if (restore.state() == QProcess::NotRunning)
+            return;
         restore.kill();
         restore.waitForFinished();
     }
@@ -54,6 +55,7 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
     ASSERT_EQ(station.start(), station.socket());
     EXPECT_EQ(devices().size(), 0) << "booted Macs are invisible to the tool";
 
+    ASSERT_EQ(station.cli({"port", "power-mode", "1C3B4A01:1", "pd"}).exitCode, 0);
     ASSERT_EQ(station.cli({"port", "dfu", "1C3B4A01:1"}).exitCode, 0);
     QJsonArray listed;
     const QDeadlineTimer deadline(10000);

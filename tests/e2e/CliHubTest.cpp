@@ -6,11 +6,10 @@ namespace {
 
 using testing_support::ProcessResult;
 
-// Without the vendor library and without a simulator the station has no hubs; these cases pin
-// down what a technician sees when something is missing or mistyped. The station is never
-// started: it only lends its private preferences and a socket nobody listens on.
+// What a technician sees when something is missing or mistyped. Unless a case starts it, the
+// station only lends its private preferences and a socket nobody listens on.
 class CliHub : public ::testing::Test {
-protected:
+  protected:
     ProcessResult cli(const QStringList& arguments) {
         return station.cliWithoutSimulator(arguments);
     }
@@ -18,8 +17,8 @@ protected:
 };
 
 TEST_F(CliHub, SimulatorThatIsNotRunningIsOneClearError) {
-    for (const QStringList& command : {QStringList{"hub", "list", "--json"},
-                                       QStringList{"port", "dfu", "0A:3"}}) {
+    for (const QStringList& command :
+         {QStringList{"hub", "list", "--json"}, QStringList{"port", "dfu", "0A:3"}}) {
         const ProcessResult result = station.cli(command);
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_TRUE(result.standardOutput.isEmpty());
@@ -35,31 +34,53 @@ TEST_F(CliHub, SimulatorThatIsNotRunningIsOneClearError) {
     EXPECT_EQ(cli({"hub", "reboot", "0A"}).exitCode, 1);
 }
 
-TEST_F(CliHub, UnknownHubsAndPortsAreErrors) {
-    ProcessResult result = cli({"port", "dfu", "1234ABCD:3"});
+TEST_F(CliHub, WithoutAHubLibraryHubListingsSaySoAndPointTheWay) {
+    for (const QStringList& command : {QStringList{"hubs"}, QStringList{"hub", "list", "--json"}}) {
+        const ProcessResult result = cli(command);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_TRUE(result.standardOutput.isEmpty());
+        EXPECT_TRUE(result.standardError.contains("this build has no hub library"));
+        EXPECT_TRUE(result.standardError.contains("--simulate"));
+        EXPECT_TRUE(result.standardError.contains("-DTARVEL_BRAINSTEM_SDK"))
+            << result.standardError.toStdString();
+    }
+}
+
+TEST_F(CliHub, MistypedCommandsAndHubsAreUsageErrors) {
+    ProcessResult result = cli({"hubz"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.standardError.startsWith(
+        "tarvel-cli: unknown command: hubz\ncommands: defaults log hub port"))
+        << result.standardError.toStdString();
+
+    for (const QStringList& command :
+         {QStringList{"port", "dfu", "HUB1:3"}, QStringList{"port", "reboot", "1234ABCD"},
+          QStringList{"hub", "led", "0x0A"}, QStringList{"dfu", "G1:2"}}) {
+        result = cli(command);
+        EXPECT_EQ(result.exitCode, 2) << command.join(' ').toStdString();
+        EXPECT_TRUE(result.standardError.contains("hexadecimal"))
+            << result.standardError.toStdString();
+    }
+    EXPECT_EQ(cli({"port", "power-mode", "1234ABCD:1", "turbo"}).exitCode, 2);
+}
+
+TEST_F(CliHub, EmptyStationListsNoHubsAndKnowsNoneByName) {
+    ASSERT_FALSE(station.start({"--station", station.writeStation(R"({"hubs": []})")}).isEmpty());
+    ProcessResult result = station.cli({"hub", "list", "--json"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.standardOutput, "{\"hubs\":[]}\n");
+    result = station.cli({"hub", "list"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.standardOutput, "No hubs found.\n");
+
+    result = station.cli({"port", "dfu", "1234ABCD:3"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.standardError.contains("tarvel-cli: no hub 1234ABCD on this station"))
         << result.standardError.toStdString();
-
-    result = cli({"port", "enable", "1234ABCD:7"});
+    result = station.cli({"port", "enable", "1234ABCD:7"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.standardError.contains("hub 1234ABCD has no port 7 (ports are 0 to 6)"));
-
-    result = cli({"port", "reboot", "1234ABCD"});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.standardError.contains("is not HUB:PORT"));
-
-    EXPECT_EQ(cli({"port", "power-mode", "1234ABCD:1", "turbo"}).exitCode, 2);
-    EXPECT_EQ(cli({"hub", "led", "0A"}).exitCode, 1);
-}
-
-TEST_F(CliHub, EmptyStationListsNoHubs) {
-    ProcessResult result = cli({"hub", "list", "--json"});
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.standardOutput, "{\"hubs\":[]}\n");
-    result = cli({"hub", "list"});
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.standardOutput, "No hubs found.\n");
+    EXPECT_EQ(station.cli({"hub", "led", "0A"}).exitCode, 1);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ using testing_support::ProcessResult;
 
 // A real tarvel-sim, fast-forwarded, driven through tarvel-cli as a technician would.
 class SimulatorStation : public ::testing::Test {
-protected:
+  protected:
     testing_support::SimulatedStation station;
 };
 
@@ -59,6 +59,8 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
     EXPECT_FALSE(other.subscribe({"usb", "bogus"}));
     ASSERT_TRUE(other.subscribe({"restore"}));
 
+    // A DFU message travels only over a power-delivery contract.
+    ASSERT_EQ(station.cli({"port", "power-mode", "1C3B4A01:3", "pd"}).exitCode, 0);
     const ProcessResult dfu = station.cli({"-v", "port", "dfu", "1C3B4A01:3"});
     ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
     EXPECT_TRUE(dfu.standardError.contains("DFU port 3, Err: 0"))
@@ -108,8 +110,7 @@ TEST_F(SimulatorStation, InvalidStationFileIsRefusedWithItsErrors) {
     const ProcessResult result = testing_support::runExecutable(
         "tarvel-sim", {"--station", bad, "--socket", station.socket()}, station.environment());
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + bad +
-                                                ": hubs[0].serial: must be"))
+    EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + bad + ": hubs[0].serial: must be"))
         << result.standardError.toStdString();
     EXPECT_TRUE(result.standardOutput.isEmpty());
 }

@@ -8,8 +8,10 @@ using testing_support::StationFixture;
 
 QStringList cycle(int port, bool withMode, int pause) {
     QStringList steps{QStringLiteral("port[%1].setEnabled").arg(port)};
-    if (withMode) steps << QStringLiteral("port[%1].setPowerMode").arg(port);
-    steps << "sleep 1" << QStringLiteral("port[%1].setEnabled").arg(port) << QStringLiteral("sleep %1").arg(pause);
+    if (withMode)
+        steps << QStringLiteral("port[%1].setPowerMode").arg(port);
+    steps << "sleep 1" << QStringLiteral("port[%1].setEnabled").arg(port)
+          << QStringLiteral("sleep %1").arg(pause);
     return steps;
 }
 
@@ -22,7 +24,8 @@ TEST_F(PortSequences, PowerModePassCyclesConnectedPortsAndTruncatesPauses) {
     manager->setPowerMode(1, {ports[0], ports[1], ports[2]}, completion());
 
     QStringList expected = cycle(1, true, 2) + cycle(3, true, 2);
-    expected << "sleep 2" << "done true";
+    expected << "sleep 2"
+             << "done true";
     EXPECT_EQ(timeline.events(), expected);
     EXPECT_EQ(backend->hub(0x1000).ports[1].powerMode, 1);
 }
@@ -55,7 +58,8 @@ TEST_F(PortSequences, APortThatCannotBeDisabledEndsThePassAndLeavesTheRestAlone)
     backend->script("port[2].setEnabled", {stem::aErrIO});
     manager->dfuModeForAcronamePorts({ports[0], ports[1], ports[2]}, update(), completion());
     QStringList expected{"update Putting devices into DFU mode (setting power role)"};
-    expected << cycle(1, true, 3) << "port[2].setEnabled" << "done false";
+    expected << cycle(1, true, 3) << "port[2].setEnabled"
+             << "done false";
     EXPECT_EQ(timeline.events(), expected);
     EXPECT_FALSE(logLines.contains("enumerating hubs"));  // no refresh after a failed pass
 }
@@ -76,8 +80,13 @@ TEST_F(PortSequences, DfuRunsPassCommandsPausesAndFinishesInOrder) {
     QStringList expected{"update Putting devices into DFU mode (setting power role)"};
     expected << cycle(1, true, 3) << "sleep 3"
              << "update Putting devices into DFU mode (sending DFU command)"
-             << "update Putting ports into DFU Mode..." << "note LastRequestedStayInFrontNotification"
-             << "pd[1].setUEIBytes" << "sleep 1" << "sleep 8" << "update Finishing Up..." << "done true";
+             << "update Putting ports into DFU Mode..."
+             << "note LastRequestedStayInFrontNotification"
+             << "pd[1].setUEIBytes"
+             << "sleep 1"
+             << "sleep 8"
+             << "update Finishing Up..."
+             << "done true";
     EXPECT_EQ(timeline.events(), expected);
     const auto& sent = backend->hub(0x1000).ports[1].lastUEIBytes;
     EXPECT_TRUE(std::equal(sent.begin(), sent.end(), BrainStemWrapper::kDFUMessage.begin()));
@@ -102,8 +111,9 @@ TEST_F(PortSequences, AFailedDfuCommandCancelsBeepsRefreshesAndCompletesTwice) {
     const QStringList events = timeline.events();
     const auto failed = events.lastIndexOf("pd[2].setUEIBytes");
     ASSERT_GE(failed, 0);
-    EXPECT_EQ(events.mid(failed + 1, 5), QStringList({"sleep 1", "note CancelStayInFrontNotification", "beep",
-                                                      "sleep 8", "update Refreshing Devices..."}));
+    EXPECT_EQ(events.mid(failed + 1, 5),
+              QStringList({"sleep 1", "note CancelStayInFrontNotification", "beep", "sleep 8",
+                           "update Refreshing Devices..."}));
     EXPECT_EQ(events.mid(events.size() - 3),
               QStringList({"done false", "update Finishing Up...", "done true"}));
     EXPECT_FALSE(events.contains("pd[3].setUEIBytes"));
@@ -125,7 +135,8 @@ TEST_F(PortSequences, EmptyListsEndAtOnce) {
     manager->recoveryForAcronamePorts({}, update(), completion());
     manager->restartForAcronamePorts({}, update(), completion());
     EXPECT_EQ(timeline.events(),
-              QStringList({"done false", "done false", "update Preparing to restart devices...", "done false"}));
+              QStringList({"done false", "done false", "update Preparing to restart devices...",
+                           "done false"}));
 }
 
 TEST_F(PortSequences, RestartRebootsEveryPortAndReportsAFailureAtOnceAndAgain) {
@@ -136,12 +147,40 @@ TEST_F(PortSequences, RestartRebootsEveryPortAndReportsAFailureAtOnceAndAgain) {
     backend->script("pd[2].setUEIBytes", {stem::aErrIO});
     manager->restartForAcronamePorts({ports[0], ports[1], ports[2]}, update(), completion());
     const QStringList events = timeline.events();
-    EXPECT_EQ(events.mid(0, 6), QStringList({"update Preparing to restart devices...", "update Restarting devices",
-                                            "pd[1].setUEIBytes", "pd[2].setUEIBytes", "beep", "done false"}));
+    EXPECT_EQ(events.mid(0, 6),
+              QStringList({"update Preparing to restart devices...", "update Restarting devices",
+                           "pd[1].setUEIBytes", "pd[2].setUEIBytes", "beep", "done false"}));
     EXPECT_EQ(events.mid(6, 2), QStringList({"update Finishing Up...", "sleep 5"}));
     EXPECT_EQ(events.mid(events.size() - 2), QStringList({"done false", "done true"}));
     EXPECT_FALSE(events.contains("pd[3].setUEIBytes"));
+    const auto& sent = backend->hub(0x1000).ports[1].lastUEIBytes;
+    EXPECT_TRUE(std::equal(sent.begin(), sent.end(), BrainStemWrapper::kRebootMessage.begin(),
+                           BrainStemWrapper::kRebootMessage.end()))
+        << "a restart sends the reboot message, not the DFU one";
 }
+
+// Restart and recovery both give up at once when a port cannot be power-cycled.
+class FailedPass : public PortSequences,
+                   public ::testing::WithParamInterface<void (ZMRAcronameManager::*)(
+                       AcronamePorts, ZMRAcronameManager::Update, ZMRAcronameManager::Completion)> {
+};
+
+TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
+    const AcronamePorts ports = refreshedPorts();
+    logLines.clear();
+    backend->script("port[1].setEnabled", {stem::aErrIO});
+    ((*manager).*GetParam())({ports[0], ports[1]}, update(), completion());
+    const QStringList events = timeline.events();
+    const auto failed = events.indexOf("port[1].setEnabled");
+    ASSERT_GE(failed, 0);
+    EXPECT_EQ(events.value(failed + 1), "done false");
+    EXPECT_TRUE(events.filter("setUEIBytes").isEmpty()) << "no message after a failed pass";
+    EXPECT_TRUE(logLines.contains("enumerating hubs")) << "the station is refreshed";
+}
+
+INSTANTIATE_TEST_SUITE_P(RestartAndRecovery, FailedPass,
+                         ::testing::Values(&ZMRAcronameManager::restartForAcronamePorts,
+                                           &ZMRAcronameManager::recoveryForAcronamePorts));
 
 TEST_F(PortSequences, RecoveryCountsAreLimitedToOneToTen) {
     for (auto [setting, cycles] : {std::pair{0, 6}, {11, 6}, {-1, 6}, {10, 10}, {1, 1}}) {
@@ -151,7 +190,8 @@ TEST_F(PortSequences, RecoveryCountsAreLimitedToOneToTen) {
         manager->recoveryForAcronamePorts({ports[0]}, update(), completion());
         const QStringList events = timeline.events();
         EXPECT_EQ(events.count("pd[1].setUEIBytes"), cycles) << setting;
-        EXPECT_TRUE(events.contains(QStringLiteral("update Restarting %1 of %1 times").arg(cycles))) << setting;
+        EXPECT_TRUE(events.contains(QStringLiteral("update Restarting %1 of %1 times").arg(cycles)))
+            << setting;
         EXPECT_EQ(events.last(), "done true");
         recordHubCalls = false;
     }
@@ -163,16 +203,20 @@ TEST_F(PortSequences, RecoveryPausesWithMicrosecondPrecision) {
     backend->hub(0x1000).ports[1].powerMode = 4;
     const AcronamePorts ports = refreshedPorts();
     manager->recoveryForAcronamePorts({ports[0], ports[5 - 1]}, update(), completion());
-    EXPECT_EQ(timeline.events().mid(0, 2),
-              QStringList({"update Preparing to put devices in recovery...", "port[5].setEnabled"}));
+    EXPECT_EQ(
+        timeline.events().mid(0, 2),
+        QStringList({"update Preparing to put devices in recovery...", "port[5].setEnabled"}));
     const QStringList events = timeline.events();
     const auto first = events.indexOf("update Restarting 1 of 2 times");
-    ASSERT_GE(first, 0);
+    ASSERT_GE(first, 3);
+    // After the port's own pause and the pass's closing one, a third before the first reboot.
+    EXPECT_EQ(events.mid(first - 4, 4),
+              QStringList({"port[5].setEnabled", "sleep 3", "sleep 3", "sleep 3"}));
     EXPECT_EQ(events.mid(first),
-              QStringList({"update Restarting 1 of 2 times", "pd[1].setUEIBytes", "pd[5].setUEIBytes",
-                           "usleep 250000", "update Restarting 2 of 2 times", "pd[1].setUEIBytes",
-                           "pd[5].setUEIBytes", "usleep 250000", "update Finishing Up...", "sleep 5",
-                           "done true"}));
+              QStringList({"update Restarting 1 of 2 times", "pd[1].setUEIBytes",
+                           "pd[5].setUEIBytes", "usleep 250000", "update Restarting 2 of 2 times",
+                           "pd[1].setUEIBytes", "pd[5].setUEIBytes", "usleep 250000",
+                           "update Finishing Up...", "sleep 5", "done true"}));
 }
 
 }  // namespace

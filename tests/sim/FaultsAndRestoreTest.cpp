@@ -27,32 +27,34 @@ class Faults : public StationTest {
 };
 
 TEST_F(Faults, ScriptedResultCodesAreAnsweredInOrderWithoutActing) {
+    EXPECT_EQ(connectHub(hub), 3);
+    EXPECT_EQ(connectHub(hub), 0);
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
     EXPECT_EQ(stem("port.setEnabled", hub, 2, {{"value", 1}}), 0) << "another port is not scripted";
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
     EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), true)
         << "a refused call does nothing";
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 0);
+    clock_.advance(0);
     EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), false);
     EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 1}}), 0) << "the script is used up";
 
     for (int i = 0; i < 4; ++i) EXPECT_EQ(stem("system.getVersion", hub, 0), 6) << "a hard error";
-
-    const QJsonObject first = call("stem.connect", {{"linkType", 1}, {"serial", hub}});
-    EXPECT_EQ(first.value("result").toInt(), 3);
-    const QJsonObject second = call("stem.connect", {{"linkType", 1}, {"serial", hub}});
-    EXPECT_EQ(second.value("result").toInt(), 0);
-    EXPECT_EQ(second.value("serial").toInteger(), hub);
 }
 
 TEST_F(Faults, MacThatIgnoresDfuStaysBooted) {
+    ASSERT_EQ(connectHub(hub), 3) << "the scripted first refusal";
+    ASSERT_EQ(connectHub(hub), 0);
+    negotiate(hub, 2);
     EXPECT_EQ(message(hub, 2, dfuBytes), 0);
-    clock_.advance(9);  // the hub itself vanishes at 10
+    clock_.advance(7);  // the hub itself vanishes at 10
     EXPECT_EQ(macNamed("BBBB222222").value("state").toString(), "booted");
     EXPECT_TRUE(eventsNamed("usb.removed").empty());
 }
 
-TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilItReturns) {
+TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilReconnected) {
+    ASSERT_EQ(connectHub(hub), 3) << "the scripted first refusal";
+    ASSERT_EQ(connectHub(hub), 0);
     auto discovered = [this] {
         return call("stem.discover", {{"linkType", 1}}).value("specs").toArray();
     };
@@ -61,17 +63,22 @@ TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilItReturns) {
     ASSERT_EQ(discovered().size(), 1);
     EXPECT_EQ(discovered()[0].toObject().value("serial_num").toInteger(), 48879000);
     EXPECT_EQ(stem("port.getEnabled", hub, 1), 25);
-    EXPECT_FALSE(call("stem.isConnected", {{"serial", hub}}).value("connected").toBool());
+    EXPECT_FALSE(call("stem.isConnected", {{"serial", hub}, {"link", links_.value(hub)}})
+                     .value("connected")
+                     .toBool());
     EXPECT_EQ(call("stem.connect", {{"linkType", 1}, {"serial", hub}}).value("result").toInt(), 3);
     EXPECT_TRUE(usbAt(0x01100000).isEmpty());
     EXPECT_TRUE(usbAt(0x01110000).isEmpty()) << "its Macs go with it";
-    EXPECT_EQ(eventsNamed("usb.removed").size(), 5u);  // hub, stem, three Macs
+    EXPECT_EQ(eventsNamed("usb.removed").size(), 7u);  // two hub halves, billboard, stem, 3 Macs
     EXPECT_FALSE(macNamed("AAAA111111").value("onBus").toBool());
     EXPECT_EQ(macNamed("AAAA111111").value("state").toString(), "dfu") << "still powered";
 
     clock_.advance(5);
     EXPECT_EQ(discovered().size(), 2);
     EXPECT_EQ(usbAt(0x01110000).value("idProduct").toInt(), 0x1227);
+    EXPECT_EQ(stem("port.getEnabled", hub, 1), 25) << "the old link died with the hub";
+    ASSERT_EQ(connectHub(hub), 0);
+    EXPECT_EQ(stem("port.getEnabled", hub, 1), 0);
 }
 
 TEST_F(Faults, RestoreReportsProgressReenumeratesAndEndsBooted) {
@@ -107,7 +114,7 @@ TEST_F(Faults, RestoreReportsProgressReenumeratesAndEndsBooted) {
     const auto finished = eventsNamed("restore.finished");
     ASSERT_EQ(finished.size(), 1u);
     EXPECT_EQ(finished[0].payload.value("status").toInt(), 0);
-    clock_.advance(6);
+    clock_.advance(6.5);
     EXPECT_EQ(macNamed("DDDD444444").value("state").toString(), "booted");
 }
 

@@ -15,6 +15,9 @@ class MacBehaviour : public StationTest {
 TEST_F(MacBehaviour, DisabledPortDropsTheMacAndEnablingBootsItAfterTheBootDelay) {
     const QString arrival = usbAt(port3).value("sessionID").toString();
     ASSERT_EQ(stem("port.setEnabled", hubA, 3, {{"value", 0}}), 0);
+    EXPECT_FALSE(usbAt(port3).isEmpty()) << "the bus changes only after the reply";
+    EXPECT_TRUE(eventsNamed("usb.removed").empty());
+    clock_.advance(0);
     EXPECT_TRUE(usbAt(port3).isEmpty());
     EXPECT_EQ(macNamed(mac3).value("state").toString(), "off");
     EXPECT_EQ(stem("pd.getCableOrientation", hubA, 3), 0);
@@ -35,7 +38,11 @@ TEST_F(MacBehaviour, DisabledPortDropsTheMacAndEnablingBootsItAfterTheBootDelay)
 }
 
 TEST_F(MacBehaviour, DfuMessageBringsThePoweredMacBackInDfuMode) {
+    negotiate(hubA, 3);
     ASSERT_EQ(message(hubA, 3, dfuBytes), 0);
+    clock_.advance(0.4);
+    EXPECT_EQ(usbAt(port3).value("idProduct").toInt(), 0x1905) << "still resetting";
+    clock_.advance(0.2);
     EXPECT_TRUE(usbAt(port3).isEmpty());
     clock_.advance(2.0);
     const QJsonObject dfu = usbAt(port3);
@@ -43,7 +50,7 @@ TEST_F(MacBehaviour, DfuMessageBringsThePoweredMacBackInDfuMode) {
     EXPECT_EQ(dfu.value("idProduct").toInt(), 0x1227);
     EXPECT_EQ(dfu.value("kUSBProductString").toString(), "Apple Mobile Device (DFU Mode)");
     EXPECT_EQ(dfu.value("kUSBSerialNumberString").toString(),
-              "CPID:8103 CPRV:11 CPFM:03 SCEP:01 BDID:26 ECID:0000E4C91D2A07B3 IBFL:3C "
+              "CPID:8112 CPRV:11 CPFM:03 SCEP:01 BDID:24 ECID:0000E4C91D2A07B3 IBFL:3C "
               "SRTG:[iBoot-7459.121.3]");
     EXPECT_EQ(dfu.value("UsbAppleDeviceECID").toString(), QString::number(0xE4C91D2A07B3ull));
     EXPECT_EQ(macNamed(mac3).value("state").toString(), "dfu");
@@ -52,6 +59,7 @@ TEST_F(MacBehaviour, DfuMessageBringsThePoweredMacBackInDfuMode) {
 }
 
 TEST_F(MacBehaviour, MessagesThatReachNoRunningMacChangeNothing) {
+    for (int port : {2, 3, 6}) negotiate(hubA, port);
     ASSERT_EQ(stem("port.setEnabled", hubA, 2, {{"value", 0}}), 0);
     EXPECT_EQ(message(hubA, 2, dfuBytes), 0);
     EXPECT_EQ(message(hubA, 6, dfuBytes), 0) << "no Mac on port 6";
@@ -65,12 +73,13 @@ TEST_F(MacBehaviour, MessagesThatReachNoRunningMacChangeNothing) {
 }
 
 TEST_F(MacBehaviour, RebootReturnsBootedAndRepeatedRebootsWhileStartingLandInRecovery) {
+    negotiate(hubA, 3);
     ASSERT_EQ(message(hubA, 3, rebootBytes), 0);
     clock_.advance(1);
     ASSERT_EQ(message(hubA, 3, rebootBytes), 0);  // two reboots during start-up: not yet
     clock_.advance(1);
     ASSERT_EQ(message(hubA, 3, rebootBytes), 0);
-    clock_.advance(6);
+    clock_.advance(6.5);
     EXPECT_EQ(macNamed(mac3).value("state").toString(), "booted");
 
     for (int i = 0; i < 4; ++i) {
@@ -78,7 +87,7 @@ TEST_F(MacBehaviour, RebootReturnsBootedAndRepeatedRebootsWhileStartingLandInRec
         clock_.advance(1.5);
     }
     EXPECT_TRUE(usbAt(port3).isEmpty());
-    clock_.advance(6);
+    clock_.advance(6.5);
     const QJsonObject recovery = usbAt(port3);
     EXPECT_EQ(recovery.value("idProduct").toInt(), 0x1281);
     EXPECT_EQ(recovery.value("kUSBProductString").toString(),
@@ -90,6 +99,7 @@ TEST_F(MacBehaviour, RebootReturnsBootedAndRepeatedRebootsWhileStartingLandInRec
 TEST_F(MacBehaviour, PowerCycleThenDfuDuringStartUpEndsInDfu) {
     // The port sequences power-cycle a port and send the message before the Mac is up again.
     stem("port.setEnabled", hubA, 3, {{"value", 0}});
+    stem("port.setPowerMode", hubA, 3, {{"value", 4}});
     clock_.advance(1);
     stem("port.setEnabled", hubA, 3, {{"value", 1}});
     clock_.advance(3);
@@ -106,19 +116,25 @@ TEST_F(MacBehaviour, HubResetPowerCyclesItsMacsAndComesBackWithSavedSettings) {
     stem("port.setPowerMode", hubA, 1, {{"value", 1}});
     stem("port.setEnabled", hubA, 2, {{"value", 0}});
     ASSERT_EQ(stem("system.reset", hubA, 0), 0);
-    EXPECT_TRUE(usbAt(0x01100000).isEmpty());
     EXPECT_EQ(stem("port.getEnabled", hubA, 1), 25);
+    clock_.advance(0);
+    EXPECT_TRUE(usbAt(0x01100000).isEmpty());
     clock_.advance(3);
     EXPECT_EQ(usbAt(0x01100000).value("kUSBProductString").toString(), "USBHub3c");
-    EXPECT_EQ(
-        call("stem.port.getPowerMode", {{"serial", hubA}, {"index", 1}}).value("value").toInt(), 4);
+    EXPECT_EQ(stem("port.getEnabled", hubA, 1), 25) << "the reset broke the link";
+    ASSERT_EQ(connectHub(hubA), 0);
+    EXPECT_EQ(call("stem.port.getPowerMode",
+                   {{"serial", hubA}, {"index", 1}, {"link", links_.value(hubA)}})
+                  .value("value")
+                  .toInt(),
+              4);
     clock_.advance(6);
     EXPECT_EQ(usbAt(0x01120000).value("idProduct").toInt(), 0x1905) << "port 2 enabled again";
 }
 
 TEST_F(MacBehaviour, LocalDfuPortMac) {
     ASSERT_EQ(call("local.dfu").value("result").toInt(), 0);
-    clock_.advance(2);
+    clock_.advance(2.5);
     EXPECT_EQ(usbAt(0x00100000).value("idProduct").toInt(), 0x1227);
     EXPECT_EQ(macNamed("V7QK2M9XHN").value("locationID").toInteger(), 0x00100000);
 }

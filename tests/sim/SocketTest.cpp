@@ -52,13 +52,20 @@ class Socket : public StationTest {
 TEST_F(Socket, RequestsFromSeveralThreadsEachGetTheirOwnReply) {
     core::SimulatorConnection connection(path_);
     std::atomic<int> wrong{0};
+    qint64 link = 0;
+    offMainThread([&] {
+        link = connection.request("stem.connect", {{"linkType", 1}, {"serial", hubA}})
+                   ->value("link")
+                   .toInteger();
+    });
     offMainThread([&] {
         std::vector<std::thread> clients;
         for (int port = 0; port < 4; ++port)
             clients.emplace_back([&, port] {
                 for (int i = 0; i < 25; ++i) {
-                    const auto reply = connection.request("stem.pd.getCableOrientation",
-                                                          {{"serial", hubA}, {"index", port}});
+                    const auto reply =
+                        connection.request("stem.pd.getCableOrientation",
+                                           {{"serial", hubA}, {"index", port}, {"link", link}});
                     // Port 0 is the input, odd ports read CC1, even ports with a Mac CC2.
                     const int expected = port == 0 ? 1 : (port % 2 == 1 ? 1 : 2);
                     if (!reply || reply->value("value").toInt() != expected)

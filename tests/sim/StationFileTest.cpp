@@ -18,8 +18,8 @@ TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
       "timing": {"bootSeconds": -1, "coffee": 1},
       "hubs": [
         {"serial": "0x10", "firmware": "2.x", "macs": [
-          {"port": 0, "ecid": "0x1", "serialNumber": "A1"},
-          {"port": 2, "ecid": "12", "serialNumber": "A-2", "state": "asleep"},
+          {"port": 8, "ecid": "0x1", "serialNumber": "A1"},
+          {"port": 2, "ecid": "12", "serialNumber": "ECID:2", "state": "asleep"},
           {"port": 2, "ecid": "0x1"}]},
         {"serial": 16, "faults": [{"call": "port.setEnabled", "results": [3, "x"]}]}
       ]})");
@@ -27,12 +27,11 @@ TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
         "bench.json: timing.coffee: unknown field",
         "bench.json: timing.bootSeconds: must be a number from 0 to 3600",
         "bench.json: hubs[0].firmware: must be \"major.minor.patch\" (major and minor up to 15)",
-        "bench.json: hubs[0].macs[0].port: must be an integer from 1 to 5 (port 0 feeds the hub, 6 "
-        "and 7 are its control and power ports)",
+        "bench.json: hubs[0].macs[0].port: must be an integer from 0 to 7",
         "bench.json: hubs[0].macs[1].ecid: must be \"0x\" and hexadecimal digits, or an integer, "
         "from 1 to 0xffffffffffffffff",
-        "bench.json: hubs[0].macs[1].serialNumber: must be a plain serial number (no \"-\" or "
-        "\"ECID\")",
+        "bench.json: hubs[0].macs[1].serialNumber: must be a serial number, not a boot-ROM "
+        "identity (no \"ECID\")",
         "bench.json: hubs[0].macs[1].state: must be one of off, booted, dfu, recovery",
         "bench.json: hubs[0].macs[2].serialNumber: is required",
         "bench.json: hubs[0].macs[2].port: port 2 already has a Mac",
@@ -85,13 +84,16 @@ class UsbView : public StationTest {
 
 TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
     const QJsonArray devices = call("usb.list").value("devices").toArray();
-    ASSERT_EQ(devices.size(), 2 * 7 + 1);
     std::vector<qint64> locations;
     for (const QJsonValue& device : devices)
         locations.push_back(device.toObject().value("locationID").toInteger());
+    // Root hubs and the technician's own devices, then per hub its USB 2 half, the billboard
+    // beside it, the control device, its USB 3 half and its Macs; the host's DFU port last.
     EXPECT_EQ(locations,
-              (std::vector<qint64>{0x01100000, 0x01180000, 0x01110000, 0x01120000, 0x01130000,
-                                   0x01140000, 0x01150000, 0x01200000, 0x01280000, 0x01210000,
+              (std::vector<qint64>{0x01000000, 0x02000000, 0x03000000, 0x03100000, 0x03110000,
+                                   0x03120000, 0x01100000, 0x01100000, 0x01180000, 0x02100000,
+                                   0x01110000, 0x01120000, 0x01130000, 0x01140000, 0x01150000,
+                                   0x01200000, 0x01200000, 0x01280000, 0x02200000, 0x01210000,
                                    0x01220000, 0x01230000, 0x01240000, 0x01250000, 0x00100000}));
     // Clearing the port nibble of a Mac's location gives its hub's location.
     for (int port = 1; port <= 5; ++port)

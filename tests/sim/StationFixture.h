@@ -4,6 +4,7 @@
 #include "Scheduler.h"
 #include "Station.h"
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -46,10 +47,27 @@ class StationTest : public ::testing::Test {
         arguments.insert(QStringLiteral("call"), name);
         return protocol_->handle(arguments);
     }
+    // Opens a library link to the hub, as the driver's connect does; answers the result.
+    int connectHub(qint64 serial) {
+        const QJsonObject reply =
+            call(QStringLiteral("stem.connect"),
+                 {{QStringLiteral("linkType"), 1}, {QStringLiteral("serial"), serial}});
+        links_[serial] = reply.value("link").toInteger();
+        return reply.value("result").toInt(-1);
+    }
+    // An entity call over this test's link to the hub (opened on first use).
     int stem(const QString& method, qint64 serial, int index, QJsonObject arguments = {}) {
+        if (!links_.contains(serial))
+            connectHub(serial);
         arguments.insert(QStringLiteral("serial"), serial);
         arguments.insert(QStringLiteral("index"), index);
+        arguments.insert(QStringLiteral("link"), links_.value(serial));
         return call(QStringLiteral("stem.") + method, arguments).value("result").toInt(-1);
+    }
+    // Puts a port into power-delivery mode and waits out the contract, as the DFU pass does.
+    void negotiate(qint64 serial, int port) {
+        ASSERT_EQ(stem(QStringLiteral("port.setPowerMode"), serial, port, {{"value", 4}}), 0);
+        clock_.advance(station_->config().timing.pdContractSeconds);
     }
     int message(qint64 serial, int port, const QByteArray& hex) {
         return stem(QStringLiteral("pd.setUEIBytes"), serial, port,
@@ -81,6 +99,7 @@ class StationTest : public ::testing::Test {
     std::unique_ptr<sim::Station> station_;
     std::unique_ptr<sim::Protocol> protocol_;
     std::vector<Event> events_;
+    QHash<qint64, qint64> links_;
 };
 
 }  // namespace simtest

@@ -69,6 +69,8 @@ TEST_F(UdevUsbRegistryTest, ListsUsbDevicesWithLocationAndEcid) {
               "Apple Mobile Device (DFU Mode)");
     addDevice("2-1.16", "05ac", "1905", "C02XK1LMQ6NV", "Mac");             // port not encodable
     addDevice("1-4", "0bda", "8153", "ECID:00000000000000FF", "Ethernet");  // not Apple
+    addDevice("1-5", "05ac", "1227", dfuSerial(0x8000000000000001),
+              "Apple Mobile Device (DFU Mode)");
     gchar* interface = umockdev_testbed_add_device(testbed, "usb", "1-2.3:1.0", nullptr, nullptr,
                                                    "DEVTYPE", "usb_interface", nullptr);
     g_free(interface);
@@ -76,14 +78,17 @@ TEST_F(UdevUsbRegistryTest, ListsUsbDevicesWithLocationAndEcid) {
     usb::UdevUsbRegistry registry;
     const auto devices = registry.devices();
     ASSERT_TRUE(devices.has_value());
-    ASSERT_EQ(devices->size(), 4);
+    ASSERT_EQ(devices->size(), 5);
     QMap<QString, usb::PropertyMap> byName;
     for (const usb::PropertyMap& properties : *devices)
         byName[properties.value("syspath").toString().section('/', -1)] = properties;
 
     EXPECT_EQ(byName["1-2"].value("locationID").toULongLong(), 0x01200000u);
     EXPECT_EQ(byName["1-2"].value("idVendor").toLongLong(), acroname);
-    EXPECT_EQ(byName["2-1.16"].value("locationID").toULongLong(), 0u);
+    EXPECT_FALSE(byName["2-1.16"].contains("locationID"))
+        << "never 0, which every look-up at 0 would match";
+    EXPECT_FALSE(byName["1-5"].contains("UsbAppleDeviceECID"))
+        << "does not fit a signed 64-bit number";
     EXPECT_FALSE(byName["1-4"].contains("UsbAppleDeviceECID"));
     EXPECT_EQ(byName["1-4"].value("USB Address").toLongLong(), 7);
 
@@ -99,6 +104,9 @@ TEST_F(UdevUsbRegistryTest, ListsUsbDevicesWithLocationAndEcid) {
     EXPECT_EQ(io.vendorDeviceInfoWithDeviceAddress(0x01230000, apple).value("UsbAppleDeviceECID"),
               QString::number(0x001C2D3E4F506172));
     EXPECT_EQ(io.vendorSerialNumberWithDeviceAddress(0x01200000, acroname), "1A2B3C4D");
+    EXPECT_TRUE(io.vendorDeviceInfoWithDeviceAddress(0, apple).isEmpty())
+        << "the Mac whose port cannot be encoded is not at address 0";
+    EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&byName["1-5"]).ecid, 0) << "ignored, not fatal";
 }
 
 TEST_F(UdevUsbRegistryTest, ReportsArrivalsAndRemovalsWithTheArrivalProperties) {

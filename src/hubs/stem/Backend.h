@@ -15,12 +15,11 @@ namespace stem {
 // The vendor library as the hub driver uses it: discovery, module objects and the two text
 // helpers. One backend serves every hub of the process and may be called from any thread.
 class Backend {
-public:
+  public:
     virtual ~Backend() = default;
 
     // Answers the number of modules reported (0 when none, which the driver reads as failure).
-    virtual std::uint8_t aDiscovery_EnumerateModules(LinkType type,
-                                                     const ModuleFoundProc& callback,
+    virtual std::uint8_t aDiscovery_EnumerateModules(LinkType type, const ModuleFoundProc& callback,
                                                      std::uint32_t networkInterface) = 0;
 
     // The library's `aUSBHub3c(address, autoNetworking, model)` constructor.
@@ -36,6 +35,9 @@ public:
 
 // "major.minor.patch" for a version packed as packVersion() packs it.
 QString versionText(std::uint32_t build);
+
+// Whether this build can talk to real hubs (the vendor library was built in).
+bool hardwareLibraryBuiltIn();
 
 // The backend for this process: the simulator when a socket is given, otherwise the vendor
 // library when it was built in, otherwise the unavailable backend.

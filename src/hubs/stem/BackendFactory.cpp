@@ -10,8 +10,17 @@
 
 namespace stem {
 
+bool hardwareLibraryBuiltIn() {
+#if TARVEL_HAS_BRAINSTEM_SDK
+    return true;
+#else
+    return false;
+#endif
+}
+
 std::shared_ptr<Backend> makeBackend(std::optional<QString> simulatorSocket) {
-    if (simulatorSocket) return std::make_shared<SimulatorBackend>(*simulatorSocket);
+    if (simulatorSocket)
+        return std::make_shared<SimulatorBackend>(*simulatorSocket);
 #if TARVEL_HAS_BRAINSTEM_SDK
     return std::make_shared<SdkBackend>();
 #else

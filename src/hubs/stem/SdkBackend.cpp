@@ -1,5 +1,7 @@
 #include "hubs/stem/SdkBackend.h"
 
+#include "core/Log.h"
+
 #include <BrainStem2/BrainStem-all.h>
 
 #include <array>
@@ -12,15 +14,18 @@ namespace BS = Acroname::BrainStem;
 
 ::linkType sdkLinkType(LinkType type) {
     switch (type) {
-        case LinkType::USB: return USB;
-        case LinkType::TCPIP: return TCPIP;
-        case LinkType::Invalid: break;
+        case LinkType::USB:
+            return USB;
+        case LinkType::TCPIP:
+            return TCPIP;
+        case LinkType::Invalid:
+            break;
     }
     return INVALID;
 }
 
 class SdkPort final : public PortClass {
-public:
+  public:
     explicit SdkPort(BS::PortClass& entity) : e_(entity) {}
     aErr setEnabled(std::uint8_t v) override { return e_.setEnabled(v); }
     aErr getEnabled(std::uint8_t* v) override { return e_.getEnabled(v); }
@@ -32,28 +37,39 @@ public:
     aErr getVconnVoltage(std::int32_t* v) override { return e_.getVconnVoltage(v); }
     aErr getVconnCurrent(std::int32_t* v) override { return e_.getVconnCurrent(v); }
 
-private:
+  private:
     BS::PortClass& e_;
 };
 
 class SdkPowerDelivery final : public PowerDeliveryClass {
-public:
+  public:
     explicit SdkPowerDelivery(BS::PowerDeliveryClass& entity) : e_(entity) {}
     aErr setPowerRole(std::uint8_t v) override { return e_.setPowerRole(v); }
     aErr getPowerRole(std::uint8_t* v) override { return e_.getPowerRole(v); }
     aErr setOverride(std::uint32_t v) override { return e_.setOverride(v); }
     aErr getCableOrientation(std::uint8_t* v) override { return e_.getCableOrientation(v); }
-    aErr setUEIBytes(std::uint8_t option, const std::uint8_t* buffer,
-                     std::size_t length) override {
+    aErr setUEIBytes(std::uint8_t option, const std::uint8_t* buffer, std::size_t length) override {
+#if TARVEL_BRAINSTEM_HAS_SET_UEI_BYTES
         return e_.setUEIBytes(option, buffer, length);
+#else
+        // Older SDKs can read these bytes but not send them: no reboot or DFU message.
+        static_cast<void>(option);
+        static_cast<void>(buffer);
+        static_cast<void>(length);
+        ZMRLogLevel1(
+            QStringLiteral("This BrainStem2 SDK cannot send power-delivery messages "
+                           "(setUEIBytes needs SDK 2.10 or later); rebuild Tarvel "
+                           "against a newer SDK to reboot Macs or put them into DFU mode"));
+        return aErrUnimplemented;
+#endif
     }
 
-private:
+  private:
     BS::PowerDeliveryClass& e_;
 };
 
 class SdkSystem final : public SystemClass {
-public:
+  public:
     explicit SdkSystem(BS::SystemClass& entity) : e_(entity) {}
     aErr save() override { return e_.save(); }
     aErr reset() override { return e_.reset(); }
@@ -65,18 +81,19 @@ public:
     aErr getPowerLimit(std::uint32_t* v) override { return e_.getPowerLimit(v); }
     aErr getInputPowerSource(std::uint8_t* v) override { return e_.getInputPowerSource(v); }
 
-private:
+  private:
     BS::SystemClass& e_;
 };
 
-// The library object first: the entity adapters hold references into it.
+// The library object first: the entity adapters hold references into it. Port entities belong
+// to the hub's USB system entity; the power-delivery and system entities to the module itself.
 class SdkModule final : public Module {
-public:
+  public:
     SdkModule(std::uint8_t address, bool autoNetworking, std::uint8_t model)
         : hub_(address, autoNetworking, model),
-          ports_{SdkPort(hub_.port[0]), SdkPort(hub_.port[1]), SdkPort(hub_.port[2]),
-                 SdkPort(hub_.port[3]), SdkPort(hub_.port[4]), SdkPort(hub_.port[5]),
-                 SdkPort(hub_.port[6]), SdkPort(hub_.port[7])},
+          ports_{SdkPort(hub_.hub.port[0]), SdkPort(hub_.hub.port[1]), SdkPort(hub_.hub.port[2]),
+                 SdkPort(hub_.hub.port[3]), SdkPort(hub_.hub.port[4]), SdkPort(hub_.hub.port[5]),
+                 SdkPort(hub_.hub.port[6]), SdkPort(hub_.hub.port[7])},
           pds_{SdkPowerDelivery(hub_.pd[0]), SdkPowerDelivery(hub_.pd[1]),
                SdkPowerDelivery(hub_.pd[2]), SdkPowerDelivery(hub_.pd[3]),
                SdkPowerDelivery(hub_.pd[4]), SdkPowerDelivery(hub_.pd[5]),
@@ -92,7 +109,7 @@ public:
     PowerDeliveryClass& pd(std::uint8_t index) override { return pds_.at(index); }
     SystemClass& system() override { return system_; }
 
-private:
+  private:
     aUSBHub3c hub_;
     std::array<SdkPort, kEntityCount> ports_;
     std::array<SdkPowerDelivery, kEntityCount> pds_;
@@ -115,12 +132,17 @@ bool moduleFound(const linkSpec* spec, bool* success, void* reference) {
 
 }  // namespace
 
-std::uint8_t SdkBackend::aDiscovery_EnumerateModules(LinkType type,
-                                                     const ModuleFoundProc& callback,
+std::uint8_t SdkBackend::aDiscovery_EnumerateModules(LinkType type, const ModuleFoundProc& callback,
                                                      std::uint32_t networkInterface) {
+#if TARVEL_BRAINSTEM_DISCOVERY_TAKES_INTERFACE
     return ::aDiscovery_EnumerateModules(sdkLinkType(type), moduleFound,
-                                         const_cast<ModuleFoundProc*>(&callback),
-                                         networkInterface);
+                                         const_cast<ModuleFoundProc*>(&callback), networkInterface);
+#else
+    // Older SDKs search the local host only, which is what the interface argument asks for.
+    static_cast<void>(networkInterface);
+    return ::aDiscovery_EnumerateModules(sdkLinkType(type), moduleFound,
+                                         const_cast<ModuleFoundProc*>(&callback));
+#endif
 }
 
 std::unique_ptr<Module> SdkBackend::createUSBHub3c(std::uint8_t address, bool autoNetworking,

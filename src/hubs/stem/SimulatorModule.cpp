@@ -35,6 +35,7 @@ SimulatorModule::SimulatorModule(std::shared_ptr<core::SimulatorConnection> conn
 aErr SimulatorModule::call(const char* method, std::optional<std::uint8_t> index,
                            QJsonObject arguments, qint64* value) {
     arguments.insert(QStringLiteral("serial"), static_cast<qint64>(serial_.load()));
+    arguments.insert(QStringLiteral("link"), static_cast<qint64>(link_.load()));
     if (index)
         arguments.insert(QStringLiteral("index"), *index);
     const auto reply =
@@ -59,6 +60,7 @@ aErr SimulatorModule::discoverAndConnect(LinkType type, std::uint32_t serialNumb
         static_cast<aErr>(reply->value(QLatin1String("result")).toInteger(aErrUnknown));
     if (result == aErrNone) {
         serial_ = static_cast<std::uint32_t>(reply->value(QLatin1String("serial")).toInteger());
+        link_ = static_cast<std::uint64_t>(reply->value(QLatin1String("link")).toInteger());
         linked_ = true;
     }
     return result;
@@ -69,13 +71,16 @@ bool SimulatorModule::isConnected() {
         return false;
     const auto reply =
         connection_->request(QStringLiteral("stem.isConnected"),
-                             {{QStringLiteral("serial"), static_cast<qint64>(serial_.load())}});
+                             {{QStringLiteral("serial"), static_cast<qint64>(serial_.load())},
+                              {QStringLiteral("link"), static_cast<qint64>(link_.load())}});
     return reply && reply->value(QLatin1String("connected")).toBool();
 }
 
 aErr SimulatorModule::disconnect() {
     linked_ = false;
-    return call("disconnect", std::nullopt, {});
+    const aErr result = call("disconnect", std::nullopt, {});
+    link_ = 0;
+    return result;
 }
 
 PortClass& SimulatorModule::port(std::uint8_t index) {

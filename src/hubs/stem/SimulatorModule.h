@@ -67,8 +67,9 @@ class SimulatorSystem final : public SystemClass {
     SimulatorModule& module_;
 };
 
-// One hub module over the simulator. The link flag is the module's own (disconnect clears it);
-// whether the hub is still there is asked of the simulator each time.
+// One hub module over the simulator. Each connect opens a link of its own, which the simulator
+// breaks on disconnect or when the hub drops off the bus; calls on a broken link fail as they
+// would on the wire, until the module connects again.
 class SimulatorModule final : public Module {
   public:
     explicit SimulatorModule(std::shared_ptr<core::SimulatorConnection> connection);
@@ -87,6 +88,7 @@ class SimulatorModule final : public Module {
   private:
     std::shared_ptr<core::SimulatorConnection> connection_;
     std::atomic<std::uint32_t> serial_{0};
+    std::atomic<std::uint64_t> link_{0};
     std::atomic<bool> linked_{false};
     // The ninth entity answers for indexes past the end, which the simulator refuses.
     std::array<std::unique_ptr<SimulatorPort>, kEntityCount + 1> ports_;
