@@ -2,9 +2,6 @@
 
 #include "core/SimulatorAddress.h"
 
-#include <QCoreApplication>
-#include <QLocalSocket>
-
 #include <cstdio>
 
 namespace cli {
@@ -15,21 +12,13 @@ std::optional<QString> CliContext::simulatorSocket() const {
 }
 
 void CliContext::applySimulatorSelection() const {
-    const auto socket = simulatorSocket();
-    if (!socket) return;
-    qputenv("TARVEL_SIM", socket->toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("TARVEL_CFGUTIL"))
-        qputenv("TARVEL_CFGUTIL",
-                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
+    if (const auto socket = simulatorSocket()) core::selectSimulator(*socket);
 }
 
 std::optional<QString> CliContext::simulatorProblem() const {
     const auto socket = simulatorSocket();
     if (!socket) return std::nullopt;
-    QLocalSocket probe;
-    probe.connectToServer(*socket);
-    if (probe.waitForConnected(2000)) return std::nullopt;
-    return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)").arg(*socket);
+    return core::simulatorProblem(*socket);
 }
 
 DriverConsole CliContext::driverConsole() const {

@@ -1,5 +1,8 @@
 #include "core/SimulatorAddress.h"
 
+#include <QCoreApplication>
+#include <QLocalSocket>
+
 #include <unistd.h>
 
 namespace core {
@@ -14,6 +17,20 @@ std::optional<QString> simulatorSocketFromEnvironment() {
     const QString named = qEnvironmentVariable("TARVEL_SIM");
     if (named.isEmpty()) return std::nullopt;
     return named;
+}
+
+void selectSimulator(const QString& socket) {
+    qputenv("TARVEL_SIM", socket.toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("TARVEL_CFGUTIL"))
+        qputenv("TARVEL_CFGUTIL",
+                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
+}
+
+std::optional<QString> simulatorProblem(const QString& socket) {
+    QLocalSocket probe;
+    probe.connectToServer(socket);
+    if (probe.waitForConnected(2000)) return std::nullopt;
+    return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)").arg(socket);
 }
 
 }  // namespace core
