@@ -16,8 +16,9 @@ namespace {
 // Technicians copy these lines into a terminal, so they name the command exactly.
 QStringList verbosityHint(bool showDebug) {
     if (showDebug)
-        return {QStringLiteral("To disable verbose logging:"),
-                QStringLiteral("defaults delete ~/Library/Preferences/com.kestrune.Tarvel showDebug")};
+        return {
+            QStringLiteral("To disable verbose logging:"),
+            QStringLiteral("defaults delete ~/Library/Preferences/com.kestrune.Tarvel showDebug")};
     return {QStringLiteral("Log showing only basic info and errors."),
             QStringLiteral("Set debugLogging to true to show verbose logging with"),
             QStringLiteral(
@@ -30,13 +31,13 @@ AppDelegate::AppDelegate(AppDelegateEnvironment environment, QObject* parent)
     : QObject(parent), environment_(std::move(environment)) {}
 
 AppDelegate::~AppDelegate() {
-    for (const auto token : observers_)
-        environment_.notifications->removeObserver(token);
+    for (const auto token : observers_) environment_.notifications->removeObserver(token);
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
-    environment_.log(core::sourceLocatedMessage(QString(), core::sourceFile(__FILE__), __LINE__,
-                                                QStringLiteral("applicationDidFinishLaunching(_:)")));
+    environment_.log(
+        core::sourceLocatedMessage(QString(), core::sourceFile(__FILE__), __LINE__,
+                                   QStringLiteral("applicationDidFinishLaunching(_:)")));
     observeStayInFrontRequests();
     environment_.takeDisplaySleepAssertion();
     logBanner();
@@ -48,8 +49,7 @@ void AppDelegate::observeStayInFrontRequests() {
     if (!observers_.isEmpty())
         return;
     observers_ << environment_.notifications->addObserver(
-        lastRequestedStayInFrontNotification,
-        [this](const QString&, const QVariantMap&) {
+        lastRequestedStayInFrontNotification, [this](const QString&, const QVariantMap&) {
             setLastRequestedStayInFront(environment_.clock->now());
         });
     observers_ << environment_.notifications->addObserver(
@@ -73,8 +73,8 @@ void AppDelegate::logBanner() {
 }
 
 void AppDelegate::appMovedToBackground() {
-    const qint64 seconds = stay_in_front::seconds(
-        environment_.settings->object(core::keys::stayInFrontAfterDFUSecs));
+    const qint64 seconds =
+        stay_in_front::seconds(environment_.settings->object(core::keys::stayInFrontAfterDFUSecs));
     if (stay_in_front::pullsBack(lastRequestedStayInFront(), environment_.clock->now(), seconds))
         environment_.bringToFront();
 }
@@ -90,7 +90,9 @@ bool AppDelegate::applicationShouldTerminate() {
     return false;
 }
 
-void AppDelegate::applicationWillTerminate() { environment_.disconnectAllHubs(); }
+void AppDelegate::applicationWillTerminate() {
+    environment_.disconnectAllHubs();
+}
 
 void AppDelegate::windowWillClose(const QString& identifier) {
     if (identifier == hubWindowIdentifier)

@@ -23,17 +23,20 @@ void DisplaySleepAssertion::takeOnce(const QString& reason) {
     if (!bus.isConnected())
         return;
     QDBusMessage inhibit = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("/org/freedesktop/ScreenSaver"),
+        QStringLiteral("org.freedesktop.ScreenSaver"),
+        QStringLiteral("/org/freedesktop/ScreenSaver"),
         QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("Inhibit"));
     inhibit << QStringLiteral("Tarvel") << reason;
     // Asked without waiting, so a slow session bus never delays the first window.
     auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(inhibit));
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, [](QDBusPendingCallWatcher* call) {
-        const QDBusPendingReply<uint> reply = *call;
-        if (reply.isError())
-            ZMRLogDebug(QStringLiteral("Display sleep not prevented: %1").arg(reply.error().message()));
-        call->deleteLater();
-    });
+    QObject::connect(
+        watcher, &QDBusPendingCallWatcher::finished, [](QDBusPendingCallWatcher* call) {
+            const QDBusPendingReply<uint> reply = *call;
+            if (reply.isError())
+                ZMRLogDebug(
+                    QStringLiteral("Display sleep not prevented: %1").arg(reply.error().message()));
+            call->deleteLater();
+        });
 }
 
 }  // namespace app

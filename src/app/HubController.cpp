@@ -10,8 +10,7 @@ HubController::HubController(Environment environment, QObject* parent)
     : QObject(parent), environment_(std::move(environment)) {}
 
 HubController::~HubController() {
-    for (const auto token : observers_)
-        environment_.notifications->removeObserver(token);
+    for (const auto token : observers_) environment_.notifications->removeObserver(token);
 }
 
 void HubController::viewShown() {
@@ -23,8 +22,8 @@ void HubController::viewShown() {
         };
         observers_ << environment_.notifications->addObserver(USBManager::deviceAddedNotification,
                                                               observer);
-        observers_ << environment_.notifications->addObserver(
-            USBManager::deviceRemovedNotification, observer);
+        observers_ << environment_.notifications->addObserver(USBManager::deviceRemovedNotification,
+                                                              observer);
         environment_.startUsbWatching();
     }
     refresh();
@@ -54,8 +53,7 @@ void HubController::refresh() {
 
 void HubController::rebuildRows(const AC2Devices& entries) {
     QList<HubDevice> rows;
-    for (const auto& entry : entries)
-        rows << HubDevice::fromEntry(*entry);
+    for (const auto& entry : entries) rows << HubDevice::fromEntry(*entry);
     model_.setHubDevices(std::move(rows));
     setIsRefreshing(false);
     emit rowsRebuilt();
@@ -112,9 +110,9 @@ void HubController::toggleLED(const QSet<QUuid>& selectedDevices) {
 
 void HubController::onHub(const QSet<QUuid>& selectedDevices,
                           void (HubStation::*command)(AcronameHub&)) {
-    const auto row = std::find_if(hubDevices().begin(), hubDevices().end(), [&](const HubDevice& r) {
-        return selectedDevices.contains(r.id) && r.hub;
-    });
+    const auto row =
+        std::find_if(hubDevices().begin(), hubDevices().end(),
+                     [&](const HubDevice& r) { return selectedDevices.contains(r.id) && r.hub; });
     if (row == hubDevices().end())
         return;
     environment_.runInBackground(

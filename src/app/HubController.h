@@ -68,7 +68,8 @@ class HubController : public QObject {
     void rowsRebuilt();
 
   private:
-    using Sequence = void (HubStation::*)(AcronamePorts, HubStation::Update, HubStation::Completion);
+    using Sequence = void (HubStation::*)(AcronamePorts, HubStation::Update,
+                                          HubStation::Completion);
 
     AcronamePorts selectedPorts(const QSet<QUuid>& selectedDevices) const;
     void runSequence(Sequence sequence, const QSet<QUuid>& selectedDevices);

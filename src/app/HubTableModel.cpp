@@ -5,7 +5,9 @@
 namespace app {
 namespace {
 
-QString oneDecimal(double value) { return QString::asprintf("%.1f", value); }
+QString oneDecimal(double value) {
+    return QString::asprintf("%.1f", value);
+}
 
 }  // namespace
 
@@ -33,14 +35,22 @@ QVariant HubTableModel::headerData(int section, Qt::Orientation orientation, int
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return QAbstractTableModel::headerData(section, orientation, role);
     switch (section) {
-        case HubSerial: return QStringLiteral("Hub Serial");
-        case FirmwareVersion: return QStringLiteral("Firmware Version");
-        case Port: return QStringLiteral("Port");
-        case Voltage: return QStringLiteral("Voltage (V)");
-        case Current: return QStringLiteral("Current (A)");
-        case Power: return QStringLiteral("Power (W)");
-        case Connected: return QStringLiteral("Connected");
-        default: return {};
+        case HubSerial:
+            return QStringLiteral("Hub Serial");
+        case FirmwareVersion:
+            return QStringLiteral("Firmware Version");
+        case Port:
+            return QStringLiteral("Port");
+        case Voltage:
+            return QStringLiteral("Voltage (V)");
+        case Current:
+            return QStringLiteral("Current (A)");
+        case Power:
+            return QStringLiteral("Power (W)");
+        case Connected:
+            return QStringLiteral("Connected");
+        default:
+            return {};
     }
 }
 
@@ -55,14 +65,22 @@ QString HubTableModel::cellText(const HubDevice& row, int column) {
     const double current = row.acronamePort ? row.acronamePort->vBusCurrent() : 0.0;
     switch (column) {
         // Hexadecimal, as the hub's label and tarvel-cli write it.
-        case HubSerial: return QStringLiteral("%1").arg(row.hubSerialNumber, 2, 16, QLatin1Char('0')).toUpper();
-        case FirmwareVersion: return row.hubFirmwareVersion;
-        case Port: return QString::number(row.portID);
-        case Voltage: return oneDecimal(voltage);
-        case Current: return oneDecimal(current);
-        case Power: return oneDecimal(std::fabs(voltage * current));
-        case Connected: return row.isConnected ? QStringLiteral("Yes") : QStringLiteral("No");
-        default: return {};
+        case HubSerial:
+            return QStringLiteral("%1").arg(row.hubSerialNumber, 2, 16, QLatin1Char('0')).toUpper();
+        case FirmwareVersion:
+            return row.hubFirmwareVersion;
+        case Port:
+            return QString::number(row.portID);
+        case Voltage:
+            return oneDecimal(voltage);
+        case Current:
+            return oneDecimal(current);
+        case Power:
+            return oneDecimal(std::fabs(voltage * current));
+        case Connected:
+            return row.isConnected ? QStringLiteral("Yes") : QStringLiteral("No");
+        default:
+            return {};
     }
 }
 

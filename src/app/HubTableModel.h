@@ -12,7 +12,16 @@ class HubTableModel : public QAbstractTableModel {
     Q_OBJECT
 
   public:
-    enum Column { HubSerial, FirmwareVersion, Port, Voltage, Current, Power, Connected, ColumnCount };
+    enum Column {
+        HubSerial,
+        FirmwareVersion,
+        Port,
+        Voltage,
+        Current,
+        Power,
+        Connected,
+        ColumnCount
+    };
 
     explicit HubTableModel(QObject* parent = nullptr);
 

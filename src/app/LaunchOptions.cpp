@@ -31,7 +31,8 @@ LaunchOptions LaunchOptions::parse(const QStringList& arguments) {
 QString LaunchOptions::usage() {
     return QStringLiteral(
         "Usage: tarvel [--simulate[=SOCKET]] [--version] [--help]\n"
-        "  --simulate[=SOCKET]  drive tarvel-sim instead of real hardware (TARVEL_SIM does the same)\n"
+        "  --simulate[=SOCKET]  drive tarvel-sim instead of real hardware (TARVEL_SIM does the "
+        "same)\n"
         "  --version            print the version and quit\n");
 }
 

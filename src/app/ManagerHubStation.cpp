@@ -26,8 +26,12 @@ void ManagerHubStation::recoveryForAcronamePorts(AcronamePorts ports, Update upd
     manager_->recoveryForAcronamePorts(std::move(ports), std::move(update), std::move(completion));
 }
 
-void ManagerHubStation::rebootHub(AcronameHub& hub) { hub.rebootHub(); }
+void ManagerHubStation::rebootHub(AcronameHub& hub) {
+    hub.rebootHub();
+}
 
-void ManagerHubStation::toggleLED(AcronameHub& hub) { hub.toggleLED(); }
+void ManagerHubStation::toggleLED(AcronameHub& hub) {
+    hub.toggleLED();
+}
 
 }  // namespace app

@@ -18,9 +18,13 @@ QVariant OptionsSheetModel::value(const QString& key) const {
     return {};
 }
 
-bool OptionsSheetModel::toggle(const QString& key) const { return core::variantAsBool(value(key)); }
+bool OptionsSheetModel::toggle(const QString& key) const {
+    return core::variantAsBool(value(key));
+}
 
-QString OptionsSheetModel::text(const QString& key) const { return value(key).toString(); }
+QString OptionsSheetModel::text(const QString& key) const {
+    return value(key).toString();
+}
 
 void OptionsSheetModel::setToggle(const QString& key, bool on) {
     environment_.settings->setValue(key, on);
@@ -33,17 +37,21 @@ void OptionsSheetModel::setText(const QString& key, const QString& text) {
 
 QString OptionsSheetModel::cachedIPSWsFolder() const {
     return environment_.homeFolder +
-           QStringLiteral("/Library/Group Containers/K36BKF7T3D.group.com.apple.configurator/"
-                          "Library/Caches/Firmware");
+           QStringLiteral(
+               "/Library/Group Containers/K36BKF7T3D.group.com.apple.configurator/"
+               "Library/Caches/Firmware");
 }
 
-void OptionsSheetModel::showCachedIPSWs() const { environment_.openFolder(cachedIPSWsFolder()); }
+void OptionsSheetModel::showCachedIPSWs() const {
+    environment_.openFolder(cachedIPSWsFolder());
+}
 
 QString OptionsSheetModel::emptyTemporaryCacheNow() const {
     QString failure;
     environment_.emptyTemporaryCache([&failure](bool success, const QString& message) {
         if (!success)
-            failure = message.isEmpty() ? QStringLiteral("The cache could not be removed.") : message;
+            failure =
+                message.isEmpty() ? QStringLiteral("The cache could not be removed.") : message;
     });
     return failure;
 }

@@ -28,7 +28,9 @@ QList<qint64> versionComponents(const QString& version) {
 }  // namespace
 
 VersionCheck::VersionCheck(Environment environment, QObject* parent)
-    : QObject(parent), environment_(std::move(environment)), network_(new QNetworkAccessManager(this)) {}
+    : QObject(parent),
+      environment_(std::move(environment)),
+      network_(new QNetworkAccessManager(this)) {}
 
 VersionCheck::~VersionCheck() = default;
 
@@ -65,8 +67,8 @@ void VersionCheck::handleReply(QNetworkReply* reply) {
     QString newerVersion;
     const Outcome outcome = evaluate(reply, newerVersion);
     ZMRLogDebug(QStringLiteral("Version check: %1")
-                    .arg(QString::fromLatin1(QMetaEnum::fromType<Outcome>().valueToKey(
-                        static_cast<int>(outcome)))));
+                    .arg(QString::fromLatin1(
+                        QMetaEnum::fromType<Outcome>().valueToKey(static_cast<int>(outcome)))));
     if (outcome == Outcome::Newer)
         offerUpdate(newerVersion);
     emit finished(outcome);

@@ -65,27 +65,29 @@ TEST_F(AppDelegateTest, BannerTellsHowToTurnVerboseLoggingOn) {
     ASSERT_EQ(logLines.size(), 7);
     EXPECT_TRUE(logLines[0].startsWith("AppDelegate:")) << logLines[0].toStdString();
     EXPECT_TRUE(logLines[0].contains(" applicationDidFinishLaunching(_:) "));
-    EXPECT_EQ(logLines.mid(1), (QStringList{
-                                   kRule,
-                                   "Tarvel Login Build Number: 42",
-                                   "Log showing only basic info and errors.",
-                                   "Set debugLogging to true to show verbose logging with",
-                                   "defaults write ~/Library/Preferences/com.kestrune.Tarvel showDebug -bool true",
-                                   kRule,
-                               }));
+    EXPECT_EQ(logLines.mid(1),
+              (QStringList{
+                  kRule,
+                  "Tarvel Login Build Number: 42",
+                  "Log showing only basic info and errors.",
+                  "Set debugLogging to true to show verbose logging with",
+                  "defaults write ~/Library/Preferences/com.kestrune.Tarvel showDebug -bool true",
+                  kRule,
+              }));
     EXPECT_EQ(printed, "Tarvel Login Build Number: 42\n");
 }
 
 TEST_F(AppDelegateTest, BannerTellsHowToTurnVerboseLoggingOffWhenOn) {
     settings.settings().setValue(core::keys::showDebug, true);
     delegate().applicationDidFinishLaunching();
-    EXPECT_EQ(logLines.mid(1), (QStringList{
-                                   kRule,
-                                   "Tarvel Login Build Number: 42",
-                                   "To disable verbose logging:",
-                                   "defaults delete ~/Library/Preferences/com.kestrune.Tarvel showDebug",
-                                   kRule,
-                               }));
+    EXPECT_EQ(logLines.mid(1),
+              (QStringList{
+                  kRule,
+                  "Tarvel Login Build Number: 42",
+                  "To disable verbose logging:",
+                  "defaults delete ~/Library/Preferences/com.kestrune.Tarvel showDebug",
+                  kRule,
+              }));
 }
 
 TEST_F(AppDelegateTest, NoBuildNumberNoBanner) {
@@ -149,8 +151,9 @@ TEST_F(AppDelegateTest, QuitIsRefusedWithAnAlertWhileABatchRuns) {
     ASSERT_EQ(alerts.shown().size(), 1u);
     const core::Alert alert = alerts.shown().front();
     EXPECT_EQ(alert.title, "Application Cannot Quit");
-    EXPECT_EQ(alert.message, "Tarvel cannot quit while an operation is in progress. Please cancel "
-                             "the operation before quitting.");
+    EXPECT_EQ(alert.message,
+              "Tarvel cannot quit while an operation is in progress. Please cancel "
+              "the operation before quitting.");
     EXPECT_TRUE(alert.buttons.isEmpty()) << "one default button";
 
     delegate().setPreventTermination(false);

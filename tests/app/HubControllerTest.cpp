@@ -24,12 +24,13 @@ class HubControllerTest : public ::testing::Test {
 
     HubController& controller() {
         if (!controller_) {
-            controller_ = std::make_unique<HubController>(HubController::Environment{
-                station, &center, [this](dispatch::Task task) {
-                    ++backgroundTasks;
-                    task();
-                },
-                [this] { ++watcherStarts; }});
+            controller_ = std::make_unique<HubController>(
+                HubController::Environment{station, &center,
+                                           [this](dispatch::Task task) {
+                                               ++backgroundTasks;
+                                               task();
+                                           },
+                                           [this] { ++watcherStarts; }});
         }
         return *controller_;
     }
@@ -52,8 +53,7 @@ class HubControllerTest : public ::testing::Test {
     // The identifiers of the rows at these indexes, as a selection.
     QSet<QUuid> rows(std::initializer_list<int> indexes) {
         QSet<QUuid> selected;
-        for (int index : indexes)
-            selected.insert(controller().hubDevices().at(index).id);
+        for (int index : indexes) selected.insert(controller().hubDevices().at(index).id);
         return selected;
     }
 
@@ -173,15 +173,18 @@ TEST_F(HubControllerTest, HubCommandsGoToTheHubOfTheSelection) {
 TEST_F(HubControllerTest, RebuildsWhenAHubComesOrGoesButNotForAMac) {
     showAndLoad();
     const int refreshes = station->refreshes;
-    center.post(USBManager::deviceAddedNotification, arrival(0x05AC, QStringLiteral("Apple Mobile Device (DFU Mode)")));
+    center.post(USBManager::deviceAddedNotification,
+                arrival(0x05AC, QStringLiteral("Apple Mobile Device (DFU Mode)")));
     center.post(USBManager::deviceRemovedNotification, arrival(9471, QStringLiteral("USBHub3c")));
     QTest::qWait(50);
     EXPECT_EQ(station->refreshes, refreshes);
 
     QSignalSpy rebuilt(&controller(), &HubController::rowsRebuilt);
-    center.post(USBManager::deviceAddedNotification, arrival(9471, QStringLiteral("USBHub3c-Stem")));
+    center.post(USBManager::deviceAddedNotification,
+                arrival(9471, QStringLiteral("USBHub3c-Stem")));
     ASSERT_TRUE(rebuilt.wait(2000));
-    center.post(USBManager::deviceRemovedNotification, arrival(9471, QStringLiteral("USBHub3c-Stem")));
+    center.post(USBManager::deviceRemovedNotification,
+                arrival(9471, QStringLiteral("USBHub3c-Stem")));
     ASSERT_TRUE(rebuilt.wait(2000));
     EXPECT_EQ(station->refreshes, refreshes + 2);
 }

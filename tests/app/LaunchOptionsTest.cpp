@@ -11,7 +11,8 @@ using app::LaunchOptions;
 TEST(LaunchOptions, SimulatorSelection) {
     qunsetenv("TARVEL_SIM");
     EXPECT_FALSE(LaunchOptions::parse({}).simulatorSocket.has_value());
-    EXPECT_EQ(LaunchOptions::parse({"--simulate"}).simulatorSocket, core::defaultSimulatorSocketPath());
+    EXPECT_EQ(LaunchOptions::parse({"--simulate"}).simulatorSocket,
+              core::defaultSimulatorSocketPath());
     EXPECT_EQ(LaunchOptions::parse({"--simulate=/tmp/s.sock"}).simulatorSocket, "/tmp/s.sock");
     EXPECT_FALSE(LaunchOptions::parse({"--simulate="}).error.isEmpty());
 

@@ -7,11 +7,16 @@ namespace {
 
 QByteArray reason(int status) {
     switch (status) {
-        case 200: return "OK";
-        case 304: return "Not Modified";
-        case 404: return "Not Found";
-        case 500: return "Internal Server Error";
-        default: return "Status";
+        case 200:
+            return "OK";
+        case 304:
+            return "Not Modified";
+        case 404:
+            return "Not Found";
+        case 500:
+            return "Internal Server Error";
+        default:
+            return "Status";
     }
 }
 
@@ -20,8 +25,7 @@ QByteArray reason(int status) {
 LocalHttpServer::LocalHttpServer() {
     server_.listen(QHostAddress::LocalHost);
     connect(&server_, &QTcpServer::newConnection, this, [this] {
-        while (QTcpSocket* socket = server_.nextPendingConnection())
-            serve(socket);
+        while (QTcpSocket* socket = server_.nextPendingConnection()) serve(socket);
     });
 }
 

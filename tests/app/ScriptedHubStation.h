@@ -15,7 +15,8 @@
 namespace testing_support {
 
 // Hubs and ports made up by the test, with every request recorded. A refresh answers the
-// entries at once unless held; a sequence waits until the test finishes it, so its sheet can be watched.
+// entries at once unless held; a sequence waits until the test finishes it, so its sheet can be
+// watched.
 class ScriptedHubStation final : public app::HubStation {
   public:
     // A hub with ports 1-5; each port reads 5 V and a current of 0.1 A times its number.
@@ -49,14 +50,19 @@ class ScriptedHubStation final : public app::HubStation {
         else
             completion(entries);
     }
-    void dfuModeForAcronamePorts(AcronamePorts ports, Update update, Completion completion) override {
+    void dfuModeForAcronamePorts(AcronamePorts ports, Update update,
+                                 Completion completion) override {
         start(QStringLiteral("dfu"), std::move(ports), std::move(update), std::move(completion));
     }
-    void restartForAcronamePorts(AcronamePorts ports, Update update, Completion completion) override {
-        start(QStringLiteral("restart"), std::move(ports), std::move(update), std::move(completion));
+    void restartForAcronamePorts(AcronamePorts ports, Update update,
+                                 Completion completion) override {
+        start(QStringLiteral("restart"), std::move(ports), std::move(update),
+              std::move(completion));
     }
-    void recoveryForAcronamePorts(AcronamePorts ports, Update update, Completion completion) override {
-        start(QStringLiteral("recovery"), std::move(ports), std::move(update), std::move(completion));
+    void recoveryForAcronamePorts(AcronamePorts ports, Update update,
+                                  Completion completion) override {
+        start(QStringLiteral("recovery"), std::move(ports), std::move(update),
+              std::move(completion));
     }
     void rebootHub(AcronameHub& hub) override {
         requests << QStringLiteral("reboot %1").arg(hub.serialNumber(), 0, 16);
@@ -88,7 +94,9 @@ class ScriptedHubStation final : public app::HubStation {
     void start(const QString& name, AcronamePorts ports, Update onUpdate, Completion onCompletion) {
         QStringList words{name};
         for (const auto& port : ports)
-            words << QStringLiteral("%1:%2").arg(port->hub()->serialNumber(), 0, 16).arg(port->portID());
+            words << QStringLiteral("%1:%2")
+                         .arg(port->hub()->serialNumber(), 0, 16)
+                         .arg(port->portID());
         requests << words.join(' ');
         runningUpdate = std::move(onUpdate);
         runningCompletion = std::move(onCompletion);

@@ -29,8 +29,8 @@ class VersionCheckTest : public ::testing::Test {
 
     // Runs one check to its end and answers how it ended.
     Outcome check() {
-        VersionCheck versionCheck({&settings.settings(), &alerts, QStringLiteral("com.kestrune.Tarvel"),
-                                   QStringLiteral("1.9.2"),
+        VersionCheck versionCheck({&settings.settings(), &alerts,
+                                   QStringLiteral("com.kestrune.Tarvel"), QStringLiteral("1.9.2"),
                                    [this](const QUrl& url) { opened << url; }});
         QSignalSpy finished(&versionCheck, &VersionCheck::finished);
         versionCheck.start();
@@ -51,8 +51,9 @@ TEST_F(VersionCheckTest, ANewerVersionIsOfferedWithItsUpdatePage) {
     ASSERT_EQ(alerts.shown().size(), 1u);
     const core::Alert alert = alerts.shown().front();
     EXPECT_EQ(alert.title, "New Version Available");
-    EXPECT_EQ(alert.message, "A new version of Tarvel is available. The currently installed version "
-                             "is 1.9.2 and the new version is 1.10.0.");
+    EXPECT_EQ(alert.message,
+              "A new version of Tarvel is available. The currently installed version "
+              "is 1.9.2 and the new version is 1.10.0.");
     EXPECT_EQ(alert.buttons, (QStringList{"Open Update Page", "Cancel"}));
     EXPECT_EQ(opened, (QList<QUrl>{QUrl("https://example.com/releases")}));
 
@@ -73,7 +74,8 @@ TEST_F(VersionCheckTest, EveryOtherEndingIsSilent) {
         {200, "[1, 2]", Outcome::BadDocument},
         {200, R"({"com.kestrune.Other": {"product": "x", "version": "9.0", "release_date": ""}})",
          Outcome::NoEntry},
-        {200, R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9.2", "release_date": ""}})",
+        {200,
+         R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9.2", "release_date": ""}})",
          Outcome::NotNewer},
         {200, R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9", "release_date": ""}})",
          Outcome::NotNewer},

@@ -38,7 +38,8 @@ class HubWindowTest : public ::testing::Test {
         station->addHub(0x1001);
         station->addHub(0x1002);
         window.show();
-        EXPECT_TRUE(QTest::qWaitFor([&] { return window.table()->model()->rowCount() == 10; }, 2000));
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return window.table()->model()->rowCount() == 10; }, 2000));
     }
 
     // Clicks a row; with Ctrl held it joins the selection.
@@ -82,7 +83,8 @@ TEST_F(HubWindowTest, DfuOnClickedRowsShowsTheLiveSheetUntilTheSequenceEnds) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return sheet->isVisible(); }, 2000));
     EXPECT_FALSE(window.dfuAction()->isEnabled()) << "no second sequence while one runs";
     station->say(QStringLiteral("Sending DFU command to port 2"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return sheet->message() == "Sending DFU command to port 2"; }, 2000));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return sheet->message() == "Sending DFU command to port 2"; }, 2000));
 
     station->finish();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !sheet->isVisible(); }, 2000));
@@ -211,8 +213,9 @@ TEST_F(OptionsSheetTest, CacheButtons) {
         if (button->text() == "Show Cached IPSWs" || button->text() == "Empty Now")
             button->click();
     }
-    EXPECT_EQ(opened, QStringList{"/home/tech/Library/Group Containers/"
-                                  "K36BKF7T3D.group.com.apple.configurator/Library/Caches/Firmware"});
+    EXPECT_EQ(opened,
+              QStringList{"/home/tech/Library/Group Containers/"
+                          "K36BKF7T3D.group.com.apple.configurator/Library/Caches/Firmware"});
     EXPECT_EQ(cacheRemovals, 1);
 }
 

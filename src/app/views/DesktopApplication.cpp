@@ -62,7 +62,8 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
         if (s == Qt::ApplicationInactive)
             delegate_->appMovedToBackground();
     });
-    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { delegate_->applicationWillTerminate(); });
+    connect(qApp, &QCoreApplication::aboutToQuit, this,
+            [this] { delegate_->applicationWillTerminate(); });
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -70,7 +71,9 @@ DesktopApplication::~DesktopApplication() {
     delete mainWindow_;
 }
 
-MainWindow* DesktopApplication::mainWindow() const { return mainWindow_; }
+MainWindow* DesktopApplication::mainWindow() const {
+    return mainWindow_;
+}
 
 app::AppDelegateEnvironment DesktopApplication::delegateEnvironment() {
     app::AppDelegateEnvironment environment;
@@ -129,8 +132,8 @@ void DesktopApplication::startVersionCheck() {
         return;
     const core::BundleInfo& bundle = core::BundleInfo::shared();
     versionCheck_ = new app::VersionCheck(
-        {&core::Settings::shared(), &core::Alerts::shared(), bundle.identifier(), bundle.shortVersion(),
-         [](const QUrl& url) { QDesktopServices::openUrl(url); }},
+        {&core::Settings::shared(), &core::Alerts::shared(), bundle.identifier(),
+         bundle.shortVersion(), [](const QUrl& url) { QDesktopServices::openUrl(url); }},
         this);
     connect(versionCheck_, &app::VersionCheck::finished, versionCheck_, &QObject::deleteLater);
     versionCheck_->start();
@@ -158,15 +161,18 @@ void DesktopApplication::quit() {
 
 void DesktopApplication::showAbout() {
     const core::BundleInfo& bundle = core::BundleInfo::shared();
-    QMessageBox::about(mainWindow_, QStringLiteral("About Tarvel"),
-                       QStringLiteral("<b>Tarvel %1</b> (build %2)<p>Resets benches of Macs through "
-                                      "Acroname hubs and Apple Configurator.</p><p><a href=\"%3\">%3</a></p>")
-                           .arg(bundle.shortVersion(), bundle.bundleVersion(), bundle.troubleshootingGuide()));
+    QMessageBox::about(
+        mainWindow_, QStringLiteral("About Tarvel"),
+        QStringLiteral("<b>Tarvel %1</b> (build %2)<p>Resets benches of Macs through "
+                       "Acroname hubs and Apple Configurator.</p><p><a href=\"%3\">%3</a></p>")
+            .arg(bundle.shortVersion(), bundle.bundleVersion(), bundle.troubleshootingGuide()));
 }
 
 void DesktopApplication::logFirstExposure() {
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    ZMRLogLevel1(QStringLiteral("Main window shown at %1, %2 ms after launch").arg(now).arg(now - launchedAt_));
+    ZMRLogLevel1(QStringLiteral("Main window shown at %1, %2 ms after launch")
+                     .arg(now)
+                     .arg(now - launchedAt_));
 }
 
 }  // namespace views

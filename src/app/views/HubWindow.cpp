@@ -50,26 +50,32 @@ HubWindow::HubWindow(app::HubController& controller, QWidget* parent)
 QAction* HubWindow::addAction(const QString& label, const QIcon& icon,
                               void (app::HubController::*action)(const QSet<QUuid>&)) {
     auto* added = new QAction(icon, label, this);
-    connect(added, &QAction::triggered, this, [this, action] { (controller_.*action)(selectedDevices()); });
+    connect(added, &QAction::triggered, this,
+            [this, action] { (controller_.*action)(selectedDevices()); });
     return added;
 }
 
 void HubWindow::buildToolBar() {
     const QStyle* look = style();
-    dfuAction_ = addAction(QStringLiteral("Put All in DFU"), themed("go-down", QStyle::SP_ArrowDown, look),
-                           &app::HubController::dfu);
+    dfuAction_ = addAction(QStringLiteral("Put All in DFU"),
+                           themed("go-down", QStyle::SP_ArrowDown, look), &app::HubController::dfu);
     dfuAction_->setShortcut(Qt::CTRL | Qt::Key_D);
-    restartAction_ = addAction(QStringLiteral("Restart All"), themed("system-reboot", QStyle::SP_BrowserReload, look),
+    restartAction_ = addAction(QStringLiteral("Restart All"),
+                               themed("system-reboot", QStyle::SP_BrowserReload, look),
                                &app::HubController::restart);
     restartAction_->setShortcut(Qt::CTRL | Qt::Key_R);
-    recoveryAction_ = addAction(QStringLiteral("Put All Recovery"), themed("help-faq", QStyle::SP_DialogHelpButton, look),
+    recoveryAction_ = addAction(QStringLiteral("Put All Recovery"),
+                                themed("help-faq", QStyle::SP_DialogHelpButton, look),
                                 &app::HubController::recovery);
     recoveryAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_R);
-    rebootHubAction_ = addAction(QStringLiteral("Reboot Hub"), themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
+    rebootHubAction_ = addAction(QStringLiteral("Reboot Hub"),
+                                 themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
                                  &app::HubController::rebootHub);
-    toggleLEDAction_ = addAction(QStringLiteral("Toggle Hub LED"), themed("dialog-information", QStyle::SP_DialogYesButton, look),
+    toggleLEDAction_ = addAction(QStringLiteral("Toggle Hub LED"),
+                                 themed("dialog-information", QStyle::SP_DialogYesButton, look),
                                  &app::HubController::toggleLED);
-    refreshAction_ = new QAction(themed("view-refresh", QStyle::SP_BrowserReload, look), QStringLiteral("Refresh"), this);
+    refreshAction_ = new QAction(themed("view-refresh", QStyle::SP_BrowserReload, look),
+                                 QStringLiteral("Refresh"), this);
     refreshAction_->setShortcut(QKeySequence::Refresh);
     connect(refreshAction_, &QAction::triggered, &controller_, &app::HubController::refresh);
 
@@ -85,8 +91,8 @@ void HubWindow::buildToolBar() {
 void HubWindow::buildContextMenu() {
     auto* menu = new QMenu(this);
     menu->addAction(QStringLiteral("DFU Mode"), dfuAction_, &QAction::trigger);
-    menu->addAction(style()->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Restart"), restartAction_,
-                    &QAction::trigger);
+    menu->addAction(style()->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Restart"),
+                    restartAction_, &QAction::trigger);
     menu->addAction(QStringLiteral("Recovery"), recoveryAction_, &QAction::trigger);
     table_->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(table_, &QWidget::customContextMenuRequested, this, [this, menu](const QPoint& at) {
@@ -96,7 +102,8 @@ void HubWindow::buildContextMenu() {
 }
 
 void HubWindow::bindController() {
-    connect(&controller_, &app::HubController::updateMessageChanged, progressSheet_, &ProgressSheet::setMessage);
+    connect(&controller_, &app::HubController::updateMessageChanged, progressSheet_,
+            &ProgressSheet::setMessage);
     connect(&controller_, &app::HubController::showModalChanged, this, [this](bool shown) {
         progressSheet_->setMessage(controller_.updateMessage());
         progressSheet_->setVisible(shown);
@@ -107,7 +114,8 @@ void HubWindow::bindController() {
         updateStatus();
     });
     connect(&controller_, &app::HubController::rowsRebuilt, this, &HubWindow::updateStatus);
-    connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &HubWindow::updateActions);
+    connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &HubWindow::updateActions);
     connect(controller_.model(), &QAbstractItemModel::modelReset, this, &HubWindow::updateActions);
     updateActions();
     updateStatus();
@@ -116,7 +124,8 @@ void HubWindow::bindController() {
 void HubWindow::updateActions() {
     const bool selected = !selectedDevices().isEmpty();
     const bool idle = !controller_.showModal();
-    for (QAction* action : {dfuAction_, restartAction_, recoveryAction_, rebootHubAction_, toggleLEDAction_})
+    for (QAction* action :
+         {dfuAction_, restartAction_, recoveryAction_, rebootHubAction_, toggleLEDAction_})
         action->setEnabled(selected && idle);
     refreshAction_->setEnabled(idle && !controller_.isRefreshing());
 }

@@ -40,13 +40,16 @@ MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* pa
 }
 
 void MainWindow::buildActions() {
-    hubsAction_ = new QAction(style()->standardIcon(QStyle::SP_DriveNetIcon), QStringLiteral("Hubs"), this);
+    hubsAction_ =
+        new QAction(style()->standardIcon(QStyle::SP_DriveNetIcon), QStringLiteral("Hubs"), this);
     hubsAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_H);
     hubsAction_->setToolTip(QStringLiteral("Show the hubs and their ports"));
     connect(hubsAction_, &QAction::triggered, this, &MainWindow::hubWindowRequested);
 
-    optionsAction_ = new QAction(style()->standardIcon(QStyle::SP_FileDialogDetailedView), QStringLiteral("Options…"), this);
-    optionsAction_->setShortcuts({QKeySequence::Preferences, QKeySequence(Qt::CTRL | Qt::Key_Comma)});
+    optionsAction_ = new QAction(style()->standardIcon(QStyle::SP_FileDialogDetailedView),
+                                 QStringLiteral("Options…"), this);
+    optionsAction_->setShortcuts(
+        {QKeySequence::Preferences, QKeySequence(Qt::CTRL | Qt::Key_Comma)});
     optionsAction_->setMenuRole(QAction::PreferencesRole);
     connect(optionsAction_, &QAction::triggered, this, &MainWindow::optionsRequested);
 
@@ -89,16 +92,18 @@ void MainWindow::bindStatusLine() {
     statusBar()->addPermanentWidget(progress_);
     connect(&state_, &app::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
     connect(&state_, &app::AppState::isRunningChanged, progress_, &QWidget::setVisible);
-    connect(&state_, &app::AppState::progressBarValueChanged, progress_,
-            [this](double fraction) { progress_->setValue(static_cast<int>(fraction * kProgressSteps)); });
+    connect(&state_, &app::AppState::progressBarValueChanged, progress_, [this](double fraction) {
+        progress_->setValue(static_cast<int>(fraction * kProgressSteps));
+    });
 }
 
 QWidget* MainWindow::emptyDeviceArea() {
     auto* area = new QWidget(this);
     area->setObjectName(QStringLiteral("deviceArea"));
-    auto* hint = new QLabel(QStringLiteral("No devices listed yet.\nOpen the hub window "
-                                           "(Window ▸ Hubs) to put the Macs on your hubs into DFU mode."),
-                            area);
+    auto* hint =
+        new QLabel(QStringLiteral("No devices listed yet.\nOpen the hub window "
+                                  "(Window ▸ Hubs) to put the Macs on your hubs into DFU mode."),
+                   area);
     hint->setAlignment(Qt::AlignCenter);
     hint->setEnabled(false);
     auto* layout = new QVBoxLayout(area);
@@ -106,7 +111,9 @@ QWidget* MainWindow::emptyDeviceArea() {
     return area;
 }
 
-void MainWindow::setDeviceArea(QWidget* area) { setCentralWidget(area); }
+void MainWindow::setDeviceArea(QWidget* area) {
+    setCentralWidget(area);
+}
 
 void MainWindow::showEvent(QShowEvent* event) {
     QMainWindow::showEvent(event);

@@ -24,11 +24,12 @@ int MessageBoxAlerts::showOnMainThread(const core::Alert& alert) {
     box.setWindowTitle(QStringLiteral("Tarvel"));
     box.setText(alert.title);
     box.setInformativeText(alert.message);
-    const QStringList titles = alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
+    const QStringList titles =
+        alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
     QList<QAbstractButton*> buttons;
     for (const QString& title : titles)
-        buttons << box.addButton(title, buttons.isEmpty() ? QMessageBox::AcceptRole
-                                                          : QMessageBox::RejectRole);
+        buttons << box.addButton(
+            title, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole);
     box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
     box.exec();
     const auto chosen = buttons.indexOf(box.clickedButton());

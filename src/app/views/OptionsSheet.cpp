@@ -32,8 +32,7 @@ QLabel* note(const QString& text, QWidget* parent) {
 
 QHBoxLayout* row(std::initializer_list<QWidget*> widgets) {
     auto* layout = new QHBoxLayout;
-    for (QWidget* widget : widgets)
-        layout->addWidget(widget);
+    for (QWidget* widget : widgets) layout->addWidget(widget);
     layout->addStretch();
     return layout;
 }
@@ -66,16 +65,16 @@ QWidget* OptionsSheet::ipswAndCacheGroup() {
         group));
     auto* showCached = new QPushButton(QStringLiteral("Show Cached IPSWs"), group);
     connect(showCached, &QPushButton::clicked, this, [this] { model_.showCachedIPSWs(); });
-    layout->addLayout(row({addToggle(keys::useCustomIPSW, QStringLiteral("Use Custom IPSW")),
-                           selectPathButton(keys::customIPSWPath,
-                                            QStringLiteral("Firmware files (*.ipsw)")),
-                           showCached}));
+    layout->addLayout(
+        row({addToggle(keys::useCustomIPSW, QStringLiteral("Use Custom IPSW")),
+             selectPathButton(keys::customIPSWPath, QStringLiteral("Firmware files (*.ipsw)")),
+             showCached}));
     auto* emptyNow = new QPushButton(QStringLiteral("Empty Now"), group);
     connect(emptyNow, &QPushButton::clicked, this, &OptionsSheet::emptyTemporaryCache);
-    layout->addLayout(row({addToggle(keys::removeACCache,
-                                     QStringLiteral("Remove Apple Configurator temporary cache "
-                                                    "before each restore")),
-                           emptyNow}));
+    layout->addLayout(row(
+        {addToggle(keys::removeACCache, QStringLiteral("Remove Apple Configurator temporary cache "
+                                                       "before each restore")),
+         emptyNow}));
     return group;
 }
 
@@ -84,19 +83,19 @@ QWidget* OptionsSheet::stayInFrontGroup() {
     auto* layout = new QFormLayout(group);
     layout->addRow(QStringLiteral("Keep Tarvel in front after putting in to DFU mode (seconds)"),
                    addTextField(keys::stayInFrontAfterDFUSecs));
-    layout->addRow(note(QStringLiteral(
-                            "When a device is put into DFU mode, a Finder window will sometimes "
+    layout->addRow(
+        note(QStringLiteral("When a device is put into DFU mode, a Finder window will sometimes "
                             "appear. This setting will force Tarvel in front for the specified "
                             "number of seconds."),
-                        group));
+             group));
     return group;
 }
 
 QWidget* OptionsSheet::hubPowerGroup() {
     auto* group = new QGroupBox(QStringLiteral("Acroname Hubs"), this);
     auto* layout = new QVBoxLayout(group);
-    layout->addWidget(
-        addToggle(keys::acronameSkipDFUSDPMode, QStringLiteral("Enable Acroname Hub Power Delivery Mode")));
+    layout->addWidget(addToggle(keys::acronameSkipDFUSDPMode,
+                                QStringLiteral("Enable Acroname Hub Power Delivery Mode")));
     layout->addWidget(note(
         QStringLiteral(
             "If this setting is enabled, the Acroname hub will negotiate power delivery mode and "
@@ -113,15 +112,17 @@ QWidget* OptionsSheet::restoreQueueGroup() {
     auto* layout = new QFormLayout(group);
     layout->addRow(QStringLiteral("Time between restores (seconds):"),
                    addTextField(keys::timeBetweenProcesses));
-    layout->addRow(addToggle(keys::shouldPlaySound, QStringLiteral("Play sound when restore is complete")));
+    layout->addRow(
+        addToggle(keys::shouldPlaySound, QStringLiteral("Play sound when restore is complete")));
     return group;
 }
 
 QWidget* OptionsSheet::eventScriptGroup() {
     auto* group = new QGroupBox(QStringLiteral("Event Script"), this);
     auto* layout = new QVBoxLayout(group);
-    layout->addLayout(row({addToggle(keys::shouldUseEventScript, QStringLiteral("Use Event Script")),
-                           selectPathButton(keys::eventScriptPath, QString())}));
+    layout->addLayout(
+        row({addToggle(keys::shouldUseEventScript, QStringLiteral("Use Event Script")),
+             selectPathButton(keys::eventScriptPath, QString())}));
     return group;
 }
 
@@ -137,7 +138,8 @@ QLineEdit* OptionsSheet::addTextField(const QString& key) {
     auto* field = new QLineEdit(this);
     field->setObjectName(key);
     field->setMaximumWidth(80);
-    connect(field, &QLineEdit::textEdited, this, [this, key](const QString& text) { model_.setText(key, text); });
+    connect(field, &QLineEdit::textEdited, this,
+            [this, key](const QString& text) { model_.setText(key, text); });
     textFields_ << field;
     return field;
 }
@@ -146,7 +148,8 @@ QPushButton* OptionsSheet::selectPathButton(const QString& key, const QString& f
     auto* button = new QPushButton(QStringLiteral("Select Path"), this);
     button->setObjectName(key);
     connect(button, &QPushButton::clicked, this, [this, key, filter, button] {
-        const QString chosen = QFileDialog::getOpenFileName(this, QString(), model_.text(key), filter);
+        const QString chosen =
+            QFileDialog::getOpenFileName(this, QString(), model_.text(key), filter);
         if (chosen.isEmpty())
             return;
         model_.setText(key, chosen);
@@ -166,16 +169,19 @@ void OptionsSheet::reload() {
         const QSignalBlocker quiet(toggle);
         toggle->setChecked(model_.toggle(toggle->objectName()));
     }
-    for (QLineEdit* field : textFields_)
-        field->setText(model_.text(field->objectName()));
+    for (QLineEdit* field : textFields_) field->setText(model_.text(field->objectName()));
     for (QPushButton* button : findChildren<QPushButton*>())
         if (!button->objectName().isEmpty())
             button->setToolTip(model_.text(button->objectName()));
 }
 
-QCheckBox* OptionsSheet::toggle(const QString& key) const { return findChild<QCheckBox*>(key); }
+QCheckBox* OptionsSheet::toggle(const QString& key) const {
+    return findChild<QCheckBox*>(key);
+}
 
-QLineEdit* OptionsSheet::textField(const QString& key) const { return findChild<QLineEdit*>(key); }
+QLineEdit* OptionsSheet::textField(const QString& key) const {
+    return findChild<QLineEdit*>(key);
+}
 
 void OptionsSheet::showEvent(QShowEvent* event) {
     reload();

@@ -21,8 +21,12 @@ ProgressSheet::ProgressSheet(QWidget* parent) : QDialog(parent), message_(new QL
     layout->addWidget(busy);
 }
 
-void ProgressSheet::setMessage(const QString& message) { message_->setText(message); }
+void ProgressSheet::setMessage(const QString& message) {
+    message_->setText(message);
+}
 
-QString ProgressSheet::message() const { return message_->text(); }
+QString ProgressSheet::message() const {
+    return message_->text();
+}
 
 }  // namespace views

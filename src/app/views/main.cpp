@@ -34,14 +34,16 @@ int main(int argc, char** argv) {
 
     const auto options = app::LaunchOptions::parse(QApplication::arguments().mid(1));
     if (!options.error.isEmpty())
-        return reportAndExit(exitUsage, options.error + QStringLiteral("\n") + app::LaunchOptions::usage());
+        return reportAndExit(exitUsage,
+                             options.error + QStringLiteral("\n") + app::LaunchOptions::usage());
     if (options.showHelp) {
         std::fputs(qPrintable(app::LaunchOptions::usage()), stdout);
         return 0;
     }
     if (options.showVersion) {
         const core::BundleInfo& bundle = core::BundleInfo::shared();
-        std::printf("tarvel %s (%s)\n", qPrintable(bundle.shortVersion()), qPrintable(bundle.bundleVersion()));
+        std::printf("tarvel %s (%s)\n", qPrintable(bundle.shortVersion()),
+                    qPrintable(bundle.bundleVersion()));
         return 0;
     }
     if (options.simulatorSocket) {
