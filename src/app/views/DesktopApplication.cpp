@@ -64,6 +64,10 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
     });
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { delegate_->applicationWillTerminate(); });
+    connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
+        if (now && (now->window() == mainWindow_ || now->window() == hubWindow_))
+            lastActiveWindow_ = now->window();
+    });
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -139,14 +143,17 @@ void DesktopApplication::startVersionCheck() {
     versionCheck_->start();
 }
 
+// Back to the window the technician worked in, which after a DFU request is usually the hub
+// window, not necessarily the main one.
 void DesktopApplication::bringToFront() {
-    if (!mainWindow_)
+    QWidget* window = lastActiveWindow_ ? lastActiveWindow_.data() : mainWindow_.data();
+    if (!window)
         return;
-    mainWindow_->show();
-    mainWindow_->raise();
-    mainWindow_->activateWindow();
-    if (QWindow* window = mainWindow_->windowHandle())
-        window->requestActivate();
+    window->show();
+    window->raise();
+    window->activateWindow();
+    if (QWindow* handle = window->windowHandle())
+        handle->requestActivate();
 }
 
 void DesktopApplication::disconnectAllHubs() {

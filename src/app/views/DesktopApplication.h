@@ -62,6 +62,7 @@ class DesktopApplication : public QObject {
     app::OptionsSheetModel optionsModel_;
     QPointer<OptionsSheet> optionsSheet_;
     QPointer<app::VersionCheck> versionCheck_;
+    QPointer<QWidget> lastActiveWindow_;
 };
 
 }  // namespace views
