@@ -16,9 +16,9 @@ HubController::~HubController() {
 void HubController::viewShown() {
     if (observers_.isEmpty()) {
         // USB notifications may be posted on any thread; the rebuild starts on the main one.
-        const auto observer = [this](const QString&, const QVariantMap& userInfo) {
+        const auto observer = [this, alive = alive()](const QString&, const QVariantMap& userInfo) {
             if (mentionsHub(userInfo))
-                onMain([this] { refresh(); });
+                onMain(alive, [this] { refresh(); });
         };
         observers_ << environment_.notifications->addObserver(USBManager::deviceAddedNotification,
                                                               observer);
@@ -45,9 +45,10 @@ void HubController::refresh() {
     }
     refreshAgain_ = false;
     setIsRefreshing(true);
-    environment_.runInBackground([this, station = environment_.station] {
-        station->refreshAcronameDevices(
-            [this](AC2Devices entries) { onMain([this, entries] { rebuildRows(entries); }); });
+    environment_.runInBackground([this, station = environment_.station, alive = alive()] {
+        station->refreshAcronameDevices([this, alive](AC2Devices entries) {
+            onMain(alive, [this, entries] { rebuildRows(entries); });
+        });
     });
 }
 
@@ -87,8 +88,10 @@ void HubController::runSequence(Sequence sequence, const QSet<QUuid>& selectedDe
         return;
     setUpdateMessage(QString());
     setShowModal(true);
-    auto update = [this](const QString& text) { onMain([this, text] { setUpdateMessage(text); }); };
-    auto completion = [this](bool) { onMain([this] { sequenceEnded(); }); };
+    auto update = [this, alive = alive()](const QString& text) {
+        onMain(alive, [this, text] { setUpdateMessage(text); });
+    };
+    auto completion = [this, alive = alive()](bool) { onMain(alive, [this] { sequenceEnded(); }); };
     ((*environment_.station).*sequence)(std::move(ports), std::move(update), std::move(completion));
 }
 
@@ -140,8 +143,8 @@ void HubController::setUpdateMessage(const QString& message) {
     emit updateMessageChanged(message);
 }
 
-void HubController::onMain(std::function<void()> task) {
-    dispatch::main([alive = std::weak_ptr<int>(lifetime_), task = std::move(task)] {
+void HubController::onMain(const Lifetime& alive, std::function<void()> task) {
+    dispatch::main([alive, task = std::move(task)] {
         if (alive.lock())
             task();
     });

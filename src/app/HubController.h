@@ -79,8 +79,11 @@ class HubController : public QObject {
     void setIsRefreshing(bool refreshing);
     void setShowModal(bool shown);
     void setUpdateMessage(const QString& message);
-    // Runs on the main thread later, unless this controller is gone by then.
-    void onMain(std::function<void()> task);
+    // Work handed back from other threads reaches this controller only while it lives; the
+    // lifetime is taken on the main thread and checked there.
+    using Lifetime = std::weak_ptr<int>;
+    Lifetime alive() const { return lifetime_; }
+    static void onMain(const Lifetime& alive, std::function<void()> task);
 
     Environment environment_;
     HubTableModel model_;

@@ -47,8 +47,8 @@ HubWindow::HubWindow(app::HubController& controller, QWidget* parent)
     resize(760, 420);
 }
 
-QAction* HubWindow::addAction(const QString& label, const QIcon& icon,
-                              void (app::HubController::*action)(const QSet<QUuid>&)) {
+QAction* HubWindow::makeAction(const QString& label, const QIcon& icon,
+                               void (app::HubController::*action)(const QSet<QUuid>&)) {
     auto* added = new QAction(icon, label, this);
     connect(added, &QAction::triggered, this,
             [this, action] { (controller_.*action)(selectedDevices()); });
@@ -57,23 +57,24 @@ QAction* HubWindow::addAction(const QString& label, const QIcon& icon,
 
 void HubWindow::buildToolBar() {
     const QStyle* look = style();
-    dfuAction_ = addAction(QStringLiteral("Put All in DFU"),
-                           themed("go-down", QStyle::SP_ArrowDown, look), &app::HubController::dfu);
+    dfuAction_ =
+        makeAction(QStringLiteral("Put All in DFU"), themed("go-down", QStyle::SP_ArrowDown, look),
+                   &app::HubController::dfu);
     dfuAction_->setShortcut(Qt::CTRL | Qt::Key_D);
-    restartAction_ = addAction(QStringLiteral("Restart All"),
-                               themed("system-reboot", QStyle::SP_BrowserReload, look),
-                               &app::HubController::restart);
+    restartAction_ = makeAction(QStringLiteral("Restart All"),
+                                themed("system-reboot", QStyle::SP_BrowserReload, look),
+                                &app::HubController::restart);
     restartAction_->setShortcut(Qt::CTRL | Qt::Key_R);
-    recoveryAction_ = addAction(QStringLiteral("Put All Recovery"),
-                                themed("help-faq", QStyle::SP_DialogHelpButton, look),
-                                &app::HubController::recovery);
+    recoveryAction_ = makeAction(QStringLiteral("Put All Recovery"),
+                                 themed("help-faq", QStyle::SP_DialogHelpButton, look),
+                                 &app::HubController::recovery);
     recoveryAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_R);
-    rebootHubAction_ = addAction(QStringLiteral("Reboot Hub"),
-                                 themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
-                                 &app::HubController::rebootHub);
-    toggleLEDAction_ = addAction(QStringLiteral("Toggle Hub LED"),
-                                 themed("dialog-information", QStyle::SP_DialogYesButton, look),
-                                 &app::HubController::toggleLED);
+    rebootHubAction_ = makeAction(QStringLiteral("Reboot Hub"),
+                                  themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
+                                  &app::HubController::rebootHub);
+    toggleLEDAction_ = makeAction(QStringLiteral("Toggle Hub LED"),
+                                  themed("dialog-information", QStyle::SP_DialogYesButton, look),
+                                  &app::HubController::toggleLED);
     refreshAction_ = new QAction(themed("view-refresh", QStyle::SP_BrowserReload, look),
                                  QStringLiteral("Refresh"), this);
     refreshAction_->setShortcut(QKeySequence::Refresh);

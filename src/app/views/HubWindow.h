@@ -42,8 +42,8 @@ class HubWindow : public QMainWindow {
     void closeEvent(QCloseEvent* event) override;
 
   private:
-    QAction* addAction(const QString& label, const QIcon& icon,
-                       void (app::HubController::*action)(const QSet<QUuid>&));
+    QAction* makeAction(const QString& label, const QIcon& icon,
+                        void (app::HubController::*action)(const QSet<QUuid>&));
     void buildToolBar();
     void buildContextMenu();
     void bindController();
