@@ -9,6 +9,15 @@ QString oneDecimal(double value) {
     return QString::asprintf("%.1f", value);
 }
 
+// Numbers line up on their last digit.
+Qt::Alignment alignment(int column) {
+    if (column >= HubTableModel::Port && column <= HubTableModel::Power)
+        return Qt::AlignRight | Qt::AlignVCenter;
+    if (column == HubTableModel::Connected)
+        return Qt::AlignCenter;
+    return Qt::AlignLeft | Qt::AlignVCenter;
+}
+
 }  // namespace
 
 HubTableModel::HubTableModel(QObject* parent) : QAbstractTableModel(parent) {}
@@ -26,8 +35,8 @@ QVariant HubTableModel::data(const QModelIndex& index, int role) const {
         return {};
     if (role == Qt::DisplayRole)
         return cellText(hubDevices_[index.row()], index.column());
-    if (role == Qt::TextAlignmentRole && index.column() >= Port && index.column() <= Power)
-        return QVariant::fromValue(Qt::AlignRight | Qt::AlignVCenter);
+    if (role == Qt::TextAlignmentRole)
+        return QVariant::fromValue(alignment(index.column()));
     return {};
 }
 
