@@ -4,6 +4,7 @@
 
 #include "usb/USBManager.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -176,7 +177,7 @@ TEST_F(HubControllerTest, RebuildsWhenAHubComesOrGoesButNotForAMac) {
     center.post(USBManager::deviceAddedNotification,
                 arrival(0x05AC, QStringLiteral("Apple Mobile Device (DFU Mode)")));
     center.post(USBManager::deviceRemovedNotification, arrival(9471, QStringLiteral("USBHub3c")));
-    QTest::qWait(50);
+    QCoreApplication::processEvents();  // what the notifications queued for the main thread
     EXPECT_EQ(station->refreshes, refreshes);
 
     QSignalSpy rebuilt(&controller(), &HubController::rowsRebuilt);

@@ -40,15 +40,15 @@ QString LocalHttpServer::url(const QString& path) const {
 
 // A GET carries no body, so the request is complete at the first empty line.
 void LocalHttpServer::serve(QTcpSocket* socket) {
-    auto* received = new QByteArray;
-    connect(socket, &QTcpSocket::disconnected, socket, [socket, received] {
-        delete received;
+    connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+        received_.remove(socket);
         socket->deleteLater();
     });
-    connect(socket, &QTcpSocket::readyRead, this, [this, socket, received] {
-        received->append(socket->readAll());
-        if (received->contains("\r\n\r\n"))
-            answer(socket, *received);
+    connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
+        QByteArray& request = received_[socket];
+        request.append(socket->readAll());
+        if (request.contains("\r\n\r\n"))
+            answer(socket, request);
     });
 }
 

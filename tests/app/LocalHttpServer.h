@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QTcpServer>
@@ -26,10 +27,12 @@ class LocalHttpServer : public QObject {
     void serve(QTcpSocket* socket);
     void answer(QTcpSocket* socket, const QByteArray& request);
 
-    QTcpServer server_;
     int status_ = 200;
     QByteArray body_;
     QList<Headers> requests_;
+    QHash<QTcpSocket*, QByteArray> received_;
+    // Last, so it and the sockets it owns go first, while what their signals touch still exists.
+    QTcpServer server_;
 };
 
 }  // namespace testing_support
