@@ -1,12 +1,8 @@
 #include "cli/CliContext.h"
 
-#include "core/Clock.h"
 #include "core/SimulatorAddress.h"
-#include "core/SimulatorConnection.h"
 #include "hubs/stem/Backend.h"
 
-#include <QCoreApplication>
-#include <QLocalSocket>
 #include <QRegularExpression>
 
 #include <cstdio>
@@ -20,31 +16,14 @@ std::optional<QString> CliContext::simulatorSocket() const {
 }
 
 void CliContext::applySimulatorSelection() const {
-    const auto socket = simulatorSocket();
-    if (!socket)
-        return;
-    qputenv("TARVEL_SIM", socket->toLocal8Bit());
-    if (qEnvironmentVariableIsEmpty("TARVEL_CFGUTIL"))
-        qputenv("TARVEL_CFGUTIL",
-                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil"))
-                    .toLocal8Bit());
-    // Our pauses run on the station's time: a fast simulator gets shorter pauses, never a client
-    // that waits less than the hardware needs.
-    core::SimulatorConnection connection(*socket);
-    if (const auto info = connection.request(QStringLiteral("station.info")))
-        core::Clock::system().setSpeed(info->value(QLatin1String("speed")).toDouble(1.0));
+    if (const auto socket = simulatorSocket()) core::selectSimulator(*socket);
 }
 
 std::optional<QString> CliContext::simulatorProblem() const {
     const auto socket = simulatorSocket();
     if (!socket)
         return std::nullopt;
-    QLocalSocket probe;
-    probe.connectToServer(*socket);
-    if (probe.waitForConnected(2000))
-        return std::nullopt;
-    return QStringLiteral("no station simulator is running at %1 (start tarvel-sim first)")
-        .arg(*socket);
+    return core::simulatorProblem(*socket);
 }
 
 std::optional<QString> CliContext::hubLibraryProblem() const {

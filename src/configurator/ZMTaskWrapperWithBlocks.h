@@ -32,7 +32,7 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     static constexpr std::int32_t stillRunningStatus = -999;
     static constexpr unsigned terminationGraceSeconds = 5;
     // How long a child that closed its output may ignore SIGTERM before it is killed.
-    static constexpr unsigned killGraceSeconds = 2;
+    static constexpr unsigned killGraceSeconds = 5;
 
     // arguments[0] is the program's path, the rest its arguments. The clock serves the grace
     // of terminationStatus().

@@ -6,9 +6,13 @@
 namespace core {
 
 struct Alert {
+    // Most alerts report a failure; news such as a newer version is informational.
+    enum class Style { Warning, Informational };
+
     QString title;
     QString message;
     QStringList buttons;  // first is the default; empty means a single "OK"
+    Style style = Style::Warning;
 };
 
 // Modal alerts. The desktop application shows a dialog; the terminal prints to standard error

@@ -13,4 +13,13 @@ QString defaultSimulatorSocketPath();
 // The socket named by TARVEL_SIM, which tarvel-sim also passes to the children it starts.
 std::optional<QString> simulatorSocketFromEnvironment();
 
+// Makes the simulator at the socket the process's: TARVEL_SIM names it for every backend and
+// child, and the Configurator tool becomes tarvel-sim-cfgutil beside this executable unless
+// TARVEL_CFGUTIL already names one. The system clock's pauses follow the station's speed.
+void selectSimulator(const QString& socket);
+
+// Why the simulator at the socket cannot be used (nothing listens there), if it cannot. A silent
+// simulator is an error of its own, not an empty station.
+std::optional<QString> simulatorProblem(const QString& socket);
+
 }  // namespace core

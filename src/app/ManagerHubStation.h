@@ -1,0 +1,28 @@
+#pragma once
+
+#include "app/HubStation.h"
+
+#include <memory>
+
+namespace app {
+
+// The station of a ZMRAcronameManager.
+class ManagerHubStation final : public HubStation {
+  public:
+    explicit ManagerHubStation(std::shared_ptr<ZMRAcronameManager> manager);
+
+    void refreshAcronameDevices(std::function<void(AC2Devices)> completion) override;
+    void dfuModeForAcronamePorts(AcronamePorts ports, Update update,
+                                 Completion completion) override;
+    void restartForAcronamePorts(AcronamePorts ports, Update update,
+                                 Completion completion) override;
+    void recoveryForAcronamePorts(AcronamePorts ports, Update update,
+                                  Completion completion) override;
+    void rebootHub(AcronameHub& hub) override;
+    void toggleLED(AcronameHub& hub) override;
+
+  private:
+    std::shared_ptr<ZMRAcronameManager> manager_;
+};
+
+}  // namespace app

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "app/AppDelegate.h"
+#include "app/AppState.h"
+#include "app/OptionsSheetModel.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QSettings>
+
+#include <memory>
+
+class ZMRAcronameManager;
+
+namespace app {
+class HubController;
+class VersionCheck;
+}  // namespace app
+
+namespace views {
+
+class HubWindow;
+class MainWindow;
+class OptionsSheet;
+class QuitGuard;
+
+// One run of the desktop application: it builds the delegate, the windows and the services they
+// share, and wires them to each other and to the application object.
+class DesktopApplication : public QObject {
+    Q_OBJECT
+
+  public:
+    // `launchedAt`: when the process started, in milliseconds since the epoch.
+    explicit DesktopApplication(qint64 launchedAt, QObject* parent = nullptr);
+    ~DesktopApplication() override;
+
+    // Runs the launch steps and shows the main window.
+    void start();
+
+    MainWindow* mainWindow() const;
+    HubWindow* showHubWindow();
+    OptionsSheet* showOptions();
+
+  private:
+    app::AppDelegateEnvironment delegateEnvironment();
+    void startVersionCheck();
+    void bringToFront();
+    void disconnectAllHubs();
+    void quit();
+    void showAbout();
+    void logFirstExposure();
+
+    qint64 launchedAt_;
+    app::AppState state_;
+    QSettings windowState_;
+    std::unique_ptr<app::AppDelegate> delegate_;
+    std::unique_ptr<QuitGuard> quitGuard_;
+    QPointer<MainWindow> mainWindow_;
+    std::shared_ptr<ZMRAcronameManager> hubManager_;
+    std::unique_ptr<app::HubController> hubController_;
+    QPointer<HubWindow> hubWindow_;
+    app::OptionsSheetModel optionsModel_;
+    QPointer<OptionsSheet> optionsSheet_;
+    QPointer<app::VersionCheck> versionCheck_;
+    QPointer<QWidget> lastActiveWindow_;
+};
+
+}  // namespace views

@@ -1,0 +1,161 @@
+#include "views/HubWindow.h"
+
+#include "views/ProgressSheet.h"
+
+#include "app/AppDelegate.h"
+#include "app/HubController.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTableView>
+#include <QToolBar>
+
+namespace views {
+namespace {
+
+QIcon themed(const char* name, QStyle::StandardPixmap fallback, const QStyle* style) {
+    return QIcon::fromTheme(QString::fromLatin1(name), style->standardIcon(fallback));
+}
+
+}  // namespace
+
+HubWindow::HubWindow(app::HubController& controller, QWidget* parent)
+    : QMainWindow(parent),
+      controller_(controller),
+      table_(new QTableView(this)),
+      progressSheet_(new ProgressSheet(this)),
+      status_(new QLabel(this)) {
+    setObjectName(app::AppDelegate::hubWindowIdentifier);
+    setWindowTitle(QStringLiteral("Hubs"));
+    table_->setModel(controller_.model());
+    table_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    table_->verticalHeader()->hide();
+    table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    table_->horizontalHeader()->setStretchLastSection(true);
+    table_->setAlternatingRowColors(true);
+    setCentralWidget(table_);
+    statusBar()->addWidget(status_, 1);
+    buildToolBar();
+    buildContextMenu();
+    bindController();
+    resize(760, 420);
+}
+
+QAction* HubWindow::makeAction(const QString& label, const QIcon& icon,
+                               void (app::HubController::*action)(const QSet<QUuid>&)) {
+    auto* added = new QAction(icon, label, this);
+    connect(added, &QAction::triggered, this,
+            [this, action] { (controller_.*action)(selectedDevices()); });
+    return added;
+}
+
+void HubWindow::buildToolBar() {
+    const QStyle* look = style();
+    dfuAction_ =
+        makeAction(QStringLiteral("Put All in DFU"), themed("go-down", QStyle::SP_ArrowDown, look),
+                   &app::HubController::dfu);
+    dfuAction_->setShortcut(Qt::CTRL | Qt::Key_D);
+    restartAction_ = makeAction(QStringLiteral("Restart All"),
+                                themed("system-reboot", QStyle::SP_BrowserReload, look),
+                                &app::HubController::restart);
+    restartAction_->setShortcut(Qt::CTRL | Qt::Key_R);
+    recoveryAction_ = makeAction(QStringLiteral("Put All Recovery"),
+                                 themed("help-faq", QStyle::SP_DialogHelpButton, look),
+                                 &app::HubController::recovery);
+    recoveryAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_R);
+    rebootHubAction_ = makeAction(QStringLiteral("Reboot Hub"),
+                                  themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
+                                  &app::HubController::rebootHub);
+    toggleLEDAction_ = makeAction(QStringLiteral("Toggle Hub LED"),
+                                  themed("dialog-information", QStyle::SP_DialogYesButton, look),
+                                  &app::HubController::toggleLED);
+    refreshAction_ = new QAction(themed("view-refresh", QStyle::SP_BrowserReload, look),
+                                 QStringLiteral("Refresh"), this);
+    refreshAction_->setShortcut(QKeySequence::Refresh);
+    connect(refreshAction_, &QAction::triggered, &controller_, &app::HubController::refresh);
+
+    QToolBar* bar = addToolBar(QStringLiteral("Hub actions"));
+    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    bar->setMovable(false);
+    bar->addActions({dfuAction_, restartAction_, recoveryAction_});
+    bar->addSeparator();
+    bar->addActions({refreshAction_, rebootHubAction_, toggleLEDAction_});
+}
+
+// The rows' own menu names the sequences for what they do to the rows clicked on.
+void HubWindow::buildContextMenu() {
+    auto* menu = new QMenu(this);
+    menu->addAction(QStringLiteral("DFU Mode"), dfuAction_, &QAction::trigger);
+    menu->addAction(style()->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Restart"),
+                    restartAction_, &QAction::trigger);
+    menu->addAction(QStringLiteral("Recovery"), recoveryAction_, &QAction::trigger);
+    table_->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(table_, &QWidget::customContextMenuRequested, this, [this, menu](const QPoint& at) {
+        if (!selectedDevices().isEmpty())
+            menu->popup(table_->viewport()->mapToGlobal(at));
+    });
+}
+
+void HubWindow::bindController() {
+    connect(&controller_, &app::HubController::updateMessageChanged, progressSheet_,
+            &ProgressSheet::setMessage);
+    connect(&controller_, &app::HubController::showModalChanged, this, [this](bool shown) {
+        progressSheet_->setMessage(controller_.updateMessage());
+        progressSheet_->setVisible(shown);
+        updateActions();
+    });
+    connect(&controller_, &app::HubController::isRefreshingChanged, this, [this] {
+        updateActions();
+        updateStatus();
+    });
+    connect(&controller_, &app::HubController::rowsRebuilt, this, &HubWindow::updateStatus);
+    connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &HubWindow::updateActions);
+    connect(controller_.model(), &QAbstractItemModel::modelReset, this, &HubWindow::updateActions);
+    updateActions();
+    updateStatus();
+}
+
+void HubWindow::updateActions() {
+    const bool selected = !selectedDevices().isEmpty();
+    const bool idle = !controller_.showModal();
+    for (QAction* action :
+         {dfuAction_, restartAction_, recoveryAction_, rebootHubAction_, toggleLEDAction_})
+        action->setEnabled(selected && idle);
+    refreshAction_->setEnabled(idle && !controller_.isRefreshing());
+}
+
+void HubWindow::updateStatus() {
+    status_->setText(controller_.isRefreshing()
+                         ? QStringLiteral("Refreshing…")
+                         : QStringLiteral("device count: %1").arg(controller_.hubDevices().size()));
+}
+
+QSet<QUuid> HubWindow::selectedDevices() const {
+    QSet<QUuid> selected;
+    const auto& rows = controller_.hubDevices();
+    for (const QModelIndex& index : table_->selectionModel()->selectedRows())
+        if (index.row() < rows.size())
+            selected.insert(rows[index.row()].id);
+    return selected;
+}
+
+void HubWindow::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    if (!event->spontaneous())
+        controller_.viewShown();
+}
+
+void HubWindow::closeEvent(QCloseEvent* event) {
+    QMainWindow::closeEvent(event);
+    if (event->isAccepted())
+        emit closed();
+}
+
+}  // namespace views

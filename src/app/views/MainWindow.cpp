@@ -1,0 +1,140 @@
+#include "views/MainWindow.h"
+
+#include "app/AppState.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QLabel>
+#include <QMenuBar>
+#include <QProgressBar>
+#include <QSettings>
+#include <QStatusBar>
+#include <QStyle>
+#include <QToolBar>
+#include <QVBoxLayout>
+#include <QWindow>
+
+namespace views {
+namespace {
+
+const QString kGeometryKey = QStringLiteral("MainWindow/geometry");
+constexpr int kProgressSteps = 1000;
+
+}  // namespace
+
+MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* parent)
+    : QMainWindow(parent),
+      state_(state),
+      windowState_(windowState),
+      statusMessage_(new QLabel(this)),
+      progress_(new QProgressBar(this)) {
+    setWindowTitle(QStringLiteral("Tarvel"));
+    buildActions();
+    buildMenus();
+    buildToolBar();
+    bindStatusLine();
+    setCentralWidget(emptyDeviceArea());
+    resize(900, 560);
+    if (windowState_)
+        restoreGeometry(windowState_->value(kGeometryKey).toByteArray());
+}
+
+void MainWindow::buildActions() {
+    hubsAction_ =
+        new QAction(style()->standardIcon(QStyle::SP_DriveNetIcon), QStringLiteral("Hubs"), this);
+    hubsAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_H);
+    hubsAction_->setToolTip(QStringLiteral("Show the hubs and their ports"));
+    connect(hubsAction_, &QAction::triggered, this, &MainWindow::hubWindowRequested);
+
+    optionsAction_ = new QAction(style()->standardIcon(QStyle::SP_FileDialogDetailedView),
+                                 QStringLiteral("Options…"), this);
+    optionsAction_->setShortcuts(
+        {QKeySequence::Preferences, QKeySequence(Qt::CTRL | Qt::Key_Comma)});
+    optionsAction_->setMenuRole(QAction::PreferencesRole);
+    connect(optionsAction_, &QAction::triggered, this, &MainWindow::optionsRequested);
+
+    quitAction_ = new QAction(QStringLiteral("Quit Tarvel"), this);
+    quitAction_->setShortcut(QKeySequence::Quit);
+    quitAction_->setMenuRole(QAction::QuitRole);
+    connect(quitAction_, &QAction::triggered, this, &MainWindow::quitRequested);
+
+    aboutAction_ = new QAction(QStringLiteral("About Tarvel"), this);
+    aboutAction_->setMenuRole(QAction::AboutRole);
+    connect(aboutAction_, &QAction::triggered, this, &MainWindow::aboutRequested);
+}
+
+void MainWindow::buildMenus() {
+    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    file->addAction(quitAction_);
+    QMenu* tools = menuBar()->addMenu(QStringLiteral("&Tools"));
+    tools->addAction(optionsAction_);
+    QMenu* window = menuBar()->addMenu(QStringLiteral("&Window"));
+    window->addAction(hubsAction_);
+    QMenu* help = menuBar()->addMenu(QStringLiteral("&Help"));
+    help->addAction(aboutAction_);
+}
+
+void MainWindow::buildToolBar() {
+    QToolBar* bar = addToolBar(QStringLiteral("Main"));
+    bar->setObjectName(QStringLiteral("mainToolBar"));
+    bar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    bar->setMovable(false);
+    bar->addAction(hubsAction_);
+    bar->addAction(optionsAction_);
+}
+
+void MainWindow::bindStatusLine() {
+    progress_->setRange(0, kProgressSteps);
+    progress_->setMaximumWidth(220);
+    progress_->setVisible(state_.isRunning());
+    statusMessage_->setText(state_.progressMessage());
+    statusBar()->addWidget(statusMessage_, 1);
+    statusBar()->addPermanentWidget(progress_);
+    connect(&state_, &app::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
+    connect(&state_, &app::AppState::isRunningChanged, progress_, &QWidget::setVisible);
+    connect(&state_, &app::AppState::progressBarValueChanged, progress_, [this](double fraction) {
+        progress_->setValue(static_cast<int>(fraction * kProgressSteps));
+    });
+}
+
+QWidget* MainWindow::emptyDeviceArea() {
+    auto* area = new QWidget(this);
+    area->setObjectName(QStringLiteral("deviceArea"));
+    auto* hint =
+        new QLabel(QStringLiteral("No devices listed yet.\nOpen the hub window "
+                                  "(Window ▸ Hubs) to put the Macs on your hubs into DFU mode."),
+                   area);
+    hint->setAlignment(Qt::AlignCenter);
+    hint->setEnabled(false);
+    auto* layout = new QVBoxLayout(area);
+    layout->addWidget(hint);
+    return area;
+}
+
+void MainWindow::setDeviceArea(QWidget* area) {
+    setCentralWidget(area);
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    if (!exposed_ && windowHandle())
+        windowHandle()->installEventFilter(this);
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (!exposed_ && watched == windowHandle() && event->type() == QEvent::Expose &&
+        windowHandle()->isExposed()) {
+        exposed_ = true;
+        windowHandle()->removeEventFilter(this);
+        emit firstExposed();
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    QMainWindow::closeEvent(event);
+    if (event->isAccepted() && windowState_)
+        windowState_->setValue(kGeometryKey, saveGeometry());
+}
+
+}  // namespace views

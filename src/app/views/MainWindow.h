@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QMainWindow>
+
+class QAction;
+class QLabel;
+class QProgressBar;
+class QSettings;
+
+namespace app {
+class AppState;
+}
+
+namespace views {
+
+// The application's main window: toolbar, menus, the status line of the running operation, and
+// the device area the device table takes over.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+  public:
+    // `windowState` remembers the window's place and size between launches; may be null.
+    MainWindow(app::AppState& state, QSettings* windowState, QWidget* parent = nullptr);
+
+    // Replaces the device area; the window owns the widget from then on.
+    void setDeviceArea(QWidget* area);
+    QWidget* deviceArea() const { return centralWidget(); }
+
+    QAction* hubsAction() const { return hubsAction_; }
+    QAction* optionsAction() const { return optionsAction_; }
+    QAction* quitAction() const { return quitAction_; }
+    QLabel* statusMessage() const { return statusMessage_; }
+
+  signals:
+    void hubWindowRequested();
+    void optionsRequested();
+    void quitRequested();
+    void aboutRequested();
+    // The first time the window is on screen, for the start-up time in the log.
+    void firstExposed();
+
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+  private:
+    void buildActions();
+    void buildMenus();
+    void buildToolBar();
+    void bindStatusLine();
+    QWidget* emptyDeviceArea();
+
+    app::AppState& state_;
+    QSettings* windowState_;
+    QLabel* statusMessage_;
+    QProgressBar* progress_;
+    QAction* hubsAction_ = nullptr;
+    QAction* optionsAction_ = nullptr;
+    QAction* quitAction_ = nullptr;
+    QAction* aboutAction_ = nullptr;
+    bool exposed_ = false;
+};
+
+}  // namespace views

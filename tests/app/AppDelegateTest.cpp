@@ -1,0 +1,174 @@
+#include "app/AppDelegate.h"
+#include "app/StayInFront.h"
+
+#include "core/SettingsKeys.h"
+#include "support/RecordingAlerts.h"
+#include "support/TestSettings.h"
+#include "support/VirtualClock.h"
+
+#include <QStringList>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using app::AppDelegate;
+
+// A delegate over recording collaborators: what it logs, prints and asks of the application.
+class AppDelegateTest : public ::testing::Test {
+  protected:
+    AppDelegate& delegate() {
+        if (!delegate_) {
+            app::AppDelegateEnvironment environment;
+            environment.settings = &settings.settings();
+            environment.clock = &clock;
+            environment.notifications = &center;
+            environment.alerts = &alerts;
+            environment.bundleVersion = bundleVersion;
+            environment.log = [this](const QString& line) { logLines << line; };
+            environment.standardOutput = [this](const QString& text) { printed += text; };
+            environment.takeDisplaySleepAssertion = [this] { ++assertionsTaken; };
+            environment.bringToFront = [this] { ++broughtToFront; };
+            environment.disconnectAllHubs = [this] { ++hubDisconnections; };
+            environment.startVersionCheck = [this] { ++versionChecks; };
+            delegate_ = std::make_unique<AppDelegate>(std::move(environment));
+        }
+        return *delegate_;
+    }
+
+    // Launches, asks to stay in front, and loses the focus after the given time.
+    int pullsBackAfter(qint64 milliseconds) {
+        delegate().applicationDidFinishLaunching();
+        center.post(AppDelegate::lastRequestedStayInFrontNotification);
+        clock.advanceMilliseconds(milliseconds);
+        delegate().appMovedToBackground();
+        return broughtToFront;
+    }
+
+    testing_support::TestSettings settings;
+    testing_support::VirtualClock clock;
+    core::NotificationCenter center;
+    testing_support::RecordingAlerts alerts;
+    QString bundleVersion = QStringLiteral("42");
+    QStringList logLines;
+    QString printed;
+    int assertionsTaken = 0, broughtToFront = 0, hubDisconnections = 0, versionChecks = 0;
+
+  private:
+    std::unique_ptr<AppDelegate> delegate_;
+};
+
+const QString kRule(66, QLatin1Char('-'));
+
+TEST_F(AppDelegateTest, BannerTellsHowToTurnVerboseLoggingOn) {
+    delegate().applicationDidFinishLaunching();
+    ASSERT_EQ(logLines.size(), 7);
+    EXPECT_TRUE(logLines[0].startsWith("AppDelegate:")) << logLines[0].toStdString();
+    EXPECT_TRUE(logLines[0].contains(" applicationDidFinishLaunching(_:) "));
+    EXPECT_EQ(logLines.mid(1),
+              (QStringList{
+                  kRule,
+                  "Tarvel Login Build Number: 42",
+                  "Log showing only basic info and errors.",
+                  "Set debugLogging to true to show verbose logging with",
+                  "defaults write ~/Library/Preferences/com.kestrune.Tarvel showDebug -bool true",
+                  kRule,
+              }));
+    EXPECT_EQ(printed, "Tarvel Login Build Number: 42\n");
+}
+
+TEST_F(AppDelegateTest, BannerTellsHowToTurnVerboseLoggingOffWhenOn) {
+    settings.settings().setValue(core::keys::showDebug, true);
+    delegate().applicationDidFinishLaunching();
+    EXPECT_EQ(logLines.mid(1),
+              (QStringList{
+                  kRule,
+                  "Tarvel Login Build Number: 42",
+                  "To disable verbose logging:",
+                  "defaults delete ~/Library/Preferences/com.kestrune.Tarvel showDebug",
+                  kRule,
+              }));
+}
+
+TEST_F(AppDelegateTest, NoBuildNumberNoBanner) {
+    bundleVersion.clear();
+    delegate().applicationDidFinishLaunching();
+    EXPECT_EQ(logLines.size(), 1);
+    EXPECT_TRUE(printed.isEmpty());
+}
+
+TEST_F(AppDelegateTest, LaunchKeepsTheDisplayAwakeAndChecksForUpdatesOnlyWhenAllowed) {
+    delegate().applicationDidFinishLaunching();
+    EXPECT_EQ(assertionsTaken, 1);
+    EXPECT_EQ(versionChecks, 0);
+
+    settings.settings().setValue(core::keys::checkForUpdates, true);
+    delegate().applicationDidFinishLaunching();
+    EXPECT_EQ(versionChecks, 1);
+}
+
+TEST(StayInFrontSeconds, StoredTextAsWholeSeconds) {
+    using app::stay_in_front::seconds;
+    EXPECT_EQ(seconds(QVariant()), 15);
+    EXPECT_EQ(seconds(QStringLiteral("")), 15);
+    EXPECT_EQ(seconds(QStringLiteral("abc")), 15);
+    EXPECT_EQ(seconds(QStringLiteral("0")), 0);
+    EXPECT_EQ(seconds(QStringLiteral("-5")), 0);
+    EXPECT_EQ(seconds(QStringLiteral("+20")), 20);
+    EXPECT_EQ(seconds(QStringLiteral("30")), 30);
+}
+
+TEST_F(AppDelegateTest, PullsBackWhileTheStayInFrontTimeLasts) {
+    EXPECT_EQ(pullsBackAfter(10'000), 1);
+    clock.advanceMilliseconds(6'000);
+    delegate().appMovedToBackground();
+    EXPECT_EQ(broughtToFront, 1) << "16 s after the request the default 15 s are over";
+}
+
+TEST_F(AppDelegateTest, ZeroSecondsNeverPullsBack) {
+    settings.settings().setValue(core::keys::stayInFrontAfterDFUSecs, QStringLiteral("0"));
+    EXPECT_EQ(pullsBackAfter(0), 0);
+}
+
+TEST_F(AppDelegateTest, NotAfterTheRequestIsWithdrawnOrWithoutOne) {
+    delegate().applicationDidFinishLaunching();
+    delegate().appMovedToBackground();
+    EXPECT_EQ(broughtToFront, 0);
+
+    center.post(AppDelegate::lastRequestedStayInFrontNotification);
+    center.post(AppDelegate::cancelStayInFrontNotification);
+    clock.advanceMilliseconds(1'000);
+    delegate().appMovedToBackground();
+    EXPECT_EQ(broughtToFront, 0);
+}
+
+TEST_F(AppDelegateTest, QuitIsRefusedWithAnAlertWhileABatchRuns) {
+    QList<bool> changes;
+    QObject::connect(&delegate(), &AppDelegate::preventTerminationChanged,
+                     [&](bool prevent) { changes << prevent; });
+    delegate().setPreventTermination(true);
+    EXPECT_FALSE(delegate().applicationShouldTerminate());
+    ASSERT_EQ(alerts.shown().size(), 1u);
+    const core::Alert alert = alerts.shown().front();
+    EXPECT_EQ(alert.title, "Application Cannot Quit");
+    EXPECT_EQ(alert.message,
+              "Tarvel cannot quit while an operation is in progress. Please cancel "
+              "the operation before quitting.");
+    EXPECT_TRUE(alert.buttons.isEmpty()) << "one default button";
+
+    delegate().setPreventTermination(false);
+    EXPECT_TRUE(delegate().applicationShouldTerminate());
+    EXPECT_EQ(alerts.shown().size(), 1u);
+    EXPECT_EQ(changes, (QList<bool>{true, false}));
+}
+
+TEST_F(AppDelegateTest, HubsAreLetGoAtTheEndAndWhenTheHubWindowCloses) {
+    delegate().windowWillClose(QStringLiteral("options"));
+    EXPECT_EQ(hubDisconnections, 0);
+    delegate().windowWillClose(QStringLiteral("acroname"));
+    EXPECT_EQ(hubDisconnections, 1);
+    delegate().applicationWillTerminate();
+    EXPECT_EQ(hubDisconnections, 2);
+}
+
+}  // namespace

@@ -1,0 +1,211 @@
+#include "app/HubController.h"
+
+#include "ScriptedHubStation.h"
+
+#include "usb/USBManager.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using app::HubController;
+using app::HubTableModel;
+using testing_support::ScriptedHubStation;
+
+class HubControllerTest : public ::testing::Test {
+  protected:
+    HubControllerTest() {
+        station->addHub(0x1001);
+        station->addHub(0x1002);
+    }
+
+    HubController& controller() {
+        if (!controller_) {
+            controller_ = std::make_unique<HubController>(
+                HubController::Environment{station, &center,
+                                           [this](dispatch::Task task) {
+                                               ++backgroundTasks;
+                                               task();
+                                           },
+                                           [this] { ++watcherStarts; }});
+        }
+        return *controller_;
+    }
+
+    // Shows the view and waits for the rows the refresh delivers to the main thread.
+    void showAndLoad() {
+        QSignalSpy rebuilt(&controller(), &HubController::rowsRebuilt);
+        controller().viewShown();
+        ASSERT_TRUE(rebuilt.wait(2000));
+    }
+
+    // Ends the running sequence and waits until its sheet is gone and the rows are back.
+    void finishSequence() {
+        QSignalSpy rebuilt(&controller(), &HubController::rowsRebuilt);
+        station->finish();
+        ASSERT_TRUE(rebuilt.wait(2000));
+        ASSERT_FALSE(controller().showModal());
+    }
+
+    // The identifiers of the rows at these indexes, as a selection.
+    QSet<QUuid> rows(std::initializer_list<int> indexes) {
+        QSet<QUuid> selected;
+        for (int index : indexes) selected.insert(controller().hubDevices().at(index).id);
+        return selected;
+    }
+
+    static QVariantMap arrival(std::int64_t vendor, const QString& product) {
+        DeviceIOKitInfo device;
+        device.vendor = vendor;
+        device.productName = product;
+        return {{USBManager::devicesKey, QVariant::fromValue(QList<DeviceIOKitInfo>{device})}};
+    }
+
+    std::shared_ptr<ScriptedHubStation> station = std::make_shared<ScriptedHubStation>();
+    core::NotificationCenter center;
+    int backgroundTasks = 0;
+    int watcherStarts = 0;
+
+  private:
+    std::unique_ptr<HubController> controller_;
+};
+
+TEST_F(HubControllerTest, RowsComeFromTheManagersEntriesWithTheirColumns) {
+    showAndLoad();
+    EXPECT_EQ(backgroundTasks, 1) << "the rebuild runs in the background";
+    EXPECT_EQ(watcherStarts, 1);
+    EXPECT_FALSE(controller().isRefreshing());
+    HubTableModel& model = *controller().model();
+    ASSERT_EQ(model.rowCount(), 10);
+    ASSERT_EQ(model.columnCount(), 7);
+
+    QStringList titles;
+    for (int column = 0; column < model.columnCount(); ++column)
+        titles << model.headerData(column, Qt::Horizontal).toString();
+    EXPECT_EQ(titles, (QStringList{"Hub Serial", "Firmware Version", "Port", "Voltage (V)",
+                                   "Current (A)", "Power (W)", "Connected"}));
+
+    QStringList fourthRow;
+    for (int column = 0; column < model.columnCount(); ++column)
+        fourthRow << model.data(model.index(3, column)).toString();
+    EXPECT_EQ(fourthRow, (QStringList{"1001", "2.10.4", "4", "5.0", "0.4", "2.0", "No"}));
+    EXPECT_EQ(model.data(model.index(5, 0)).toString(), "1002");
+
+    const app::HubDevice& first = controller().hubDevices().front();
+    EXPECT_EQ(first.portID, 1);
+    EXPECT_TRUE(first.isConnected);
+    EXPECT_EQ(first.deviceUSBID, 0x01110000);
+    EXPECT_EQ(first.acronamePort, station->entries.front()->port());
+}
+
+TEST_F(HubControllerTest, PowerIsTheMagnitudeOfVoltageTimesCurrent) {
+    app::HubDevice row;
+    row.acronamePort = std::make_shared<AcronamePort>();
+    row.acronamePort->setVBusVoltage(20.04f);
+    row.acronamePort->setVBusCurrent(-1.56f);
+    EXPECT_EQ(HubTableModel::cellText(row, HubTableModel::Voltage), "20.0");
+    EXPECT_EQ(HubTableModel::cellText(row, HubTableModel::Current), "-1.6");
+    EXPECT_EQ(HubTableModel::cellText(row, HubTableModel::Power), "31.3");
+}
+
+TEST_F(HubControllerTest, EveryRebuildMakesNewRowIdentifiers) {
+    showAndLoad();
+    const QUuid before = controller().hubDevices().front().id;
+    showAndLoad();
+    EXPECT_NE(controller().hubDevices().front().id, before);
+    EXPECT_EQ(watcherStarts, 1) << "the watcher and the observers are set up once";
+}
+
+TEST_F(HubControllerTest, SequencesGetTheSelectedPortsInRowOrder) {
+    showAndLoad();
+    controller().dfu(rows({7, 0, 2}));
+    finishSequence();
+    controller().restart(rows({9, 5}));
+    finishSequence();
+    controller().recovery(rows({1}));
+    finishSequence();
+    EXPECT_EQ(station->requests, (QStringList{"dfu 1001:1 1001:3 1002:3", "restart 1002:1 1002:5",
+                                              "recovery 1001:2"}));
+}
+
+TEST_F(HubControllerTest, NothingHappensOnAnEmptySelection) {
+    showAndLoad();
+    controller().dfu({});
+    controller().restart({});
+    controller().recovery({});
+    controller().rebootHub({});
+    controller().toggleLED({});
+    controller().dfu({QUuid::createUuid()});  // a row of an earlier rebuild
+    EXPECT_TRUE(station->requests.isEmpty());
+    EXPECT_FALSE(controller().showModal());
+}
+
+TEST_F(HubControllerTest, TheProgressSheetShowsTheSequencesTextUntilItEnds) {
+    showAndLoad();
+    QSignalSpy texts(&controller(), &HubController::updateMessageChanged);
+    controller().dfu(rows({0}));
+    EXPECT_TRUE(controller().showModal());
+
+    station->say(QStringLiteral("Putting devices into DFU mode (setting power role)"));
+    station->say(QStringLiteral("Sending DFU command to port 1"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return texts.size() == 2; }, 2000));
+    EXPECT_EQ(controller().updateMessage(), "Sending DFU command to port 1");
+
+    controller().restart(rows({1}));
+    EXPECT_EQ(station->requests.size(), 1) << "one sequence at a time";
+
+    const int refreshesBefore = station->refreshes;
+    station->finish();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !controller().showModal(); }, 2000));
+    EXPECT_EQ(station->refreshes, refreshesBefore + 1) << "the rows are rebuilt after a sequence";
+}
+
+TEST_F(HubControllerTest, HubCommandsGoToTheHubOfTheSelection) {
+    showAndLoad();
+    controller().rebootHub(rows({6, 8}));
+    controller().toggleLED(rows({2}));
+    EXPECT_EQ(station->requests, (QStringList{"reboot 1002", "led 1001"}));
+}
+
+TEST_F(HubControllerTest, RebuildsWhenAHubComesOrGoesButNotForAMac) {
+    showAndLoad();
+    const int refreshes = station->refreshes;
+    center.post(USBManager::deviceAddedNotification,
+                arrival(0x05AC, QStringLiteral("Apple Mobile Device (DFU Mode)")));
+    center.post(USBManager::deviceRemovedNotification, arrival(9471, QStringLiteral("USBHub3c")));
+    QCoreApplication::processEvents();  // what the notifications queued for the main thread
+    EXPECT_EQ(station->refreshes, refreshes);
+
+    QSignalSpy rebuilt(&controller(), &HubController::rowsRebuilt);
+    center.post(USBManager::deviceAddedNotification,
+                arrival(9471, QStringLiteral("USBHub3c-Stem")));
+    ASSERT_TRUE(rebuilt.wait(2000));
+    center.post(USBManager::deviceRemovedNotification,
+                arrival(9471, QStringLiteral("USBHub3c-Stem")));
+    ASSERT_TRUE(rebuilt.wait(2000));
+    EXPECT_EQ(station->refreshes, refreshes + 2);
+}
+
+TEST_F(HubControllerTest, ARefreshAskedForDuringOneRunsAfterIt) {
+    station->holdRefreshes = true;
+    controller().refresh();
+    EXPECT_TRUE(controller().isRefreshing());
+    controller().refresh();
+    controller().refresh();
+    EXPECT_EQ(station->refreshes, 1);
+
+    QSignalSpy rebuilt(&controller(), &HubController::rowsRebuilt);
+    station->heldRefresh();
+    ASSERT_TRUE(rebuilt.wait(2000));
+    EXPECT_EQ(station->refreshes, 2) << "the requests made meanwhile become one more refresh";
+    station->heldRefresh();
+    ASSERT_TRUE(rebuilt.wait(2000));
+    EXPECT_EQ(station->refreshes, 2);
+    EXPECT_FALSE(controller().isRefreshing());
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+#include "app/VersionCheck.h"
+
+#include "LocalHttpServer.h"
+
+#include "core/SettingsKeys.h"
+#include "support/RecordingAlerts.h"
+#include "support/TestSettings.h"
+
+#include <QSignalSpy>
+#include <QUuid>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using app::VersionCheck;
+using Outcome = app::VersionCheck::Outcome;
+
+const QByteArray kNewer = R"({"com.kestrune.Tarvel": {"product": "com.kestrune.Tarvel",
+    "version": "1.10.0", "release_date": "2026-11-01"}})";
+
+class VersionCheckTest : public ::testing::Test {
+  protected:
+    VersionCheckTest() {
+        settings.settings().setValue(core::keys::versionCheckURL, server.url());
+        settings.settings().setValue(core::keys::versionHistoryURL,
+                                     QStringLiteral("https://example.com/releases"));
+    }
+
+    // Runs one check to its end and answers how it ended.
+    Outcome check() {
+        VersionCheck versionCheck({&settings.settings(), &alerts,
+                                   QStringLiteral("com.kestrune.Tarvel"), QStringLiteral("1.9.2"),
+                                   [this](const QUrl& url) { opened << url; }});
+        QSignalSpy finished(&versionCheck, &VersionCheck::finished);
+        versionCheck.start();
+        if (finished.isEmpty() && !finished.wait(5000))
+            ADD_FAILURE() << "the check never ended";
+        return finished.isEmpty() ? Outcome::NoURL : finished.front().front().value<Outcome>();
+    }
+
+    testing_support::LocalHttpServer server;
+    testing_support::TestSettings settings;
+    testing_support::RecordingAlerts alerts;
+    QList<QUrl> opened;
+};
+
+TEST_F(VersionCheckTest, ANewerVersionIsOfferedWithItsUpdatePage) {
+    server.respond(200, kNewer);
+    EXPECT_EQ(check(), Outcome::Newer);
+    ASSERT_EQ(alerts.shown().size(), 1u);
+    const core::Alert alert = alerts.shown().front();
+    EXPECT_EQ(alert.title, "New Version Available");
+    EXPECT_EQ(alert.message,
+              "A new version of Tarvel is available. The currently installed version "
+              "is 1.9.2 and the new version is 1.10.0.");
+    EXPECT_EQ(alert.buttons, (QStringList{"Open Update Page", "Cancel"}));
+    EXPECT_EQ(opened, (QList<QUrl>{QUrl("https://example.com/releases")}));
+
+    alerts.answer = 1;
+    check();
+    EXPECT_EQ(opened.size(), 1) << "Cancel opens nothing";
+}
+
+TEST_F(VersionCheckTest, EveryOtherEndingIsSilent) {
+    const struct {
+        int status;
+        QByteArray body;
+        Outcome outcome;
+    } cases[] = {
+        {304, kNewer, Outcome::BadStatus},
+        {500, kNewer, Outcome::BadStatus},
+        {200, "{\"com.kestrune.Tarvel\": ", Outcome::BadDocument},
+        {200, "[1, 2]", Outcome::BadDocument},
+        {200, R"({"com.kestrune.Other": {"product": "x", "version": "9.0", "release_date": ""}})",
+         Outcome::NoEntry},
+        {200,
+         R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9.2", "release_date": ""}})",
+         Outcome::NotNewer},
+        {200, R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9", "release_date": ""}})",
+         Outcome::NotNewer},
+    };
+    for (const auto& c : cases) {
+        server.respond(c.status, c.body);
+        EXPECT_EQ(check(), c.outcome) << c.status << " " << c.body.toStdString();
+    }
+    EXPECT_TRUE(alerts.shown().empty());
+    EXPECT_TRUE(opened.isEmpty());
+}
+
+TEST_F(VersionCheckTest, NoAddressOrNoServerEndsSilently) {
+    settings.settings().setValue(core::keys::versionCheckURL, QStringLiteral("not a url"));
+    EXPECT_EQ(check(), Outcome::NoURL);
+    EXPECT_TRUE(server.requests().isEmpty());
+
+    QTcpServer closed;
+    closed.listen(QHostAddress::LocalHost);
+    const quint16 port = closed.serverPort();
+    closed.close();
+    settings.settings().setValue(core::keys::versionCheckURL,
+                                 QStringLiteral("http://127.0.0.1:%1/version.json").arg(port));
+    EXPECT_EQ(check(), Outcome::NetworkError);
+    EXPECT_TRUE(alerts.shown().empty());
+}
+
+TEST_F(VersionCheckTest, RequestCarriesTheFourHeadersAndOneInstallationIdentifier) {
+    ASSERT_FALSE(settings.settings().userValue(core::keys::uniqueID).isValid());
+    server.respond(200, kNewer);
+    check();
+    check();
+    ASSERT_EQ(server.requests().size(), 2);
+    const auto& first = server.requests().front();
+    EXPECT_EQ(first.value("accept"), "application/json");
+    EXPECT_EQ(first.value("zmr-app-identifier"), "com.kestrune.Tarvel");
+    EXPECT_EQ(first.value("zmr-app-version"), "1.9.2");
+
+    const QString stored = settings.settings().stringForKey(core::keys::uniqueID);
+    EXPECT_FALSE(QUuid::fromString(stored).isNull()) << stored.toStdString();
+    EXPECT_EQ(first.value("zmr-info-unique-id"), stored.toUtf8());
+    EXPECT_EQ(server.requests().back().value("zmr-info-unique-id"), stored.toUtf8());
+}
+
+TEST(VersionComparison, NumericComponentByComponent) {
+    EXPECT_TRUE(VersionCheck::isNewer("1.10", "1.9"));
+    EXPECT_TRUE(VersionCheck::isNewer("2.0", "1.99.99"));
+    EXPECT_TRUE(VersionCheck::isNewer("1.0.1", "1.0"));
+    EXPECT_FALSE(VersionCheck::isNewer("1.0", "1.0.0"));
+    EXPECT_FALSE(VersionCheck::isNewer("1.9", "1.10"));
+    EXPECT_FALSE(VersionCheck::isNewer("0.1.0", "0.1.0"));
+}
+
+}  // namespace

@@ -1,0 +1,222 @@
+#include "views/HubWindow.h"
+#include "views/MainWindow.h"
+#include "views/OptionsSheet.h"
+#include "views/ProgressSheet.h"
+#include "views/QuitGuard.h"
+
+#include "ScriptedHubStation.h"
+
+#include "app/AppDelegate.h"
+#include "app/AppState.h"
+#include "app/HubController.h"
+#include "app/OptionsSheetModel.h"
+#include "core/SettingsKeys.h"
+#include "support/RecordingAlerts.h"
+#include "support/TestSettings.h"
+#include "support/VirtualClock.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStatusBar>
+#include <QTableView>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing_support::ScriptedHubStation;
+
+class HubWindowTest : public ::testing::Test {
+  protected:
+    HubWindowTest() {
+        station->addHub(0x1001);
+        station->addHub(0x1002);
+        window.show();
+        EXPECT_TRUE(
+            QTest::qWaitFor([&] { return window.table()->model()->rowCount() == 10; }, 2000));
+    }
+
+    // Clicks a row; with Ctrl held it joins the selection.
+    void click(int row, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+        QTableView* table = window.table();
+        const QRect cell = table->visualRect(table->model()->index(row, 0));
+        QTest::mouseClick(table->viewport(), Qt::LeftButton, modifiers, cell.center());
+    }
+
+    std::shared_ptr<ScriptedHubStation> station = std::make_shared<ScriptedHubStation>();
+    core::NotificationCenter center;
+    app::HubController controller{{station, &center, [](dispatch::Task task) { task(); }, [] {}}};
+    views::HubWindow window{controller};
+};
+
+TEST_F(HubWindowTest, ShowingTheWindowListsThePorts) {
+    EXPECT_EQ(window.objectName(), "acroname");
+    EXPECT_EQ(window.table()->model()->headerData(4, Qt::Horizontal).toString(), "Current (A)");
+    EXPECT_EQ(window.table()->model()->index(7, 2).data().toString(), "3");
+    EXPECT_EQ(window.statusBar()->findChild<QLabel*>()->text(), "device count: 10");
+}
+
+TEST_F(HubWindowTest, ActionsNeedASelection) {
+    EXPECT_FALSE(window.dfuAction()->isEnabled());
+    EXPECT_FALSE(window.rebootHubAction()->isEnabled());
+    EXPECT_TRUE(window.refreshAction()->isEnabled());
+    window.dfuAction()->trigger();
+    EXPECT_TRUE(station->requests.isEmpty());
+    click(2);
+    EXPECT_TRUE(window.dfuAction()->isEnabled());
+}
+
+TEST_F(HubWindowTest, DfuOnClickedRowsShowsTheLiveSheetUntilTheSequenceEnds) {
+    click(8);
+    click(1, Qt::ControlModifier);
+    click(4, Qt::ControlModifier);
+    window.dfuAction()->trigger();
+    EXPECT_EQ(station->requests, QStringList{"dfu 1001:2 1001:5 1002:4"});
+
+    views::ProgressSheet* sheet = window.progressSheet();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return sheet->isVisible(); }, 2000));
+    EXPECT_FALSE(window.dfuAction()->isEnabled()) << "no second sequence while one runs";
+    station->say(QStringLiteral("Sending DFU command to port 2"));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return sheet->message() == "Sending DFU command to port 2"; }, 2000));
+
+    station->finish();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !sheet->isVisible(); }, 2000));
+}
+
+TEST_F(HubWindowTest, ContextLabelsAndHubCommandsActOnTheSelection) {
+    click(6);
+    window.toggleLEDAction()->trigger();
+    window.rebootHubAction()->trigger();
+    EXPECT_EQ(station->requests, (QStringList{"led 1002", "reboot 1002"}));
+}
+
+TEST_F(HubWindowTest, ClosingTheWindowTellsTheApplication) {
+    QSignalSpy closed(&window, &views::HubWindow::closed);
+    window.close();
+    EXPECT_EQ(closed.size(), 1);
+}
+
+// The quit guard on real windows: while a batch runs the last window stays open.
+class QuitGuardTest : public ::testing::Test {
+  protected:
+    QuitGuardTest() {
+        app::AppDelegateEnvironment environment;
+        environment.settings = &settings.settings();
+        environment.clock = &clock;
+        environment.notifications = &center;
+        environment.alerts = &alerts;
+        delegate = std::make_unique<app::AppDelegate>(environment);
+        guard = std::make_unique<views::QuitGuard>(*delegate);
+        guard->watch(&mainWindow);
+        guard->watch(&otherWindow);
+        mainWindow.show();
+    }
+
+    testing_support::TestSettings settings;
+    testing_support::VirtualClock clock;
+    core::NotificationCenter center;
+    testing_support::RecordingAlerts alerts;
+    std::unique_ptr<app::AppDelegate> delegate;
+    std::unique_ptr<views::QuitGuard> guard;
+    app::AppState state;
+    views::MainWindow mainWindow{state, nullptr};
+    QWidget otherWindow;
+};
+
+TEST_F(QuitGuardTest, TheLastWindowStaysOpenWhileABatchRuns) {
+    delegate->setPreventTermination(true);
+    EXPECT_FALSE(mainWindow.close());
+    EXPECT_TRUE(mainWindow.isVisible());
+    ASSERT_EQ(alerts.shown().size(), 1u);
+    EXPECT_EQ(alerts.shown().front().title, "Application Cannot Quit");
+
+    delegate->setPreventTermination(false);
+    EXPECT_TRUE(mainWindow.close());
+    EXPECT_FALSE(mainWindow.isVisible());
+}
+
+TEST_F(QuitGuardTest, AWindowThatIsNotTheLastClosesFreely) {
+    delegate->setPreventTermination(true);
+    otherWindow.show();
+    EXPECT_TRUE(otherWindow.close());
+    EXPECT_TRUE(alerts.shown().empty());
+}
+
+TEST_F(QuitGuardTest, TheStatusLineFollowsTheApplicationState) {
+    state.setProgressMessage(QStringLiteral("Waiting to start next process"));
+    EXPECT_EQ(mainWindow.statusMessage()->text(), "Waiting to start next process");
+    auto* area = new QLabel(QStringLiteral("devices"));
+    mainWindow.setDeviceArea(area);
+    EXPECT_EQ(mainWindow.deviceArea(), area);
+}
+
+class OptionsSheetTest : public ::testing::Test {
+  protected:
+    core::Settings& store() { return settings.settings(); }
+
+    testing_support::TestSettings settings{false};
+    QStringList opened;
+    int cacheRemovals = 0;
+    app::OptionsSheetModel model{{&settings.settings(),
+                                  [this](std::function<void(bool, const QString&)> done) {
+                                      ++cacheRemovals;
+                                      done(true, QString());
+                                  },
+                                  [this](const QString& folder) { opened << folder; },
+                                  QStringLiteral("/home/tech")}};
+    views::OptionsSheet sheet{model};
+};
+
+TEST_F(OptionsSheetTest, AFreshUserSeesTheSheetsDefaults) {
+    sheet.show();
+    namespace keys = core::keys;
+    EXPECT_TRUE(sheet.toggle(keys::removeACCache)->isChecked());
+    EXPECT_TRUE(sheet.toggle(keys::acronameSkipDFUSDPMode)->isChecked());
+    EXPECT_TRUE(sheet.toggle(keys::shouldPlaySound)->isChecked());
+    EXPECT_FALSE(sheet.toggle(keys::useCustomIPSW)->isChecked());
+    EXPECT_FALSE(sheet.toggle(keys::shouldUseEventScript)->isChecked());
+    EXPECT_EQ(sheet.textField(keys::stayInFrontAfterDFUSecs)->text(), "15");
+    EXPECT_EQ(sheet.textField(keys::timeBetweenProcesses)->text(), "3");
+    EXPECT_TRUE(store().userKeys().isEmpty()) << "showing writes nothing";
+}
+
+TEST_F(OptionsSheetTest, EveryChangeIsWrittenAtOnceAndTextsAsTyped) {
+    sheet.show();
+    sheet.toggle(core::keys::acronameSkipDFUSDPMode)->click();
+    EXPECT_EQ(store().userValue(core::keys::acronameSkipDFUSDPMode).toBool(), false);
+    QLineEdit* pause = sheet.textField(core::keys::timeBetweenProcesses);
+    pause->clear();
+    QTest::keyClicks(pause, QStringLiteral("abc"));
+    EXPECT_EQ(store().userValue(core::keys::timeBetweenProcesses).toString(), "abc");
+}
+
+TEST_F(OptionsSheetTest, ReopeningReadsTheStoreAgain) {
+    sheet.show();
+    sheet.hide();
+    store().setValue(core::keys::stayInFrontAfterDFUSecs, QStringLiteral("40"));
+    store().setValue(core::keys::shouldPlaySound, false);
+    sheet.show();
+    EXPECT_EQ(sheet.textField(core::keys::stayInFrontAfterDFUSecs)->text(), "40");
+    EXPECT_FALSE(sheet.toggle(core::keys::shouldPlaySound)->isChecked());
+}
+
+TEST_F(OptionsSheetTest, CacheButtons) {
+    sheet.show();
+    for (QPushButton* button : sheet.findChildren<QPushButton*>()) {
+        if (button->text() == "Show Cached IPSWs" || button->text() == "Empty Now")
+            button->click();
+    }
+    EXPECT_EQ(opened,
+              QStringList{"/home/tech/Library/Group Containers/"
+                          "K36BKF7T3D.group.com.apple.configurator/Library/Caches/Firmware"});
+    EXPECT_EQ(cacheRemovals, 1);
+}
+
+}  // namespace
