@@ -10,6 +10,7 @@
 #include "usb/USBManager.h"
 
 #include <QMetaObject>
+#include <QRegularExpression>
 
 namespace app {
 namespace {
@@ -18,6 +19,24 @@ constexpr std::int64_t appleVendor = 1452;
 
 bool compatible(std::uint64_t a, std::uint64_t b) { return a == 0 || b == 0 || a == b; }
 bool compatible(const QString& a, const QString& b) { return a.isEmpty() || b.isEmpty() || a == b; }
+
+// Apple's own keyboards, mice and displays are no business of a bench: a device counts when it
+// reports an ECID (boot ROM, recovery, restore) or names itself as a Mac or a mobile device.
+bool isRestorable(const DeviceIOKitInfo& info) {
+    static const QRegularExpression names(
+        QStringLiteral("^(Mac|iMac|iPhone|iPad|iPod|Apple TV|Apple Watch|Apple Vision)"));
+    return info.vendor == appleVendor && (info.ecid != 0 || names.match(info.productName).hasMatch());
+}
+
+// The output callback's "ECID:step:progress" status reads as just the step in a table.
+QString statusText(const AC2Device& device) {
+    const QString status = device.restoreStatus();
+    const QString prefix = QString::number(device.ecid()) + ':';
+    if (!status.startsWith(prefix))
+        return status;
+    const QString rest = status.mid(prefix.size());
+    return rest.left(rest.lastIndexOf(':'));
+}
 
 QString hexLocation(std::int64_t location) {
     return QStringLiteral("0x") + QString::number(static_cast<quint64>(location), 16).toUpper();
@@ -70,8 +89,9 @@ QVariant DeviceListModel::display(const Row& row, int column) const {
         case HubPort: return device.port() ? device.port()->name() : QString();
         case DFU: return device.inDFU() ? QStringLiteral("Yes") : QStringLiteral("No");
         case Status: {
-            const QString status = device.restoreStatus();
-            if (row.connected())
+            const QString status = statusText(device);
+            // A Mac being restored leaves the bus several times; that is no news.
+            if (row.connected() || device.isRestoring())
                 return status;
             return status.isEmpty() ? QStringLiteral("Disconnected")
                                     : status + QStringLiteral(" (disconnected)");
@@ -180,7 +200,7 @@ void DeviceListModel::applyListing(const configurator::DeviceList& listed) {
 
 void DeviceListModel::usbDevicesAdded(const QList<DeviceIOKitInfo>& devices) {
     for (const DeviceIOKitInfo& info : devices) {
-        if (info.vendor != appleVendor)
+        if (!isRestorable(info))
             continue;
         const Identity identity{static_cast<std::uint64_t>(info.ecid), info.serialNumber,
                                 info.usbAddress};
@@ -205,7 +225,7 @@ void DeviceListModel::usbDevicesAdded(const QList<DeviceIOKitInfo>& devices) {
 
 void DeviceListModel::usbDevicesRemoved(const QList<DeviceIOKitInfo>& devices) {
     for (const DeviceIOKitInfo& info : devices) {
-        if (info.vendor != appleVendor)
+        if (!isRestorable(info))
             continue;
         const int row = findRow({static_cast<std::uint64_t>(info.ecid), info.serialNumber,
                                  info.usbAddress},

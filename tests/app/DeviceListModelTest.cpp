@@ -43,8 +43,9 @@ class DeviceList : public ::testing::Test {
 
 TEST_F(DeviceList, ADeviceSeenOnlyOnUSBShowsAndIsJoinedByTheListingByECID) {
     model.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct),
-                           usb(0, "", 0x2000000, "USB Keyboard", 0x05AC + 1)});
-    ASSERT_EQ(model.rowCount(), 1) << "other vendors are not Macs";
+                           usb(0, "", 0x2000000, "USB Keyboard", 0x05AC + 1),
+                           usb(0, "F0T123", 0x3110000, "Magic Keyboard")});
+    ASSERT_EQ(model.rowCount(), 1) << "other vendors' devices and Apple's keyboards are not Macs";
     EXPECT_EQ(cell(0, DeviceListModel::DFU), "Yes");
     EXPECT_EQ(cell(0, DeviceListModel::Ecid), "0x16594A1492801E");
     const auto row = model.deviceAt(0);
@@ -70,6 +71,9 @@ TEST_F(DeviceList, AMacChangingFromBootedToDFUKeepsItsRowAndStatus) {
     EXPECT_EQ(cell(0, DeviceListModel::Ecid), "0x16594A1492801E");
     EXPECT_EQ(cell(0, DeviceListModel::DFU), "Yes");
     EXPECT_EQ(cell(0, DeviceListModel::Status), "Successful");
+
+    model.deviceAt(0)->setRestoreStatus(QString::number(0x16594A1492801E) + ":Restoring:0.35");
+    EXPECT_EQ(cell(0, DeviceListModel::Status), "Restoring") << "the tool's step, without the ECID";
 }
 
 TEST_F(DeviceList, SameMacByECIDAndBySerialIsOneRowButOneSerialWithTwoECIDsIsTwo) {

@@ -1,11 +1,17 @@
 #include "views/DesktopApplication.h"
 
+#include "views/DevicePanel.h"
+#include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
 #include "views/MainWindow.h"
 #include "views/OptionsSheet.h"
 #include "views/QuitGuard.h"
 
+#include "app/DeviceListModel.h"
+#include "app/DeviceTableController.h"
+#include "app/DfuPortLookup.h"
 #include "app/DisplaySleepAssertion.h"
+#include "app/HistoryModel.h"
 #include "app/HubController.h"
 #include "app/ManagerHubStation.h"
 #include "app/VersionCheck.h"
@@ -16,12 +22,19 @@
 #include "core/Log.h"
 #include "core/RealHomeFolder.h"
 #include "core/Settings.h"
+#include "core/ZMRUnifiedLogger.h"
 #include "hubs/ZMRAcronameManager.h"
+#include "restore/RestoreSession.h"
 #include "usb/USBManager.h"
 
 #include <QApplication>
 #include <QDateTime>
 #include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
+#include <QKeySequence>
+#include <QMenu>
+#include <QToolBar>
 #include <QMessageBox>
 #include <QUrl>
 #include <QWindow>
@@ -68,11 +81,83 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
         if (now && (now->window() == mainWindow_ || now->window() == hubWindow_))
             lastActiveWindow_ = now->window();
     });
+    buildDeviceArea();
+    buildTools();
+}
+
+void DesktopApplication::buildDeviceArea() {
+    restore::RestoreSession::Collaborators restoreEnvironment =
+        restore::RestoreSession::defaultCollaborators(&state_);
+    firmwareCachePath_ = restoreEnvironment.firmwareCachePath;
+    session_ = std::make_unique<restore::RestoreSession>(restoreEnvironment);
+    devices_ = std::make_unique<app::DeviceListModel>(app::DeviceListModel::Collaborators{
+        &core::Settings::shared(), restoreEnvironment.events, &core::Clock::system()});
+    history_ = std::make_unique<app::HistoryModel>(*session_);
+    dfuPorts_ = std::make_unique<app::DfuPortLookup>();
+    deviceTable_ = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
+        &core::Settings::shared(), restoreEnvironment.configurator, session_.get(), devices_.get(),
+        &state_, &core::NotificationCenter::defaultCenter()});
+    devicePanel_ = new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_);
+    mainWindow_->setDeviceArea(devicePanel_);
+
+    // While a batch runs the application refuses to quit, and the status line shows its bar.
+    connect(session_.get(), &restore::RestoreSession::preventTerminationChanged, delegate_.get(),
+            &app::AppDelegate::setPreventTermination);
+    connect(session_.get(), &restore::RestoreSession::batchRunningChanged, &state_,
+            &app::AppState::setIsRunning);
+}
+
+void DesktopApplication::buildTools() {
+    QMenu* tools = mainWindow_->toolsMenu();
+    tools->addSeparator();
+    QAction* lookup = tools->addAction(QStringLiteral("DFU Port Lookup"), this,
+                                       &DesktopApplication::showDfuPortLookup);
+    lookup->setShortcut(QKeySequence(QStringLiteral("Ctrl+L")));
+    mainWindow_->toolBar()->addAction(lookup);
+    const auto openFolder = [this, tools](const QString& title, const QString& path) {
+        // A place this machine does not have is not offered at all.
+        if (!QFileInfo::exists(path))
+            return;
+        tools->addAction(title, this,
+                         [path] { QDesktopServices::openUrl(QUrl::fromLocalFile(path)); });
+    };
+    openFolder(QStringLiteral("Open Apple Configurator"),
+               QStringLiteral("/Applications/Apple Configurator.app"));
+    openFolder(QStringLiteral("Show Cached Firmware Files"), firmwareCachePath_);
+    openFolder(QStringLiteral("Show Diagnostic Reports"),
+               core::realHomeFolder() + QStringLiteral("/Library/Logs/DiagnosticReports"));
+    tools->addAction(QStringLiteral("Show Log File"), this, [] {
+        QDesktopServices::openUrl(
+            QUrl::fromLocalFile(ZMRUnifiedLogger::sharedLogger().logFileURL()));
+    });
+    tools->addSeparator();
+    tools->addAction(QStringLiteral("Copy Serial Numbers"), this,
+                     [this] { devicePanel_->copySerialNumbers(); });
+    tools->addAction(QStringLiteral("Export Selected Devices…"), this,
+                     [this] { devicePanel_->exportSelection(); });
+    tools->addAction(QStringLiteral("Export History…"), this,
+                     [this] { devicePanel_->exportHistory(); });
+}
+
+DfuPortWindow* DesktopApplication::showDfuPortLookup() {
+    if (!dfuPortWindow_) {
+        dfuPortWindow_ = new DfuPortWindow(*dfuPorts_);
+        dfuPortWindow_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    dfuPortWindow_->show();
+    dfuPortWindow_->raise();
+    dfuPortWindow_->activateWindow();
+    return dfuPortWindow_;
 }
 
 DesktopApplication::~DesktopApplication() {
+    delete dfuPortWindow_;
     delete hubWindow_;
     delete mainWindow_;
+}
+
+DevicePanel* DesktopApplication::devicePanel() const {
+    return devicePanel_;
 }
 
 MainWindow* DesktopApplication::mainWindow() const {
@@ -101,6 +186,11 @@ app::AppDelegateEnvironment DesktopApplication::delegateEnvironment() {
 void DesktopApplication::start() {
     delegate_->applicationDidFinishLaunching();
     mainWindow_->show();
+    devicePanel_->setFocus();
+    // The device table follows the bus from the start; the first batch of arrivals lists the
+    // Macs already there.
+    USBManager::sharedManager()->startWatching();
+    deviceTable_->refreshListing();
 }
 
 HubWindow* DesktopApplication::showHubWindow() {

@@ -13,12 +13,21 @@
 class ZMRAcronameManager;
 
 namespace app {
+class DeviceListModel;
+class DeviceTableController;
+class DfuPortLookup;
+class HistoryModel;
 class HubController;
 class VersionCheck;
 }  // namespace app
+namespace restore {
+class RestoreSession;
+}
 
 namespace views {
 
+class DevicePanel;
+class DfuPortWindow;
 class HubWindow;
 class MainWindow;
 class OptionsSheet;
@@ -40,9 +49,14 @@ class DesktopApplication : public QObject {
     MainWindow* mainWindow() const;
     HubWindow* showHubWindow();
     OptionsSheet* showOptions();
+    DfuPortWindow* showDfuPortLookup();
+    DevicePanel* devicePanel() const;
+    restore::RestoreSession& restoreSession() const { return *session_; }
 
   private:
     app::AppDelegateEnvironment delegateEnvironment();
+    void buildDeviceArea();
+    void buildTools();
     void startVersionCheck();
     void bringToFront();
     void disconnectAllHubs();
@@ -63,6 +77,14 @@ class DesktopApplication : public QObject {
     QPointer<OptionsSheet> optionsSheet_;
     QPointer<app::VersionCheck> versionCheck_;
     QPointer<QWidget> lastActiveWindow_;
+    QString firmwareCachePath_;
+    std::unique_ptr<restore::RestoreSession> session_;
+    std::unique_ptr<app::DeviceListModel> devices_;
+    std::unique_ptr<app::HistoryModel> history_;
+    std::unique_ptr<app::DfuPortLookup> dfuPorts_;
+    std::unique_ptr<app::DeviceTableController> deviceTable_;
+    QPointer<DevicePanel> devicePanel_;
+    QPointer<DfuPortWindow> dfuPortWindow_;
 };
 
 }  // namespace views

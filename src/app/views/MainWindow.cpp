@@ -66,8 +66,8 @@ void MainWindow::buildActions() {
 void MainWindow::buildMenus() {
     QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
     file->addAction(quitAction_);
-    QMenu* tools = menuBar()->addMenu(QStringLiteral("&Tools"));
-    tools->addAction(optionsAction_);
+    toolsMenu_ = menuBar()->addMenu(QStringLiteral("&Tools"));
+    toolsMenu_->addAction(optionsAction_);
     QMenu* window = menuBar()->addMenu(QStringLiteral("&Window"));
     window->addAction(hubsAction_);
     QMenu* help = menuBar()->addMenu(QStringLiteral("&Help"));
@@ -75,7 +75,7 @@ void MainWindow::buildMenus() {
 }
 
 void MainWindow::buildToolBar() {
-    QToolBar* bar = addToolBar(QStringLiteral("Main"));
+    QToolBar* bar = toolBar_ = addToolBar(QStringLiteral("Main"));
     bar->setObjectName(QStringLiteral("mainToolBar"));
     bar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     bar->setMovable(false);

@@ -4,6 +4,8 @@
 
 class QAction;
 class QLabel;
+class QMenu;
+class QToolBar;
 class QProgressBar;
 class QSettings;
 
@@ -30,6 +32,9 @@ class MainWindow : public QMainWindow {
     QAction* optionsAction() const { return optionsAction_; }
     QAction* quitAction() const { return quitAction_; }
     QLabel* statusMessage() const { return statusMessage_; }
+    // Where the device area's tools join the window's own.
+    QMenu* toolsMenu() const { return toolsMenu_; }
+    QToolBar* toolBar() const { return toolBar_; }
 
   signals:
     void hubWindowRequested();
@@ -59,6 +64,8 @@ class MainWindow : public QMainWindow {
     QAction* optionsAction_ = nullptr;
     QAction* quitAction_ = nullptr;
     QAction* aboutAction_ = nullptr;
+    QMenu* toolsMenu_ = nullptr;
+    QToolBar* toolBar_ = nullptr;
     bool exposed_ = false;
 };
 
