@@ -8,6 +8,7 @@
 
 #include "core/BundledDefaults.h"
 #include "core/Settings.h"
+#include "core/ZMRUnifiedLogger.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -133,6 +134,8 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tarvel-helper"));
     core::registerBundledDefaults(core::Settings::shared());
+    // Started by a client, its standard error is that client's terminal; the log keeps the lines.
+    ZMRUnifiedLogger::setProcessEcho(false);
     const std::optional<Options> options = parse(app);
     if (!options)
         return 2;
