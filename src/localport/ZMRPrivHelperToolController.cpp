@@ -45,13 +45,18 @@ ZMRPrivHelperToolController::Collaborators ZMRPrivHelperToolController::defaultC
 }
 
 ZMRPrivHelperToolController& ZMRPrivHelperToolController::sharedHelper() {
-    static ZMRPrivHelperToolController* const shared = [] {
-        auto* controller = new ZMRPrivHelperToolController(defaultCollaborators());
-        if (!controller->isToolInstalled())
-            controller->installTool();
-        return controller;
-    }();
+    // Never destroyed: replies and the connection's clean-up may still be queued at exit.
+    static ZMRPrivHelperToolController* const shared =
+        initInstalling(defaultCollaborators()).release();
     return *shared;
+}
+
+std::unique_ptr<ZMRPrivHelperToolController> ZMRPrivHelperToolController::initInstalling(
+    Collaborators collaborators) {
+    auto controller = initPrivate(std::move(collaborators));
+    if (!controller->isToolInstalled())
+        controller->installTool();
+    return controller;
 }
 
 std::unique_ptr<ZMRPrivHelperToolController> ZMRPrivHelperToolController::initPrivate(

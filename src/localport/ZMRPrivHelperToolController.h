@@ -39,6 +39,9 @@ class ZMRPrivHelperToolController final : public LocalPortHelper {
     static ZMRPrivHelperToolController& sharedHelper();
     // A private instance; the shared one is the one to use everywhere else.
     static std::unique_ptr<ZMRPrivHelperToolController> initPrivate(Collaborators collaborators);
+    // What making the shared instance does: a private instance that installs the helper at once
+    // when it is not installed.
+    static std::unique_ptr<ZMRPrivHelperToolController> initInstalling(Collaborators collaborators);
     // Installs through a private instance; a failure is only logged.
     static bool installTool(const Collaborators& collaborators);
 
