@@ -1,5 +1,5 @@
 #include "localport/FakeHelper.h"
-#include "localport/PrivateBus.h"
+#include "support/PrivateBus.h"
 
 #include "configurator/Scripts.h"
 

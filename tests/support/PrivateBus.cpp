@@ -1,4 +1,4 @@
-#include "localport/PrivateBus.h"
+#include "support/PrivateBus.h"
 
 #include "configurator/Scripts.h"
 
