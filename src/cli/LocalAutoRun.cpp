@@ -132,9 +132,11 @@ int runLocalAuto(const LocalAutoOptions& options) {
     printLine(
         QStringLiteral("Plug Macs into this computer's DFU port one after another; Ctrl-C "
                        "stops."));
-    QCoreApplication::exec();
+    const int loop = QCoreApplication::exec();
 
     updater.setIsAutoDFUOn(false);
+    if (loop != 0)
+        return exitFailure;
     if (!restores)
         return exitSuccess;
     printLine(

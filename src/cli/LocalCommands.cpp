@@ -3,6 +3,8 @@
 #include "cli/LocalAutoRun.h"
 
 #include "app/AppState.h"
+#include "core/Dispatch.h"
+#include "core/NotificationCenter.h"
 #include "localport/FirmwareUpdater.h"
 #include "localport/HelperEndpoint.h"
 #include "localport/ZMRPrivHelperToolController.h"
@@ -21,7 +23,8 @@ namespace {
 // 25 s, and so does the command a little later.
 constexpr int replyWaitMilliseconds = 30000;
 
-// Runs the main loop until finish() is called or the wait is over; nullopt when it ran out.
+// Runs the main loop until finish() is called or the wait is over; nullopt when it ran out or
+// the helper could not be installed.
 class ReplyWait {
   public:
     std::optional<std::int64_t> run(int milliseconds = replyWaitMilliseconds) {
@@ -97,8 +100,7 @@ int recovery() {
     QObject::connect(&updater, &FirmwareUpdater::recoveryFinished,
                      [] { QCoreApplication::exit(0); });
     updater.recovery();
-    QCoreApplication::exec();
-    return exitSuccess;
+    return QCoreApplication::exec() == 0 ? exitSuccess : exitFailure;
 }
 
 int helperStatus() {
@@ -129,12 +131,29 @@ int helperInstall() {
     return exitSuccess;
 }
 
+// Installing happens inside the helper client, which only announces a failure; a technician at a
+// terminal must see it, or a command waiting for a helper that never came looks merely slow.
+void reportInstallFailures() {
+    core::NotificationCenter::defaultCenter().addObserver(
+        ZMRPrivHelperToolController::helperNotification,
+        [](const QString&, const QVariantMap& userInfo) {
+            const auto error = userInfo.value(ZMRPrivHelperToolController::underlyingErrorKey)
+                                   .value<localport::HelperError>();
+            fail(exitFailure, QStringLiteral("installing the helper failed: %1 (%2 %3)")
+                                  .arg(error.localizedDescription, error.domain)
+                                  .arg(error.code));
+            // Announced before the command waits; its wait ends as soon as it has begun.
+            dispatch::main([] { QCoreApplication::exit(exitFailure); });
+        });
+}
+
 // Every local command needs the simulator running when it is selected.
 void addAction(CLI::App* command, CliContext& context, std::function<int()> action) {
     command->callback([&context, action] {
         context.action = [&context, action] {
             if (const auto refused = refuseWithoutSimulator(context))
                 return *refused;
+            reportInstallFailures();
             return action();
         };
     });

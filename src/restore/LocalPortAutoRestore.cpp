@@ -75,9 +75,15 @@ void LocalPortAutoRestore::restoreFrom(const DeviceList& devices) {
     const auto found = std::find_if(devices.begin(), devices.end(), [](const DevicePtr& device) {
         return device->locationID() == AutoDFU::dfuPortAddress && device->inDFU();
     });
-    if (found == devices.end() || !c_.session->restore({*found})) {
+    if (found == devices.end()) {
         ZMRLogDebug(QStringLiteral("The Mac on the DFU port is not listed in DFU mode yet"));
         retry_.start();
+        return;
+    }
+    // A refusal has told the user why (no Apple Configurator, no firmware file); asking again
+    // every few seconds would only repeat the alert.
+    if (!c_.session->restore({*found})) {
+        ZMRLogLevel1(QStringLiteral("The restore of the Mac on the DFU port was refused"));
         return;
     }
     restoring_ = *found;
