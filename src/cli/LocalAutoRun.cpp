@@ -118,6 +118,9 @@ int runLocalAuto(const LocalAutoOptions& options) {
     QObject::connect(&cycle, &AutoDFU::autoTarvStateChanged, &updater, [](AutoTarvState state) {
         printLine(QStringLiteral("state: %1").arg(QString::fromLatin1(autoTarvStateName(state))));
     });
+    QObject::connect(&cycle, &AutoDFU::recoveryAfterRestoreFinished, &updater, [] {
+        printLine(QStringLiteral("the restored Mac was restarted five times into recovery mode"));
+    });
     std::unique_ptr<AutoRestores> restores;
     if (options.restore)
         restores = std::make_unique<AutoRestores>(cycle, appState, updater);
