@@ -22,6 +22,7 @@ namespace cli {
 namespace {
 
 constexpr int exitInterrupted = 130;
+const QString cancelledMessage = QStringLiteral("Restore Cancelled");
 
 void printLine(const QString& line) {
     std::printf("%s\n", qPrintable(line));
@@ -60,6 +61,11 @@ class AutoRestores {
             &handOff_, &restore::LocalPortAutoRestore::restoreFailed,
             [this](const restore::DevicePtr& device, const QString& message) {
                 current_.reset();
+                if (message == cancelledMessage) {
+                    ++cancelled_;
+                    printLine(QStringLiteral("restore of %1 cancelled").arg(describe(device)));
+                    return;
+                }
                 ++failed_;
                 printLine(
                     QStringLiteral("restore of %1 failed: %2").arg(describe(device), message));
@@ -83,6 +89,7 @@ class AutoRestores {
     }
     int restored() const { return restored_; }
     int failed() const { return failed_; }
+    int cancelled() const { return cancelled_; }
 
   private:
     restore::RestoreSession session_;
@@ -91,6 +98,7 @@ class AutoRestores {
     QString lastStep_;
     int restored_ = 0;
     int failed_ = 0;
+    int cancelled_ = 0;
 };
 
 void stopOnInterrupt(AutoRestores* restores, FirmwareUpdater& updater, QElapsedTimer& since) {
@@ -142,9 +150,13 @@ int runLocalAuto(const LocalAutoOptions& options) {
         return exitFailure;
     if (!restores)
         return exitSuccess;
-    printLine(
-        QStringLiteral("%1 restored, %2 failed").arg(restores->restored()).arg(restores->failed()));
-    return restores->failed() > 0 ? exitFailure : exitSuccess;
+    printLine(QStringLiteral("%1 restored, %2 failed, %3 cancelled")
+                  .arg(restores->restored())
+                  .arg(restores->failed())
+                  .arg(restores->cancelled()));
+    if (restores->failed() > 0)
+        return exitFailure;
+    return restores->cancelled() > 0 ? exitInterrupted : exitSuccess;
 }
 
 }  // namespace cli
