@@ -310,8 +310,8 @@ TEST_F(RestoreBatch, TheLocalPortHandOffRestoresTheMacOnThePortAndHandsAFailureB
     Port port = Port::running;
     const DeviceList listed{device(0x111), device(0x222)};
     restore::LocalPortAutoRestore handOff({&autoDFU, session.get(), &appState,
-                                           [&](auto done) { done(listed); },
-                                           [&] { return port; }, 50});
+                                           [&](auto done) { done(listed); }, [&] { return port; },
+                                           50});
     QSignalSpy started(&handOff, &restore::LocalPortAutoRestore::restoreStarted);
     QSignalSpy succeeded(&handOff, &restore::LocalPortAutoRestore::deviceRestored);
     QSignalSpy failed(&handOff, &restore::LocalPortAutoRestore::restoreFailed);
