@@ -6,7 +6,6 @@
 #include "core/Dispatch.h"
 #include "core/NotificationCenter.h"
 #include "localport/FirmwareUpdater.h"
-#include "localport/HelperEndpoint.h"
 #include "localport/ZMRPrivHelperToolController.h"
 
 #include <QCoreApplication>
