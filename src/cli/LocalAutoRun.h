@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QStringList>
-
 namespace cli {
 
 // `local auto`: the unattended cycle on the host's DFU port until Ctrl-C. Prints every state
