@@ -27,7 +27,12 @@ Station::Station(StationConfig config, Scheduler& scheduler)
             std::make_unique<Mac>(*config_.localDfu, 0, scheduler_, config_.timing, *this));
         localMac_ = macs_.back().get();
     }
+    for (const LocalDfuPlug& plug : config_.localDfuSequence)
+        localSequence_.push_back(
+            std::make_unique<Mac>(plug.mac, 0, scheduler_, config_.timing, *this));
     building_ = false;
+    if (!localSequence_.empty())
+        after(config_.localDfuSequence.front().plugAfter, [this] { plugLocal(0); });
     publishNow();
 }
 
@@ -35,7 +40,35 @@ Station::~Station() {
     for (Scheduler::Token token : timers_) scheduler_.cancel(token);
     scheduler_.cancel(publishTimer_);
     // Macs first: their timers may still call back into the station.
+    localMac_ = nullptr;
+    localSequence_.clear();
     macs_.clear();
+}
+
+void Station::after(double seconds, std::function<void()> action) {
+    timers_.push_back(scheduler_.after(seconds, std::move(action)));
+}
+
+// Cabling a Mac to the port changes nothing about the Mac itself: it shows up on the bus as
+// whatever it is doing at that moment.
+void Station::plugLocal(std::size_t index) {
+    localIndex_ = index;
+    localMac_ = localSequence_[index].get();
+    if (const auto seconds = config_.localDfuSequence[index].unplugAfter)
+        after(*seconds, [this] { unplugLocal(); });
+    macChanged(*localMac_);
+}
+
+// Pulling the cable ends a restore under way; the next Mac of the sequence follows.
+void Station::unplugLocal() {
+    Mac* unplugged = std::exchange(localMac_, nullptr);
+    if (unplugged == nullptr)
+        return;
+    unplugged->setPowered(false);
+    publishUsb();
+    const std::size_t next = localIndex_ + 1;
+    if (next < localSequence_.size())
+        after(config_.localDfuSequence[next].plugAfter, [this, next] { plugLocal(next); });
 }
 
 void Station::scheduleVanishing(Hub& hub) {
@@ -61,6 +94,8 @@ Mac* Station::macByEcid(std::uint64_t ecid) const {
     for (const auto& mac : macs_)
         if (mac->config().ecid == ecid)
             return mac.get();
+    if (localMac_ != nullptr && localMac_->config().ecid == ecid)
+        return localMac_;
     return nullptr;
 }
 
@@ -78,8 +113,10 @@ std::vector<Mac*> Station::macs() const {
 bool Station::onBus(const Mac& mac) const {
     if (!mac.onBus())
         return false;
+    if (mac.hubSerial() == 0)
+        return &mac == localMac_;
     const Hub* hub = hubBySerial(mac.hubSerial());
-    return mac.hubSerial() == 0 || (hub != nullptr && hub->present());
+    return hub != nullptr && hub->present();
 }
 
 std::uint32_t Station::location(const Mac& mac) const {
@@ -149,6 +186,12 @@ void Station::restoreProgress(Mac& mac, const QString& step, double progress) {
 }
 
 void Station::restoreFinished(Mac& mac, int status, const QString& message) {
+    if (status == 0 && &mac == localMac_ && !localSequence_.empty())
+        if (const auto seconds = config_.localDfuSequence[localIndex_].unplugAfterRestore)
+            after(*seconds, [this, unplugged = &mac] {
+                if (localMac_ == unplugged)
+                    unplugLocal();
+            });
     emitEvent(QStringLiteral("restore"), QStringLiteral("restore.finished"),
               {{QStringLiteral("ecid"), ecidText(mac.config().ecid)},
                {QStringLiteral("status"), status},
@@ -179,7 +222,7 @@ void Station::publishNow() {
                 current << macUsbDevice(*mac, location(*mac));
         }
     }
-    if (localMac_ != nullptr && localMac_->onBus())
+    if (localMac_ != nullptr && onBus(*localMac_))
         current << macUsbDevice(*localMac_, location(*localMac_));
     for (const UsbChange& change : bus_.update(current))
         emitEvent(QStringLiteral("usb"),

@@ -36,6 +36,7 @@ class Station final : public MacObserver {
     const std::vector<std::unique_ptr<Hub>>& hubs() const { return hubs_; }
     Hub* hubBySerial(std::uint32_t serial) const;
     Mac* macByEcid(std::uint64_t ecid) const;
+    // The Mac cabled to the host's DFU port right now, if any.
     Mac* localMac() const { return localMac_; }
     // Hub Macs in hub and port order, then the local one.
     std::vector<Mac*> macs() const;
@@ -60,6 +61,9 @@ class Station final : public MacObserver {
     void publishNow();
     void emitEvent(const QString& topic, const QString& name, const QJsonObject& payload);
     void scheduleVanishing(Hub& hub);
+    void plugLocal(std::size_t index);
+    void unplugLocal();
+    void after(double seconds, std::function<void()> action);
 
     StationConfig config_;
     Scheduler& scheduler_;
@@ -67,6 +71,8 @@ class Station final : public MacObserver {
     std::vector<std::unique_ptr<Hub>> hubs_;
     std::vector<std::unique_ptr<Mac>> macs_;
     Mac* localMac_ = nullptr;
+    std::vector<std::unique_ptr<Mac>> localSequence_;  // in plugging order
+    std::size_t localIndex_ = 0;
     UsbBus bus_;
     std::vector<Scheduler::Token> timers_;
     bool building_ = true;

@@ -63,8 +63,8 @@ struct Timing {
     double bootSeconds = 6.0;
     double dfuSeconds = 2.0;
     double hubResetSeconds = 3.0;
-    double restoreSeconds = 180.0;      // a whole restore, from start to the last step
-    double reenumerateSeconds = 2.0;    // off the bus between two stages of a restore
+    double restoreSeconds = 180.0;    // a whole restore, from start to the last step
+    double reenumerateSeconds = 2.0;  // off the bus between two stages of a restore
     int rebootsForRecovery = 3;
     // How long a Mac on a freshly enabled power-delivery port takes to agree a contract; vendor
     // messages before that never reach it.
@@ -75,12 +75,21 @@ struct Timing {
     double stemLatencySeconds = 0.001;
 };
 
+// One Mac of a sequence a technician plugs into the host's DFU port one after another.
+struct LocalDfuPlug {
+    MacConfig mac;
+    double plugAfter = 0.0;  // seconds after the previous Mac left the port (the first: the start)
+    std::optional<double> unplugAfter;         // seconds after it was plugged in
+    std::optional<double> unplugAfterRestore;  // seconds after its restore succeeded
+};
+
 struct StationConfig {
     QString source;  // the file it came from, or "<default>"
     Timing timing;
     bool garbledList = false;
     std::vector<HubConfig> hubs;
-    std::optional<MacConfig> localDfu;
+    std::optional<MacConfig> localDfu;           // one Mac, plugged in from the start
+    std::vector<LocalDfuPlug> localDfuSequence;  // or Macs plugged in one after another
 };
 
 struct StationLoad {

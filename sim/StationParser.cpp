@@ -57,16 +57,24 @@ std::optional<RestoreFailure> readFailure(StationReader& reader, const QJsonValu
     return failure;
 }
 
+enum class MacPlace { hubPort, localPort, localSequence };
+
 MacConfig readMac(StationReader& reader, const QJsonObject& object, const QString& path,
-                  bool onHub) {
+                  MacPlace place) {
+    const bool onHub = place == MacPlace::hubPort;
     if (onHub) {
         reader.rejectUnknown(object, path,
                              {"port", "ecid", "serialNumber", "deviceType", "name", "state",
                               "ignoresDFU", "garbledRestoreOutput", "restoreFailure"});
-    } else {
+    } else if (place == MacPlace::localPort) {
         reader.rejectUnknown(object, path,
                              {"ecid", "serialNumber", "deviceType", "name", "state", "ignoresDFU",
                               "garbledRestoreOutput", "restoreFailure"});
+    } else {
+        reader.rejectUnknown(object, path,
+                             {"ecid", "serialNumber", "deviceType", "name", "state", "ignoresDFU",
+                              "garbledRestoreOutput", "restoreFailure", "plugAfter", "unplugAfter",
+                              "unplugAfterRestore"});
     }
     MacConfig mac;
     if (onHub) {
@@ -184,7 +192,7 @@ HubConfig readHub(StationReader& reader, const QJsonObject& object, const QStrin
               });
     QSet<int> ports;
     readArray(reader, object, path, "macs", [&](const QJsonObject& item, const QString& itemPath) {
-        MacConfig mac = readMac(reader, item, itemPath, true);
+        MacConfig mac = readMac(reader, item, itemPath, MacPlace::hubPort);
         if (mac.port != 0 && ports.contains(mac.port))
             reader.error(StationReader::join(itemPath, QStringLiteral("port")),
                          QStringLiteral("port %1 already has a Mac").arg(mac.port));
@@ -231,6 +239,45 @@ Timing readTiming(StationReader& reader, const QJsonObject& root) {
     return timing;
 }
 
+LocalDfuPlug readPlug(StationReader& reader, const QJsonObject& object, const QString& path,
+                      bool last) {
+    LocalDfuPlug plug;
+    plug.mac = readMac(reader, object, path, MacPlace::localSequence);
+    plug.plugAfter = reader.number(object, path, "plugAfter", 0, 1e9).value_or(0.0);
+    plug.unplugAfter = reader.number(object, path, "unplugAfter", 0, 1e9);
+    plug.unplugAfterRestore = reader.number(object, path, "unplugAfterRestore", 0, 1e9);
+    if (plug.unplugAfter && plug.unplugAfterRestore)
+        reader.error(StationReader::join(path, QStringLiteral("unplugAfterRestore")),
+                     QStringLiteral("cannot go with unplugAfter"));
+    else if (!last && !plug.unplugAfter && !plug.unplugAfterRestore)
+        reader.error(path, QStringLiteral("needs unplugAfter or unplugAfterRestore, or the Macs "
+                                          "after it are never plugged in"));
+    return plug;
+}
+
+void readLocalDfu(StationReader& reader, const QJsonObject& root, StationConfig& station) {
+    const QJsonValue local = root.value(QLatin1String("localDFU"));
+    if (local.isObject()) {
+        station.localDfu =
+            readMac(reader, local.toObject(), QStringLiteral("localDFU"), MacPlace::localPort);
+        return;
+    }
+    if (local.isUndefined() || local.isNull())
+        return;
+    if (!local.isArray() || local.toArray().isEmpty()) {
+        reader.error(QStringLiteral("localDFU"),
+                     QStringLiteral("must be an object, a non-empty array of Macs plugged in one "
+                                    "after another, or null"));
+        return;
+    }
+    const qsizetype count = local.toArray().size();
+    qsizetype index = 0;
+    readArray(
+        reader, root, QString(), "localDFU", [&](const QJsonObject& item, const QString& path) {
+            station.localDfuSequence.push_back(readPlug(reader, item, path, ++index == count));
+        });
+}
+
 void checkUnique(StationReader& reader, const StationConfig& station) {
     QSet<std::uint32_t> serials;
     QSet<std::uint64_t> ecids;
@@ -251,6 +298,8 @@ void checkUnique(StationReader& reader, const StationConfig& station) {
     }
     if (station.localDfu)
         checkEcid(*station.localDfu, QStringLiteral("localDFU"));
+    for (std::size_t i = 0; i < station.localDfuSequence.size(); ++i)
+        checkEcid(station.localDfuSequence[i].mac, QStringLiteral("localDFU[%1]").arg(i));
 }
 
 }  // namespace
@@ -290,11 +339,7 @@ StationLoad parseStation(const QByteArray& json, const QString& fileName) {
     if (station.hubs.size() > 15)
         reader.error(QStringLiteral("hubs"),
                      QStringLiteral("at most 15 hubs fit on one USB bus position nibble"));
-    const QJsonValue local = root.value(QLatin1String("localDFU"));
-    if (local.isObject())
-        station.localDfu = readMac(reader, local.toObject(), QStringLiteral("localDFU"), false);
-    else if (!local.isUndefined() && !local.isNull())
-        reader.error(QStringLiteral("localDFU"), QStringLiteral("must be an object or null"));
+    readLocalDfu(reader, root, station);
     checkUnique(reader, station);
     if (load.errors.isEmpty())
         load.station = std::move(station);

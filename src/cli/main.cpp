@@ -2,6 +2,7 @@
 #include "cli/ConfiguratorCommands.h"
 #include "cli/DefaultsCommands.h"
 #include "cli/HubCommands.h"
+#include "cli/LocalCommands.h"
 #include "cli/LogCommands.h"
 #include "cli/RestoreCommands.h"
 #include "cli/StationCommands.h"
@@ -84,6 +85,7 @@ int main(int argc, char** argv) {
     cli::addStationCommands(app, context);
     cli::addConfiguratorCommands(app, context);
     cli::addRestoreCommands(app, context);
+    cli::addLocalCommands(app, context);
 
     try {
         app.parse(argc, argv);

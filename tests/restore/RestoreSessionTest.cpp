@@ -6,6 +6,7 @@
 #include "core/SettingsKeys.h"
 #include "core/Sounds.h"
 #include "restore/EventNotification.h"
+#include "restore/LocalPortAutoRestore.h"
 #include "restore/RestoreQueue.h"
 #include "restore/RestoreSession.h"
 #include "restore/SoundPlayer.h"
@@ -301,6 +302,40 @@ TEST_F(RestoreBatch, AutomaticRestoreHandsTheMacToTheLocalPortCycleInsteadOfTheS
     EXPECT_EQ(autoDFU.autoTarvState(), AutoTarvState::restored);
     ASSERT_TRUE(runLoopUntil([&] { return events_().size() == 1; }));
     EXPECT_TRUE(events_()[0].startsWith("restoreStarted"));
+}
+
+TEST_F(RestoreBatch, TheLocalPortHandOffRestoresTheMacOnThePortAndHandsAFailureBack) {
+    appState.setIsAutoRestoreOn(true);
+    using Port = restore::LocalPortAutoRestore::PortDevice;
+    Port port = Port::running;
+    const DeviceList listed{device(0x111), device(0x222)};
+    restore::LocalPortAutoRestore handOff({&autoDFU, session.get(), &appState,
+                                           [&](auto done) { done(listed); }, [&] { return port; },
+                                           50});
+    QSignalSpy started(&handOff, &restore::LocalPortAutoRestore::restoreStarted);
+    QSignalSpy succeeded(&handOff, &restore::LocalPortAutoRestore::deviceRestored);
+    QSignalSpy failed(&handOff, &restore::LocalPortAutoRestore::restoreFailed);
+
+    // The cycle takes any arrival on the port for one in DFU mode; a running Mac goes back.
+    autoDFU.setAutoTarvState(AutoTarvState::inDFU);
+    ASSERT_TRUE(runLoopUntil([&] { return autoDFU.autoTarvState() == AutoTarvState::unknown; }));
+    EXPECT_EQ(started.count(), 0);
+
+    port = Port::inDFU;
+    listed[0]->setLocationID(AutoDFU::dfuPortAddress);
+    autoDFU.setAutoTarvState(AutoTarvState::inDFU);
+    ASSERT_TRUE(runLoopUntil([&] { return succeeded.count() == 1; }));
+    EXPECT_EQ(autoDFU.autoTarvState(), AutoTarvState::restored);
+
+    // Only the Mac on the port, and a failure leaves the cycle waiting for it to be unplugged.
+    listed[0]->setLocationID(0x01130000);
+    listed[1]->setLocationID(AutoDFU::dfuPortAddress);
+    autoDFU.setAutoTarvState(AutoTarvState::inDFU);
+    ASSERT_TRUE(runLoopUntil([&] { return failed.count() == 1; }));
+    EXPECT_EQ(started.count(), 2);
+    EXPECT_EQ(started[1][0].value<DevicePtr>()->ecid(), 0x222u);
+    EXPECT_EQ(failed[0][1].toString(), statusMessage(3));
+    EXPECT_EQ(autoDFU.autoTarvState(), AutoTarvState::restored);
 }
 
 TEST_F(RestoreBatch, DisabledNotifierRunsNoScriptButTheBatchGoesOn) {

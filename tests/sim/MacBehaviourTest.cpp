@@ -139,4 +139,36 @@ TEST_F(MacBehaviour, LocalDfuPortMac) {
     EXPECT_EQ(macNamed("V7QK2M9XHN").value("locationID").toInteger(), 0x00100000);
 }
 
+// A technician plugs Mac after Mac into the host's DFU port: each one restored is pulled a few
+// seconds later, and the next follows.
+TEST_F(MacBehaviour, LocalDfuPortTakesASequenceOfMacs) {
+    startFromJson(R"({"timing": {"restoreSeconds": 10}, "hubs": [], "localDFU": [
+        {"ecid": "0xA1", "serialNumber": "SEQ1", "unplugAfterRestore": 3},
+        {"ecid": "0xA2", "serialNumber": "SEQ2", "plugAfter": 2, "unplugAfter": 5},
+        {"ecid": "0xA3", "serialNumber": "SEQ3", "plugAfter": 1}]})");
+    auto localMac = [this] { return call("macs.list").value("macs").toArray().last().toObject(); };
+    clock_.advance(0);
+    EXPECT_EQ(localMac().value("serialNumber").toString(), "SEQ1");
+    EXPECT_EQ(call("local.dfu").value("result").toInt(), 0);
+    clock_.advance(2.5);  // off the bus after half a second, back in DFU two seconds later
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0xA1"}, {"ipsw", ""}}).value("result").toInt(), 0);
+    clock_.advance(12.9);
+    EXPECT_EQ(localMac().value("serialNumber").toString(), "SEQ1") << "not pulled yet";
+    clock_.advance(0.2);
+    EXPECT_TRUE(call("macs.list").value("macs").toArray().isEmpty()) << "the port is empty";
+    EXPECT_EQ(call("local.dfu").value("result").toInt(), 3);
+    clock_.advance(2);
+    EXPECT_EQ(localMac().value("serialNumber").toString(), "SEQ2");
+    // Pulled while restoring: the restore fails.
+    call("local.dfu");
+    clock_.advance(2.5);
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0xA2"}, {"ipsw", ""}}).value("result").toInt(), 0);
+    clock_.advance(3);  // five seconds after it was plugged in
+    const auto finished = eventsNamed("restore.finished");
+    ASSERT_EQ(finished.size(), 2u);
+    EXPECT_EQ(finished[1].payload.value("status").toInt(), 1);
+    clock_.advance(1);
+    EXPECT_EQ(localMac().value("serialNumber").toString(), "SEQ3");
+}
+
 }  // namespace

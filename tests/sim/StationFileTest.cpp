@@ -48,7 +48,16 @@ TEST(StationFile, BrokenDocumentsAndMissingFiles) {
     EXPECT_EQ(errorsOf("[]"), QStringList{"bench.json: (document): must be a JSON object"});
     EXPECT_EQ(errorsOf("{}"), QStringList{"bench.json: hubs: must be an array of hubs"});
     EXPECT_EQ(errorsOf(R"({"hubs": [], "localDFU": 3})"),
-              QStringList{"bench.json: localDFU: must be an object or null"});
+              QStringList{"bench.json: localDFU: must be an object, a non-empty array of Macs "
+                          "plugged in one after another, or null"});
+    EXPECT_EQ(errorsOf(R"({"hubs": [], "localDFU": [
+                 {"ecid": "0x1", "serialNumber": "A1"},
+                 {"ecid": "0x2", "serialNumber": "A2", "unplugAfter": 1, "unplugAfterRestore": 1},
+                 {"ecid": "0x3", "serialNumber": "A3"}]})"),
+              QStringList({"bench.json: localDFU[0]: needs unplugAfter or unplugAfterRestore, or "
+                           "the Macs after it are never plugged in",
+                           "bench.json: localDFU[1].unplugAfterRestore: cannot go with "
+                           "unplugAfter"}));
     EXPECT_EQ(errorsOf(R"({"hubs": [{"serial": 1, "returnAfter": 3}]})"),
               QStringList{"bench.json: hubs[0].returnAfter: needs vanishAfter"});
 

@@ -1,0 +1,151 @@
+#include "localport/FirmwareUpdater.h"
+
+#include "localport/ZMRPrivHelperToolController.h"
+
+#include "app/AppState.h"
+#include "core/Dispatch.h"
+#include "core/Log.h"
+#include "core/NotificationCenter.h"
+#include "usb/AutoDFU.h"
+
+#include <QPointer>
+
+namespace {
+
+// Replies may come from any thread; the state they change belongs to the main thread, where
+// the guard is also the only place the updater is deleted.
+template <typename Action>
+void onMainIfAlive(QPointer<FirmwareUpdater> updater, Action action) {
+    dispatch::main([updater, action = std::move(action)] {
+        if (updater)
+            action(*updater);
+    });
+}
+
+}  // namespace
+
+FirmwareUpdater::Collaborators FirmwareUpdater::defaultCollaborators(app::AppState* appState) {
+    Collaborators c;
+    c.helper = []() -> LocalPortHelper& { return ZMRPrivHelperToolController::sharedHelper(); };
+    c.autoDFU = &AutoDFU::shared();
+    c.appState = appState;
+    c.center = &core::NotificationCenter::defaultCenter();
+    return c;
+}
+
+FirmwareUpdater::FirmwareUpdater(Collaborators collaborators, QObject* parent)
+    : QObject(parent), c_(std::move(collaborators)) {}
+
+template <typename T, typename Signal>
+void FirmwareUpdater::write(T FirmwareUpdater::*field, T value, Signal changed) {
+    if (this->*field == value)
+        return;
+    this->*field = std::move(value);
+    emit(this->*changed)(this->*field);
+}
+
+void FirmwareUpdater::gogoDFUMode() {
+    c_.center->post(lastRequestedStayInFrontNotification);
+    LocalPortHelper& helper = c_.helper();
+    helper.installToolIfNecessary();
+    QPointer<FirmwareUpdater> self(this);
+    helper.enterDFUMode([self](std::int64_t status) {
+        onMainIfAlive(self,
+                      [status](FirmwareUpdater& updater) { updater.dfuReplyReceived(status); });
+    });
+}
+
+void FirmwareUpdater::dfuReplyReceived(std::int64_t status) {
+    if (status != 0) {
+        ZMRLogAtLevel1(QStringLiteral("DFU mode error: %1").arg(status),
+                       QStringLiteral("Views/LocalDFUGroupView"), __LINE__,
+                       QStringLiteral("gogoDFUMode()"));
+        write(&FirmwareUpdater::showDFUError_, true, &FirmwareUpdater::showDFUErrorChanged);
+        c_.center->post(cancelStayInFrontNotification);
+    }
+    write(&FirmwareUpdater::dfuReplied_, true, &FirmwareUpdater::dfuRepliedChanged);
+    emit dfuAnswered(status);
+}
+
+void FirmwareUpdater::restart() {
+    LocalPortHelper& helper = c_.helper();
+    helper.installToolIfNecessary();
+    QPointer<FirmwareUpdater> self(this);
+    helper.reboot([self](std::int64_t status) {
+        onMainIfAlive(self, [status](FirmwareUpdater& updater) {
+            if (status != 0)
+                updater.write(&FirmwareUpdater::showRebootError_, true,
+                              &FirmwareUpdater::showRebootErrorChanged);
+            emit updater.rebootAnswered(status);
+        });
+    });
+}
+
+void FirmwareUpdater::recovery() {
+    write(&FirmwareUpdater::showModal_, true, &FirmwareUpdater::showModalChanged);
+    c_.appState->setIsRunning(true);
+    c_.appState->setProgressMessage(recoveryProgressText);
+    write(&FirmwareUpdater::updateMessage_, recoveryProgressText,
+          &FirmwareUpdater::updateMessageChanged);
+    write(&FirmwareUpdater::shouldDisableLocalButtons_, true,
+          &FirmwareUpdater::shouldDisableLocalButtonsChanged);
+    c_.helper().installToolIfNecessary();
+    // The reboots are spaced by whole-second sleeps, which must never block the main thread.
+    QPointer<FirmwareUpdater> self(this);
+    AutoDFU* autoDFU = c_.autoDFU;
+    dispatch::global([self, autoDFU] {
+        autoDFU->recoveryMode(
+            [self](const QString& message) {
+                onMainIfAlive(self, [message](FirmwareUpdater& updater) {
+                    updater.write(&FirmwareUpdater::updateMessage_, message,
+                                  &FirmwareUpdater::updateMessageChanged);
+                });
+            },
+            [self] {
+                onMainIfAlive(self, [](FirmwareUpdater& updater) { updater.recoveryEnded(); });
+            });
+    });
+}
+
+void FirmwareUpdater::recoveryEnded() {
+    c_.appState->setProgressMessage(QString());
+    write(&FirmwareUpdater::showModal_, false, &FirmwareUpdater::showModalChanged);
+    c_.appState->setIsRunning(false);
+    write(&FirmwareUpdater::shouldDisableLocalButtons_, false,
+          &FirmwareUpdater::shouldDisableLocalButtonsChanged);
+    emit recoveryFinished();
+}
+
+void FirmwareUpdater::setIsAutoDFUOn(bool on) {
+    write(&FirmwareUpdater::isAutoDFUOn_, on, &FirmwareUpdater::isAutoDFUOnChanged);
+    c_.autoDFU->setAutomaticDFU(on);
+}
+
+void FirmwareUpdater::setIsAutoRestoreNotificationOn(bool on) {
+    write(&FirmwareUpdater::isAutoRestoreNotificationOn_, on,
+          &FirmwareUpdater::isAutoRestoreNotificationOnChanged);
+    // The restore queue hands successful restores to the cycle only while this is on.
+    c_.appState->setIsAutoRestoreOn(on);
+    if (!on)
+        write(&FirmwareUpdater::restoredDevices_, QStringList(),
+              &FirmwareUpdater::restoredDevicesChanged);
+    c_.autoDFU->setRestoreAutomatically(on);
+}
+
+void FirmwareUpdater::setIsBootToRecoveryOn(bool on) {
+    c_.appState->setIsBootToRecoveryOn(on);
+    c_.autoDFU->setShouldBootToRecoveryAfterRestore(on);
+}
+
+void FirmwareUpdater::appendRestoredDevice(const QString& device) {
+    restoredDevices_.append(device);
+    emit restoredDevicesChanged(restoredDevices_);
+}
+
+void FirmwareUpdater::dismissDFUError() {
+    write(&FirmwareUpdater::showDFUError_, false, &FirmwareUpdater::showDFUErrorChanged);
+}
+
+void FirmwareUpdater::dismissRebootError() {
+    write(&FirmwareUpdater::showRebootError_, false, &FirmwareUpdater::showRebootErrorChanged);
+}

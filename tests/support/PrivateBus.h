@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QString>
+
+namespace testing_support {
+
+// A dbus-daemon of the test's own (session configuration), stopped when it goes. Processes the
+// test starts reach it as their system and session bus through the environment.
+class PrivateBus {
+  public:
+    PrivateBus();
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    bool isRunning() const { return !address_.isEmpty(); }
+    const QString& address() const { return address_; }
+    // A connection of its own, under a name unique in this process.
+    QDBusConnection connect(const QString& name) const;
+    // The environment with both buses pointed at this daemon.
+    QProcessEnvironment environment() const;
+    // Waits until the name has an owner, or until it has none.
+    bool waitForOwner(const QString& name, bool owned, int milliseconds = 10000) const;
+
+  private:
+    QProcess daemon_;
+    QString address_;
+    mutable QStringList connections_;
+};
+
+// python3-dbusmock's polkitd on the private bus, denying everything until told otherwise.
+class FakePolkit {
+  public:
+    explicit FakePolkit(const PrivateBus& bus);
+    ~FakePolkit();
+
+    bool isRunning() const { return running_; }
+    void allow(const QStringList& actions);
+
+  private:
+    const PrivateBus& bus_;
+    QProcess mock_;
+    bool running_ = false;
+};
+
+}  // namespace testing_support
