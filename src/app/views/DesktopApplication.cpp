@@ -3,6 +3,7 @@
 #include "views/DevicePanel.h"
 #include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
+#include "views/LocalDFUGroupView.h"
 #include "views/MainWindow.h"
 #include "views/OptionsSheet.h"
 #include "views/QuitGuard.h"
@@ -24,6 +25,9 @@
 #include "core/Settings.h"
 #include "core/ZMRUnifiedLogger.h"
 #include "hubs/ZMRAcronameManager.h"
+#include "localport/FirmwareUpdater.h"
+#include "restore/LocalPortAutoRestore.h"
+#include "usb/AutoDFU.h"
 #include "restore/RestoreSession.h"
 #include "usb/USBManager.h"
 
@@ -35,6 +39,7 @@
 #include <QKeySequence>
 #include <QMenu>
 #include <QToolBar>
+#include <QVBoxLayout>
 #include <QMessageBox>
 #include <QUrl>
 #include <QWindow>
@@ -98,13 +103,35 @@ void DesktopApplication::buildDeviceArea() {
         &core::Settings::shared(), restoreEnvironment.configurator, session_.get(), devices_.get(),
         &state_, &core::NotificationCenter::defaultCenter()});
     devicePanel_ = new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_);
-    mainWindow_->setDeviceArea(devicePanel_);
+    auto* area = new QWidget;
+    auto* layout = new QVBoxLayout(area);
+    layout->addWidget(devicePanel_, 1);
+    layout->addWidget(buildLocalPortGroup());
+    mainWindow_->setDeviceArea(area);
 
     // While a batch runs the application refuses to quit, and the status line shows its bar.
     connect(session_.get(), &restore::RestoreSession::preventTerminationChanged, delegate_.get(),
             &app::AppDelegate::setPreventTermination);
     connect(session_.get(), &restore::RestoreSession::batchRunningChanged, &state_,
             &app::AppState::setIsRunning);
+}
+
+// The host's own DFU port: its actions, and the automatic cycle handing Macs to the same restore
+// session as the table, so they show in its history.
+QWidget* DesktopApplication::buildLocalPortGroup() {
+    firmwareUpdater_ =
+        std::make_unique<FirmwareUpdater>(FirmwareUpdater::defaultCollaborators(&state_));
+    localAutoRestore_ = std::make_unique<restore::LocalPortAutoRestore>(
+        restore::LocalPortAutoRestore::Collaborators{
+            &AutoDFU::shared(), session_.get(), &state_,
+            restore::LocalPortAutoRestore::configuratorListing(),
+            restore::LocalPortAutoRestore::registryPortDevice()});
+    connect(localAutoRestore_.get(), &restore::LocalPortAutoRestore::deviceRestored, this,
+            [this](const restore::DevicePtr& device) {
+                firmwareUpdater_->appendRestoredDevice(
+                    QStringLiteral("%1  %2").arg(formatEcid(device->ecid()), device->serialNumber()));
+            });
+    return new LocalDFUGroupView(*firmwareUpdater_);
 }
 
 void DesktopApplication::buildTools() {

@@ -10,6 +10,7 @@
 
 #include <memory>
 
+class FirmwareUpdater;
 class ZMRAcronameManager;
 
 namespace app {
@@ -21,12 +22,14 @@ class HubController;
 class VersionCheck;
 }  // namespace app
 namespace restore {
+class LocalPortAutoRestore;
 class RestoreSession;
 }
 
 namespace views {
 
 class DevicePanel;
+class LocalDFUGroupView;
 class DfuPortWindow;
 class HubWindow;
 class MainWindow;
@@ -57,6 +60,7 @@ class DesktopApplication : public QObject {
     app::AppDelegateEnvironment delegateEnvironment();
     void buildDeviceArea();
     void buildTools();
+    QWidget* buildLocalPortGroup();
     void startVersionCheck();
     void bringToFront();
     void disconnectAllHubs();
@@ -85,6 +89,8 @@ class DesktopApplication : public QObject {
     std::unique_ptr<app::DeviceTableController> deviceTable_;
     QPointer<DevicePanel> devicePanel_;
     QPointer<DfuPortWindow> dfuPortWindow_;
+    std::unique_ptr<FirmwareUpdater> firmwareUpdater_;
+    std::unique_ptr<restore::LocalPortAutoRestore> localAutoRestore_;
 };
 
 }  // namespace views
