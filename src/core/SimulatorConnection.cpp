@@ -236,7 +236,7 @@ void SimulatorConnection::handleEventLine(const QByteArray& line) {
         return;
     if (message->contains(QStringLiteral("event"))) {
         emit eventReceived(message->value(QStringLiteral("event")).toString(),
-                   message->value(QStringLiteral("payload")).toObject());
+                           message->value(QStringLiteral("payload")).toObject());
     } else if (message->contains(QStringLiteral("id"))) {
         subscriptionReplies_.insert(message->value(QStringLiteral("id")).toInteger(), *message);
     }

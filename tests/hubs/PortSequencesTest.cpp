@@ -181,7 +181,9 @@ TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
 INSTANTIATE_TEST_SUITE_P(RestartAndRecovery, FailedPass,
                          ::testing::Values(&ZMRAcronameManager::restartForAcronamePorts,
                                            &ZMRAcronameManager::recoveryForAcronamePorts),
-                         [](const auto& parameter) { return parameter.index == 0 ? "Restart" : "Recovery"; });
+                         [](const auto& parameter) {
+                             return parameter.index == 0 ? "Restart" : "Recovery";
+                         });
 
 TEST_F(PortSequences, RecoveryCountsAreLimitedToOneToTen) {
     for (auto [setting, cycles] : {std::pair{0, 6}, {11, 6}, {-1, 6}, {10, 10}, {1, 1}}) {
