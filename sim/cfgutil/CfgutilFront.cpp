@@ -97,7 +97,7 @@ std::optional<Options> parseOptions(const QStringList& arguments, QString* error
 
 CfgutilFront::CfgutilFront(core::SimulatorConnection& simulator, Options options)
     : simulator_(simulator), options_(std::move(options)) {
-    connect(&simulator_, &core::SimulatorConnection::event, this, &CfgutilFront::onEvent);
+    connect(&simulator_, &core::SimulatorConnection::eventReceived, this, &CfgutilFront::onEvent);
     connect(&simulator_, &core::SimulatorConnection::disconnected, this, [this] {
         if (running_)
             emit finished(failure(QStringLiteral("lost the simulator mid-restore")));

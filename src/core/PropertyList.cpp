@@ -70,11 +70,11 @@ QVariant toVariant(plist_t node) {
             return value;
         }
         case PLIST_STRING: {
-            char* text = nullptr;
-            plist_get_string_val(node, &text);
-            QString result = QString::fromUtf8(text);
-            std::free(text);
-            return result;
+            // By pointer and length: a string with a NUL inside trips the copying getter's
+            // assertion, and a garbled document must never stop the process.
+            uint64_t length = 0;
+            const char* text = plist_get_string_ptr(node, &length);
+            return QString::fromUtf8(text, static_cast<qsizetype>(length));
         }
         case PLIST_DATA: {
             char* bytes = nullptr;
@@ -106,10 +106,12 @@ QVariant toVariant(plist_t node) {
 }  // namespace
 
 std::optional<QVariant> parsePropertyList(const QByteArray& bytes) {
-    if (bytes.isEmpty()) return std::nullopt;
+    if (bytes.isEmpty())
+        return std::nullopt;
     plist_t root = nullptr;
     plist_from_memory(bytes.constData(), static_cast<uint32_t>(bytes.size()), &root);
-    if (!root) return std::nullopt;
+    if (!root)
+        return std::nullopt;
     std::unique_ptr<void, decltype(&plist_free)> owner(root, &plist_free);
     return toVariant(root);
 }

@@ -235,8 +235,8 @@ void SimulatorConnection::handleEventLine(const QByteArray& line) {
     if (!message)
         return;
     if (message->contains(QStringLiteral("event"))) {
-        emit event(message->value(QStringLiteral("event")).toString(),
-                   message->value(QStringLiteral("payload")).toObject());
+        emit eventReceived(message->value(QStringLiteral("event")).toString(),
+                           message->value(QStringLiteral("payload")).toObject());
     } else if (message->contains(QStringLiteral("id"))) {
         subscriptionReplies_.insert(message->value(QStringLiteral("id")).toInteger(), *message);
     }

@@ -39,7 +39,7 @@ class SimulatorConnection : public QObject {
     void setReplyTimeoutMilliseconds(int milliseconds);
 
   signals:
-    void event(const QString& name, const QJsonObject& payload);
+    void eventReceived(const QString& name, const QJsonObject& payload);
     void disconnected();
 
   private:

@@ -43,7 +43,7 @@ QString sessionOf(const PropertyMap& properties) {
 
 SimulatorUsbRegistry::SimulatorUsbRegistry(const QString& socketPath, QObject* parent)
     : UsbRegistry(parent), connection_(new core::SimulatorConnection(socketPath, this)) {
-    connect(connection_, &core::SimulatorConnection::event, this,
+    connect(connection_, &core::SimulatorConnection::eventReceived, this,
             &SimulatorUsbRegistry::handleEvent);
 }
 

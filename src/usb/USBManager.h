@@ -60,6 +60,5 @@ class USBManager final : public USBWatcherDelegate,
     QList<DeviceIOKitInfo> devices_;
     QDateTime lastUpdated_;
     std::unique_ptr<usb::OneShotTimer> scheduledTimer_;
-    double subsequentDelay_ = 5.0;
     double delay_ = 0.1;
 };

@@ -18,6 +18,16 @@ QString fixture(const QString& name) {
     return QString::fromUtf8(file.readAll());
 }
 
+TEST(DeviceListing, TextWithANulInsideIsKeptNotFatal) {
+    testing_support::FakeUsbLookups usb;
+    QString listing = fixture("list-two-macs.plist");
+    listing.replace("<string>Air 2</string>",
+                    QStringLiteral("<string>Air%12</string>").arg(QChar(0)));
+    const configurator::DeviceList devices = parseDeviceListing(listing, usb);
+    ASSERT_EQ(devices.size(), 2);
+    EXPECT_EQ(devices[1]->name(), QStringLiteral("Air%12").arg(QChar(0)));
+}
+
 TEST(DeviceListing, CompletesEachReportedDeviceFromTheUsbRegistry) {
     FakeUsbLookups usb;
     // The Mac on the DFU port runs its boot loader; the other one is booted.

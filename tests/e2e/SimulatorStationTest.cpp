@@ -45,7 +45,7 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
 
     core::SimulatorConnection watcher(station.socket());
     std::vector<std::pair<QString, QJsonObject>> seen;
-    QObject::connect(&watcher, &core::SimulatorConnection::event,
+    QObject::connect(&watcher, &core::SimulatorConnection::eventReceived,
                      [&](const QString& name, const QJsonObject& payload) {
                          const QJsonObject device = payload.value("device").toObject();
                          if (device.value("locationID").toInteger() == 0x01130000)
@@ -55,7 +55,7 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
     // A subscription with an unknown topic is refused whole; other topics hear no USB events.
     core::SimulatorConnection other(station.socket());
     int otherEvents = 0;
-    QObject::connect(&other, &core::SimulatorConnection::event, [&] { ++otherEvents; });
+    QObject::connect(&other, &core::SimulatorConnection::eventReceived, [&] { ++otherEvents; });
     EXPECT_FALSE(other.subscribe({"usb", "bogus"}));
     ASSERT_TRUE(other.subscribe({"restore"}));
 

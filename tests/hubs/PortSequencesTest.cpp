@@ -160,16 +160,23 @@ TEST_F(PortSequences, RestartRebootsEveryPortAndReportsAFailureAtOnceAndAgain) {
 }
 
 // Restart and recovery both give up at once when a port cannot be power-cycled.
-class FailedPass : public PortSequences,
-                   public ::testing::WithParamInterface<void (ZMRAcronameManager::*)(
-                       AcronamePorts, ZMRAcronameManager::Update, ZMRAcronameManager::Completion)> {
+enum class RebootSequence { Restart, Recovery };
+
+class FailedPass : public PortSequences, public ::testing::WithParamInterface<RebootSequence> {
+  protected:
+    void start(AcronamePorts ports) {
+        if (GetParam() == RebootSequence::Restart)
+            manager->restartForAcronamePorts(std::move(ports), update(), completion());
+        else
+            manager->recoveryForAcronamePorts(std::move(ports), update(), completion());
+    }
 };
 
 TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
     const AcronamePorts ports = refreshedPorts();
     logLines.clear();
     backend->script("port[1].setEnabled", {stem::aErrIO});
-    ((*manager).*GetParam())({ports[0], ports[1]}, update(), completion());
+    start({ports[0], ports[1]});
     const QStringList events = timeline.events();
     const auto failed = events.indexOf("port[1].setEnabled");
     ASSERT_GE(failed, 0);
@@ -179,8 +186,11 @@ TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(RestartAndRecovery, FailedPass,
-                         ::testing::Values(&ZMRAcronameManager::restartForAcronamePorts,
-                                           &ZMRAcronameManager::recoveryForAcronamePorts));
+                         ::testing::Values(RebootSequence::Restart, RebootSequence::Recovery),
+                         [](const auto& parameter) {
+                             return parameter.param == RebootSequence::Restart ? "Restart"
+                                                                               : "Recovery";
+                         });
 
 TEST_F(PortSequences, RecoveryCountsAreLimitedToOneToTen) {
     for (auto [setting, cycles] : {std::pair{0, 6}, {11, 6}, {-1, 6}, {10, 10}, {1, 1}}) {

@@ -120,4 +120,23 @@ TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAP
     EXPECT_EQ(watchLines.size(), present + 2);
 }
 
+TEST(UsbCommandsAgainstAStation, AnEcidTooLargeForTheRegistryIsLeftOutNotFatal) {
+    testing_support::SimulatedStation station;
+    ASSERT_FALSE(station
+                     .start({"--station", station.writeStation(R"({"hubs": [{"serial": 1, "macs": [
+                         {"port": 1, "ecid": "0xFFFFFFFFFFFFFFFF", "serialNumber": "BIGMAC0001", "state": "dfu"}]}]})")})
+                     .isEmpty());
+    const auto result = station.cli({"usb", "list", "--json"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError.toStdString();
+    bool found = false;
+    for (const QJsonValue& device :
+         QJsonDocument::fromJson(result.standardOutput.toUtf8()).array()) {
+        if (device["locationID"].toString() != "0x01110000")
+            continue;
+        found = true;
+        EXPECT_TRUE(device["ecid"].isNull());
+    }
+    EXPECT_TRUE(found);
+}
+
 }  // namespace
