@@ -86,7 +86,10 @@ QVariant DeviceListModel::display(const Row& row, int column) const {
         case Ecid: return device.ecid() ? formatEcid(device.ecid()) : QString();
         case Serial: return device.serialNumber();
         case Location: return device.locationID() ? hexLocation(device.locationID()) : QString();
-        case HubPort: return device.port() ? device.port()->name() : QString();
+        case HubPort:
+            if (device.port())
+                return device.port()->name();
+            return c_.hubPort ? c_.hubPort(device) : QString();
         case DFU: return device.inDFU() ? QStringLiteral("Yes") : QStringLiteral("No");
         case Status: {
             const QString status = statusText(device);

@@ -44,6 +44,8 @@ class DeviceListModel : public QAbstractTableModel {
         core::Settings* settings = nullptr;
         restore::EventNotification* events = nullptr;
         core::Clock* clock = nullptr;
+        // The hub port a Mac hangs on, "HUB:PORT", when the hubs know it (empty otherwise).
+        std::function<QString(const AC2Device&)> hubPort;
     };
 
     explicit DeviceListModel(Collaborators collaborators, QObject* parent = nullptr);

@@ -1,6 +1,10 @@
 #include "app/DeviceListModel.h"
 
+#include "configurator/Scripts.h"
 #include "core/Csv.h"
+#include "restore/EventNotification.h"
+
+#include <QFile>
 #include "restore/History.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
@@ -36,10 +40,34 @@ class DeviceList : public ::testing::Test {
         return model.data(model.index(row, column)).toString();
     }
 
+    testing_support::Scripts scripts;
     testing_support::TestSettings settings;
     testing_support::VirtualClock clock;
-    DeviceListModel model{{&settings.settings(), nullptr, &clock}};
+    restore::EventNotification events{clock};
+    DeviceListModel model{{&settings.settings(), &events, &clock, [](const AC2Device& device) {
+                               return device.ecid() == 0xA1 ? QStringLiteral("1C3B4A01:1")
+                                                            : QString();
+                           }}};
 };
+
+TEST_F(DeviceList, ArrivalsAndRemovalsReachTheEventScriptWhenItIsOn) {
+    const QString calls = scripts.path("calls");
+    settings.settings().setValue("eventScriptPath",
+                                 scripts.write("on-event", "echo \"$1 $2\" >> '" + calls + "'"));
+    model.usbDevicesAdded({usb(0xA1, "", 0x1110000, dfuProduct)});
+    settings.settings().setValue("shouldUseEventScript", true);
+    model.usbDevicesAdded({usb(0xA2, "", 0x1120000, dfuProduct)});
+    model.usbDevicesRemoved({usb(0xA2, "", 0x1120000, dfuProduct)});
+    EXPECT_EQ(cell(0, DeviceListModel::HubPort), "1C3B4A01:1") << "the hubs' own matching";
+    const auto lines = [&] {
+        QFile file(calls);
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    };
+    ASSERT_TRUE(testing_support::runLoopUntil([&] { return lines().count('\n') == 2; }));
+    QStringList seen = lines().split('\n', Qt::SkipEmptyParts);
+    seen.sort();
+    EXPECT_EQ(seen, QStringList({"deviceAttached success", "deviceRemoved success"}));
+}
 
 TEST_F(DeviceList, ADeviceSeenOnlyOnUSBShowsAndIsJoinedByTheListingByECID) {
     model.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct),

@@ -99,7 +99,7 @@ class DeviceArea : public ::testing::Test {
     AutoDFU autoDFU;
     std::unique_ptr<ZMRConfigurator2Utility> utility;
     std::unique_ptr<restore::RestoreSession> session;
-    app::DeviceListModel devices{{&settings.settings(), nullptr, &clock}};
+    app::DeviceListModel devices{{&settings.settings(), nullptr, &clock, {}}};
     std::unique_ptr<app::HistoryModel> history;
     app::DfuPortLookup lookup;
     std::unique_ptr<app::DeviceTableController> controller;

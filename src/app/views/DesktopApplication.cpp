@@ -24,6 +24,7 @@
 #include "core/RealHomeFolder.h"
 #include "core/Settings.h"
 #include "core/ZMRUnifiedLogger.h"
+#include "hubs/AcronamePort.h"
 #include "hubs/ZMRAcronameManager.h"
 #include "localport/FirmwareUpdater.h"
 #include "restore/LocalPortAutoRestore.h"
@@ -95,8 +96,20 @@ void DesktopApplication::buildDeviceArea() {
         restore::RestoreSession::defaultCollaborators(&state_);
     firmwareCachePath_ = restoreEnvironment.firmwareCachePath;
     session_ = std::make_unique<restore::RestoreSession>(restoreEnvironment);
+    // The hub window's last refresh matched the listed Macs to their ports; the table borrows it.
+    const auto hubPort = [this](const AC2Device& device) {
+        if (!hubManager_)
+            return QString();
+        for (const auto& entry : hubManager_->ac2Devices()) {
+            const bool same = (device.ecid() != 0 && entry->ecid() == device.ecid()) ||
+                              (device.locationID() != 0 && entry->locationID() == device.locationID());
+            if (same && entry->port() && entry->port()->hub())
+                return entry->port()->name();
+        }
+        return QString();
+    };
     devices_ = std::make_unique<app::DeviceListModel>(app::DeviceListModel::Collaborators{
-        &core::Settings::shared(), restoreEnvironment.events, &core::Clock::system()});
+        &core::Settings::shared(), restoreEnvironment.events, &core::Clock::system(), hubPort});
     history_ = std::make_unique<app::HistoryModel>(*session_);
     dfuPorts_ = std::make_unique<app::DfuPortLookup>();
     deviceTable_ = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
