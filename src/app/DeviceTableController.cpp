@@ -14,6 +14,10 @@ DeviceTableController::DeviceTableController(Environment environment, QObject* p
     listingDelay_.setSingleShot(true);
     listingDelay_.setInterval(e_.listingDelayMs);
     connect(&listingDelay_, &QTimer::timeout, this, &DeviceTableController::refreshListing);
+    relist_.setInterval(e_.relistMs);
+    connect(&relist_, &QTimer::timeout, this, &DeviceTableController::refreshListing);
+    if (e_.relistMs > 0)
+        relist_.start();
 
     if (e_.notifications) {
         e_.model->observe(*e_.notifications);

@@ -37,6 +37,9 @@ class DeviceTableController : public QObject {
         AppState* appState = nullptr;
         core::NotificationCenter* notifications = nullptr;  // USB arrivals and removals
         int listingDelayMs = 1500;  // Macs come in bursts; one listing after the burst
+        // Apple Configurator is also asked now and then, so a change the bus did not announce
+        // (a listing the tool was too busy for, a Mac it only now recognises) still shows.
+        int relistMs = 10000;
     };
 
     explicit DeviceTableController(Environment environment, QObject* parent = nullptr);
@@ -65,6 +68,7 @@ class DeviceTableController : public QObject {
 
     Environment e_;
     QTimer listingDelay_;
+    QTimer relist_;
     bool listing_ = false;
     std::vector<std::uint64_t> observers_;
 };

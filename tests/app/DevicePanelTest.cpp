@@ -71,7 +71,7 @@ class DeviceArea : public ::testing::Test {
         session = std::make_unique<restore::RestoreSession>(c);
         history = std::make_unique<app::HistoryModel>(*session);
         controller = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
-            &settings.settings(), utility.get(), session.get(), &devices, &appState, nullptr});
+            &settings.settings(), utility.get(), session.get(), &devices, &appState, nullptr, 1500, 0});
         devices.applyListing({mac(0xA1, "SN-A1", 0x1110000, true),
                               mac(0xA2, "SN,A2", 0x1120000, true),
                               mac(0xB1, "SN-B1", 0x1130000, false)});
