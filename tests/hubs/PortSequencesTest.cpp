@@ -162,14 +162,15 @@ TEST_F(PortSequences, RestartRebootsEveryPortAndReportsAFailureAtOnceAndAgain) {
 // Restart and recovery both give up at once when a port cannot be power-cycled.
 class FailedPass : public PortSequences,
                    public ::testing::WithParamInterface<void (ZMRAcronameManager::*)(
-                       AcronamePorts, ZMRAcronameManager::Update, ZMRAcronameManager::Completion)> {
+                       AcronamePorts, ZMRAcronameManager::Update, ZMRAcronameManager::Completion,
+                       PortObserver)> {
 };
 
 TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
     const AcronamePorts ports = refreshedPorts();
     logLines.clear();
     backend->script("port[1].setEnabled", {stem::aErrIO});
-    ((*manager).*GetParam())({ports[0], ports[1]}, update(), completion());
+    ((*manager).*GetParam())({ports[0], ports[1]}, update(), completion(), {});
     const QStringList events = timeline.events();
     const auto failed = events.indexOf("port[1].setEnabled");
     ASSERT_GE(failed, 0);
