@@ -3,6 +3,7 @@
 #include "cli/StationSession.h"
 
 #include "configurator/AC2Device.h"
+#include "core/Log.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -16,12 +17,30 @@ namespace {
 
 struct PortTargets {
     bool all = false;
+    bool json = false;
     std::vector<std::string> names;
 };
 
 void addTargets(CLI::App* command, PortTargets& targets) {
     command->add_flag("--all", targets.all, "every usable port of every hub");
+    command->add_flag("--json", targets.json, "progress and verdict as JSON lines");
     command->add_option("PORTS", targets.names, "ports as HUB:PORT, HUB as `hubs` prints it");
+}
+
+// The verdict is the command's last line: on standard output when every port is done, on
+// standard error otherwise. The log keeps every failed port and the verdict.
+int reportVerdict(const char* what, const PortVerdict& verdict, bool json) {
+    for (const QString& failure : verdict.failureDescriptions())
+        ZMRLogLevel0(QStringLiteral("%1: port failed: %2").arg(what, failure));
+    const QString line = QStringLiteral("%1: %2").arg(what, verdict.summary());
+    if (!verdict.succeeded()) {
+        ZMRLogLevel0(line);
+        return fail(exitFailure, line);
+    }
+    ZMRLogLevel1(line);
+    if (!json)
+        std::printf("%s\n", qPrintable(line));
+    return exitSuccess;
 }
 
 QString oneDecimal(double value) {
@@ -71,7 +90,8 @@ int printHubs(const CliContext& context, bool json) {
 
 // Refreshes, picks the ports, runs one sequence, and turns its outcome into an exit status.
 int runOnPorts(const CliContext& context, const PortTargets& targets, const char* what,
-               const std::function<bool(StationSession&, const AcronamePorts&)>& run) {
+               const std::function<PortVerdict(StationSession&, const AcronamePorts&,
+                                               ProgressDisplay&)>& run) {
     if (targets.all == !targets.names.empty())
         return fail(exitUsage,
                     QStringLiteral("%1: name the ports as HUB:PORT, or give --all").arg(what));
@@ -94,17 +114,8 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
     if (ports->empty())
         return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
 
-    // The sequences may signal a failure and still end with success; the last word decides the
-    // exit status, and every port that failed is named.
-    const bool succeeded = run(session, *ports);
-    const QStringList failed = session.failedPorts();
-    if (!failed.isEmpty())
-        std::fprintf(stderr, "tarvel-cli: %s failed on %s\n", what, qPrintable(failed.join(", ")));
-    if (!succeeded)
-        return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what))
-                                : exitFailure;
-    std::printf("%s done on %zu port%s\n", what, ports->size(), ports->size() == 1 ? "" : "s");
-    return exitSuccess;
+    ProgressDisplay display = ProgressDisplay::forStandardOutput(targets.json);
+    return reportVerdict(what, run(session, *ports, display), targets.json);
 }
 
 void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, const char* help,
@@ -115,8 +126,9 @@ void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, co
     command->callback([&context, targets, sequence, name] {
         context.action = [&context, targets, sequence, name] {
             return runOnPorts(context, *targets, name,
-                              [sequence](StationSession& session, const AcronamePorts& ports) {
-                                  return session.run(sequence, ports);
+                              [sequence](StationSession& session, const AcronamePorts& ports,
+                                         ProgressDisplay& display) {
+                                  return session.run(sequence, ports, display);
                               });
         };
     });
@@ -155,8 +167,9 @@ void addPowerModeCommand(CLI::App& app, CliContext& context) {
                     QStringLiteral("power-mode: unknown mode %1 (use pd, sdp, cdp or cycle)")
                         .arg(QString::fromStdString(*mode)));
             return runOnPorts(context, *targets, "power-mode",
-                              [number](StationSession& session, const AcronamePorts& ports) {
-                                  return session.runPowerMode(*number, ports);
+                              [number](StationSession& session, const AcronamePorts& ports,
+                                       ProgressDisplay& display) {
+                                  return session.runPowerMode(*number, ports, display);
                               });
         };
     });
