@@ -30,9 +30,17 @@ void PortVerdict::recordCompletion(bool value) {
     anyFalseCompletion_ = anyFalseCompletion_ || !value;
 }
 
+void PortVerdict::recordUnverified(const QString& port, const QString& reason) {
+    unverified_.append({port, reason});
+}
+
+QStringList PortVerdict::donePorts() const {
+    return portsWith(Outcome::Done);
+}
+
 bool PortVerdict::succeeded() const {
     return completions_ > 0 && !anyFalseCompletion_ && portsWith(Outcome::Failed).isEmpty() &&
-           portsWith(Outcome::NotReached).isEmpty();
+           portsWith(Outcome::NotReached).isEmpty() && unverified_.isEmpty();
 }
 
 QStringList PortVerdict::portsWith(Outcome outcome) const {
@@ -59,6 +67,13 @@ QStringList PortVerdict::failureDescriptions() const {
     return lines;
 }
 
+QStringList PortVerdict::unverifiedDescriptions() const {
+    QStringList lines;
+    for (const auto& [port, reason] : unverified_)
+        lines << QStringLiteral("%1: %2").arg(port, reason);
+    return lines;
+}
+
 QString PortVerdict::summary() const {
     const qsizetype total = ports_.size();
     QString text = QStringLiteral("%1 of %2 port%3 done")
@@ -71,6 +86,11 @@ QString PortVerdict::summary() const {
         text += QStringLiteral("; nothing connected: ") + skipped.join(", ");
     if (const QStringList missed = portsWith(Outcome::NotReached); !missed.isEmpty())
         text += QStringLiteral("; not reached: ") + missed.join(", ");
+    QStringList unverified;
+    for (const auto& [port, reason] : unverified_)
+        unverified << QStringLiteral("%1 (%2)").arg(port, reason);
+    if (!unverified.isEmpty())
+        text += QStringLiteral("; unverified: ") + unverified.join(", ");
     if (anyFalseCompletion_ && failureDescriptions().isEmpty())
         text += QStringLiteral("; the sequence reported a failure");
     return text;
@@ -85,7 +105,11 @@ QJsonObject PortVerdict::json() const {
             entry.insert("result", qint64(state.result));
         failed.append(entry);
     }
+    QJsonArray unverified;
+    for (const auto& [port, reason] : unverified_)
+        unverified.append(QJsonObject{{"port", port}, {"reason", reason}});
     return {{"event", "verdict"},
+            {"unverified", unverified},
             {"ok", succeeded()},
             {"summary", summary()},
             {"done", QJsonArray::fromStringList(portsWith(Outcome::Done))},

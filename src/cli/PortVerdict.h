@@ -22,6 +22,10 @@ class PortVerdict {
 
     void record(const PortProgress& event);
     void recordCompletion(bool value);
+    // A done port whose Mac did not show the mode asked for ("Mac still booted after 30 s").
+    void recordUnverified(const QString& port, const QString& reason);
+
+    QStringList donePorts() const;
 
     bool succeeded() const;
     // "8 of 10 ports done; failed: 1C3B4A01:3 (DFU message, result 6); not reached:
@@ -30,6 +34,8 @@ class PortVerdict {
     QJsonObject json() const;
     // One line per failed port, for the log.
     QStringList failureDescriptions() const;
+    // "1C3B4A01:2: Mac still booted after 30 s", one per unverified port.
+    QStringList unverifiedDescriptions() const;
 
   private:
     enum class Outcome { NotReached, Skipped, Done, Failed };
@@ -44,6 +50,7 @@ class PortVerdict {
 
     QStringList ports_;
     std::map<QString, PortState> states_;
+    QList<std::pair<QString, QString>> unverified_;
     int completions_ = 0;
     bool anyFalseCompletion_ = false;
 };

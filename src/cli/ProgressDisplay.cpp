@@ -169,6 +169,23 @@ void ProgressDisplay::completion(bool value) {
         emitJson({{"event", "completion"}, {"value", value}});
 }
 
+void ProgressDisplay::verifying(int confirmed, int count, const QString& mode) {
+    std::lock_guard lock(mutex_);
+    if (options_.style == Style::Json) {
+        emitJson({{"event", "verify"}, {"confirmed", confirmed}, {"count", count}, {"mode", mode}});
+        return;
+    }
+    const QString text =
+        QStringLiteral("Checking the Macs: %1 of %2 %3").arg(confirmed).arg(count).arg(mode);
+    if (options_.style == Style::Plain) {
+        emitPlain(text);
+        return;
+    }
+    headline_ = text;
+    current_.reset();
+    redraw();
+}
+
 void ProgressDisplay::tick() {
     std::lock_guard lock(mutex_);
     if (options_.style == Style::Terminal)

@@ -40,6 +40,8 @@ class ProgressDisplay {
     void headline(const QString& text);
     void port(const PortProgress& event);
     void completion(bool value);
+    // The check after the sequence: `confirmed` of `count` Macs show `mode` so far.
+    void verifying(int confirmed, int count, const QString& mode);
     // Redraws the live line so the elapsed time and pauses move while nothing else does.
     void tick();
     // Closes the live line; in JSON, the verdict is the last event.

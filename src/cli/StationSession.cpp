@@ -125,7 +125,6 @@ PortVerdict StationSession::runUntilIdle(
             lock.lock();
         }
     }
-    display.finish(verdict);
     return verdict;
 }
 

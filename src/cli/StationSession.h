@@ -34,8 +34,8 @@ class StationSession {
                                              QString& error) const;
 
     enum class Sequence { DFU, Restart, Recovery };
-    // Runs a sequence to its end, showing its work on `display`; answers what it did to each
-    // port and whether it succeeded.
+    // Runs a sequence to its end, showing its work on `display` (left open for what follows);
+    // answers what it did to each port and whether it succeeded.
     PortVerdict run(Sequence sequence, const AcronamePorts& ports, ProgressDisplay& display);
     PortVerdict runPowerMode(std::int64_t mode, const AcronamePorts& ports,
                              ProgressDisplay& display);

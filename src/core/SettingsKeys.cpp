@@ -32,6 +32,7 @@ constexpr std::array kKeys{
     SettingKey{keys::acronameRecoveryRebootTimes, Integer, "number of recovery reboots (1 to 10)"},
     SettingKey{keys::acronameDelayAfterSendingDFUCommand, Real, "seconds after each DFU command"},
     SettingKey{keys::acronameDelayAfterPuttingAllPortInDFUMode, Real, "seconds after the whole DFU pass"},
+    SettingKey{keys::verifyTimeoutSeconds, Real, "seconds tarvel-cli waits for Macs to show the mode asked for"},
 };
 
 }  // namespace

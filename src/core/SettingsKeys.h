@@ -55,6 +55,7 @@ inline constexpr auto acronameRecoveryRebootTimes = "acronameRecoveryRebootTimes
 inline constexpr auto acronameDelayAfterSendingDFUCommand = "acronameDelayAfterSendingDFUCommand";
 inline constexpr auto acronameDelayAfterPuttingAllPortInDFUMode =
     "acronameDelayAfterPuttingAllPortInDFUMode";
+inline constexpr auto verifyTimeoutSeconds = "verifyTimeoutSeconds";
 }  // namespace keys
 
 }  // namespace core

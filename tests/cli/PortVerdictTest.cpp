@@ -39,6 +39,16 @@ TEST_F(Verdicts, EveryPortDoneSucceedsOnlyWithoutAFalseCompletion) {
     verdict.recordCompletion(true);
     EXPECT_TRUE(verdict.succeeded());
     EXPECT_EQ(verdict.summary(), "5 of 5 ports done");
+    EXPECT_EQ(verdict.donePorts().size(), 5);
+
+    PortVerdict checked = verdict;
+    checked.recordUnverified("1C3B4A01:2", "Mac still booted after 30 s");
+    EXPECT_FALSE(checked.succeeded()) << "a Mac not in the mode asked for fails the run";
+    EXPECT_EQ(checked.summary(),
+              "5 of 5 ports done; unverified: 1C3B4A01:2 (Mac still booted after 30 s)");
+    EXPECT_EQ(checked.unverifiedDescriptions(),
+              QStringList{"1C3B4A01:2: Mac still booted after 30 s"});
+
     verdict.recordCompletion(false);
     EXPECT_FALSE(verdict.succeeded());
     EXPECT_EQ(verdict.summary(), "5 of 5 ports done; the sequence reported a failure");

@@ -34,13 +34,14 @@ class StationCommands : public ::testing::Test {
         return false;
     }
 
-    // The sequence's own texts: the lines a plain run prints without the port lines under them.
-    static QStringList headlines(const QString& output) {
+    // The sequence's own texts and the verdict: what a plain run prints without the port lines
+    // and the check afterwards.
+    static QString headlines(const QString& output) {
         QStringList lines;
         for (const QString& line : output.split('\n', Qt::SkipEmptyParts))
-            if (!line.startsWith("  "))
+            if (!line.startsWith("  ") && !line.startsWith("Checking the Macs"))
                 lines << line;
-        return lines;
+        return lines.join('\n');
     }
 
     // Two hubs with five Macs each, like the default station; `faults` goes into the first hub,
@@ -97,7 +98,8 @@ TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
     for (int i = 0; i < 10; ++i) expected << "Putting ports into DFU Mode...";
     expected << "Finishing Up..."
              << "dfu: 10 of 10 ports done";
-    EXPECT_EQ(headlines(dfu.standardOutput), expected);
+    EXPECT_EQ(headlines(dfu.standardOutput), expected.join('\n'));
+    EXPECT_TRUE(dfu.standardOutput.contains("Checking the Macs: 10 of 10 in DFU mode\ndfu: 10 of 10"));
     EXPECT_TRUE(dfu.standardOutput.contains("  port 3 of 10 · 1C3B4A01:3 · settling 3 s\n"));
     EXPECT_TRUE(dfu.standardOutput.contains("  1C3B4A02:5 done\n"));
     EXPECT_FALSE(dfu.standardOutput.contains('\033')) << "piped output has no control characters";
@@ -123,8 +125,8 @@ TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
     const ProcessResult recovery = station.cli({"recovery", "1C3B4A01:1", "1c3b4a01:2"});
     ASSERT_EQ(recovery.exitCode, 0) << recovery.standardError.toStdString();
     EXPECT_TRUE(headlines(recovery.standardOutput)
-                    .join('\n')
-                    .contains("Restarting 4 of 4 times\nFinishing Up...\nrecovery: 2 of 2 ports done"));
+                    .contains("Restarting 4 of 4 times\nFinishing Up...\nrecovery: 2 of 2 ports done"))
+        << recovery.standardOutput.toStdString();
     EXPECT_TRUE(macsReach("recovery", 2));
 }
 
@@ -178,6 +180,22 @@ TEST_F(StationCommands, AHardDfuMessageErrorFailsTheRunAndSaysWhatHappenedToEver
     EXPECT_EQ(stopped.standardError.trimmed(),
               "tarvel-cli: restart: 0 of 2 ports done; failed: C0FFEE:1 (disable, result 6); not "
               "reached: C0FFEE:2");
+}
+
+TEST_F(StationCommands, AMacThatIgnoresDfuIsNamedByTheCheckAfterwards) {
+    station.setPreference("verifyTimeoutSeconds", 10);
+    ASSERT_FALSE(station.start({"--station", tenMacStation({}, R"("ignoresDFU": true)")}).isEmpty());
+    const ProcessResult dfu = station.cli({"dfu", "--all"});
+    EXPECT_EQ(dfu.exitCode, 1);
+    EXPECT_TRUE(dfu.standardOutput.contains("Checking the Macs: 9 of 10 in DFU mode\n"));
+    EXPECT_EQ(dfu.standardError,
+              "1C3B4A01:2: Mac still booted after 10 s\ntarvel-cli: dfu: 10 of 10 ports done; "
+              "unverified: 1C3B4A01:2 (Mac still booted after 10 s)\n");
+    EXPECT_TRUE(log().contains("dfu: 1C3B4A01:2: Mac still booted after 10 s"));
+
+    const ProcessResult unchecked = station.cli({"dfu", "1C3B4A01:2", "--no-verify"});
+    EXPECT_EQ(unchecked.exitCode, 0) << unchecked.standardError.toStdString();
+    EXPECT_FALSE(unchecked.standardOutput.contains("Checking the Macs"));
 }
 
 TEST_F(StationCommands, BadTargetsAreClearErrors) {
