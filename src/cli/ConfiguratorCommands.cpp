@@ -175,6 +175,10 @@ std::optional<int> listAttachedDevices(ZMRConfigurator2Utility& utility,
         return fail(exitFailure, QStringLiteral("%1 ended with status %2; the log has its messages")
                                      .arg(utility.toolPath())
                                      .arg(status));
+    if (const auto unreadable = utility.unreadableListingOutput())
+        return fail(exitFailure,
+                    QStringLiteral("%1 printed a device list that could not be read; it began:\n%2")
+                        .arg(utility.toolPath(), *unreadable));
     return std::nullopt;
 }
 

@@ -13,6 +13,9 @@ using configurator::DeviceList;
 
 namespace {
 
+// Enough of a broken listing to recognise what the tool printed instead.
+constexpr qsizetype kShownListingStart = 300;
+
 QString defaultToolPath() {
     const QString named = qEnvironmentVariable("TARVEL_CFGUTIL");
     return named.isEmpty() ? QString::fromUtf8(configurator::appleToolPath) : named;
@@ -87,6 +90,7 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
     }
     std::shared_ptr<configurator::UsbLookups> usb = c_.usbLookups();
     auto records = std::make_shared<DeviceList>();
+    auto output = std::make_shared<QString>();
     {
         std::lock_guard lock(listingMutex_);
         // A runner whose child has not launched yet does not count: two quick calls both pass,
@@ -97,11 +101,14 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
         }
         attachedDevicesWrapper_ = std::make_shared<ZMTaskWrapperWithBlocks>(
             [] { ZMRLogDebug(QStringLiteral("Starting Apple Configurator")); },
-            [records, callback](std::int32_t) {
+            [this, alive = std::weak_ptr<int>(lifetime_), records, output, callback](std::int32_t) {
                 ZMRLogDebug(QStringLiteral("Apple Configurator completed"));
+                if (!alive.expired())
+                    noteListingOutput(*output);
                 callback(*records);
             },
-            [records, usb](const QString& chunk) {
+            [records, output, usb](const QString& chunk) {
+                output->append(chunk);
                 records->append(configurator::parseDeviceListing(chunk, *usb));
             },
             [](const QString& chunk) { ZMRLogDebug(QStringLiteral("> %1").arg(chunk)); },
@@ -117,6 +124,21 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
         if (Runner runner = attachedDevicesWrapper())
             runner->startProcess();
     });
+}
+
+void ZMRConfigurator2Utility::noteListingOutput(const QString& output) {
+    std::optional<QString> problem;
+    if (!output.trimmed().isEmpty() && !configurator::isReadableDeviceListing(output)) {
+        problem = output.left(kShownListingStart);
+        ZMRLogLevel0(QStringLiteral("Apple Configurator's device list could not be read; it began: %1").arg(*problem));
+    }
+    std::lock_guard lock(listingMutex_);
+    unreadableListingOutput_ = problem;
+}
+
+std::optional<QString> ZMRConfigurator2Utility::unreadableListingOutput() const {
+    std::lock_guard lock(listingMutex_);
+    return unreadableListingOutput_;
 }
 
 std::optional<QString> ZMRConfigurator2Utility::customIPSWArgument(bool* stop) {
