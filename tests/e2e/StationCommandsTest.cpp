@@ -4,8 +4,9 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSet>
+#include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -54,11 +55,14 @@ class StationCommands : public ::testing::Test {
                 const QByteArray id = QByteArray::number(hub * 10 + port);
                 macs << R"({"port": )" + QByteArray::number(port) + R"(, "ecid": "0x)" + id +
                             R"(", "serialNumber": "AAAA0000)" + id + '"' +
-                            (hub == 1 && port == 2 && !extra.isEmpty() ? ", " + extra : QByteArray()) + '}';
+                            (hub == 1 && port == 2 && !extra.isEmpty() ? ", " + extra
+                                                                       : QByteArray()) +
+                            '}';
             }
             hubs << R"({"serial": "0x1C3B4A0)" + QByteArray::number(hub) + R"(", "usbID": )" +
-                        QByteArray::number(hub) + R"(, "faults": [)" + (hub == 1 ? faults : QByteArray()) +
-                        R"(], "macs": [)" + macs.join(',') + "]}";
+                        QByteArray::number(hub) + R"(, "faults": [)" +
+                        (hub == 1 ? faults : QByteArray()) + R"(], "macs": [)" + macs.join(',') +
+                        "]}";
         }
         return station.writeStation(R"({"hubs": [)" + hubs.join(',') + "]}");
     }
@@ -99,7 +103,8 @@ TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
     expected << "Finishing Up..."
              << "dfu: 10 of 10 ports done";
     EXPECT_EQ(headlines(dfu.standardOutput), expected.join('\n'));
-    EXPECT_TRUE(dfu.standardOutput.contains("Checking the Macs: 10 of 10 in DFU mode\ndfu: 10 of 10"));
+    EXPECT_TRUE(
+        dfu.standardOutput.contains("Checking the Macs: 10 of 10 in DFU mode\ndfu: 10 of 10"));
     EXPECT_TRUE(dfu.standardOutput.contains("  port 3 of 10 · 1C3B4A01:3 · settling 3 s\n"));
     EXPECT_TRUE(dfu.standardOutput.contains("  1C3B4A02:5 done\n"));
     EXPECT_FALSE(dfu.standardOutput.contains('\033')) << "piped output has no control characters";
@@ -124,8 +129,9 @@ TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
     ASSERT_FALSE(station.start().isEmpty());
     const ProcessResult recovery = station.cli({"recovery", "1C3B4A01:1", "1c3b4a01:2"});
     ASSERT_EQ(recovery.exitCode, 0) << recovery.standardError.toStdString();
-    EXPECT_TRUE(headlines(recovery.standardOutput)
-                    .contains("Restarting 4 of 4 times\nFinishing Up...\nrecovery: 2 of 2 ports done"))
+    EXPECT_TRUE(
+        headlines(recovery.standardOutput)
+            .contains("Restarting 4 of 4 times\nFinishing Up...\nrecovery: 2 of 2 ports done"))
         << recovery.standardOutput.toStdString();
     EXPECT_TRUE(macsReach("recovery", 2));
 }
@@ -153,7 +159,8 @@ TEST_F(StationCommands, DfuAsJsonLinesNamesEveryPortAndEndsWithTheVerdict) {
 }
 
 TEST_F(StationCommands, AHardDfuMessageErrorFailsTheRunAndSaysWhatHappenedToEveryPort) {
-    const QString file = tenMacStation(R"({"call": "pd.setUEIBytes", "index": 3, "results": [6], "repeat": true})");
+    const QString file =
+        tenMacStation(R"({"call": "pd.setUEIBytes", "index": 3, "results": [6], "repeat": true})");
     ASSERT_FALSE(station.start({"--station", file}).isEmpty())
         << station.simulator().readAllStandardError().toStdString();
     const ProcessResult dfu = station.cli({"dfu", "--all"});
@@ -184,7 +191,8 @@ TEST_F(StationCommands, AHardDfuMessageErrorFailsTheRunAndSaysWhatHappenedToEver
 
 TEST_F(StationCommands, AMacThatIgnoresDfuIsNamedByTheCheckAfterwards) {
     station.setPreference("verifyTimeoutSeconds", 10);
-    ASSERT_FALSE(station.start({"--station", tenMacStation({}, R"("ignoresDFU": true)")}).isEmpty());
+    ASSERT_FALSE(
+        station.start({"--station", tenMacStation({}, R"("ignoresDFU": true)")}).isEmpty());
     const ProcessResult dfu = station.cli({"dfu", "--all"});
     EXPECT_EQ(dfu.exitCode, 1);
     EXPECT_TRUE(dfu.standardOutput.contains("Checking the Macs: 9 of 10 in DFU mode\n"));
@@ -196,6 +204,19 @@ TEST_F(StationCommands, AMacThatIgnoresDfuIsNamedByTheCheckAfterwards) {
     const ProcessResult unchecked = station.cli({"dfu", "1C3B4A01:2", "--no-verify"});
     EXPECT_EQ(unchecked.exitCode, 0) << unchecked.standardError.toStdString();
     EXPECT_FALSE(unchecked.standardOutput.contains("Checking the Macs"));
+}
+
+TEST_F(StationCommands, UsbWatchEndsWithFailureWhenTheSimulatorDies) {
+    ASSERT_FALSE(station.start().isEmpty());
+    QProcess watch;
+    watch.setProcessEnvironment(station.environment());
+    watch.start(testing_support::executablePath("tarvel-cli"),
+                {"--simulate=" + station.socket(), "usb", "watch"});
+    ASSERT_TRUE(watch.waitForReadyRead(10000)) << "the watch lists what is attached first";
+    station.simulator().kill();
+    ASSERT_TRUE(watch.waitForFinished(5000)) << "a watch that hears nothing more must not hang";
+    EXPECT_EQ(watch.exitCode(), 1);
+    EXPECT_TRUE(watch.readAllStandardError().contains("the simulator closed its socket"));
 }
 
 TEST_F(StationCommands, BadTargetsAreClearErrors) {
