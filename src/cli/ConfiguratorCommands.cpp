@@ -128,6 +128,8 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                 status = 130;
             } else {
                 status = fail(exitFailure, message);
+                for (const QString& line : utility.restoreErrorLines(*ecid))
+                    std::fprintf(stderr, "cfgutil: %s\n", qPrintable(line));
             }
             QCoreApplication::exit(0);
         });

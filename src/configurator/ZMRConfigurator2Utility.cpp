@@ -7,7 +7,10 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 
 using configurator::DeviceList;
 
@@ -41,6 +44,26 @@ QString failureMessage(int status) {
                "error message. You can also try restoring with Apple Configurator to help "
                "identify issues.")
         .arg(status);
+}
+
+// How many of the tool's last error lines a failed restore keeps.
+constexpr qsizetype kKeptErrorLines = 5;
+
+// What a tool's output says about a failure: the reason of an error document on standard output
+// ("Type": "Error"), every other line of standard error. Progress lines say nothing of it.
+QStringList errorLinesOf(const QString& chunk, bool standardError) {
+    QStringList lines;
+    for (const QString& raw : chunk.split(QRegularExpression(QStringLiteral("[\r\n]+")), Qt::SkipEmptyParts)) {
+        const QString line = raw.trimmed();
+        const QJsonObject document = QJsonDocument::fromJson(line.toUtf8()).object();
+        if (document.value(QStringLiteral("Type")).toString() == QLatin1String("Error")) {
+            const QString reason = document.value(QStringLiteral("FailureReason")).toString();
+            lines << (reason.isEmpty() ? document.value(QStringLiteral("Message")).toString() : reason);
+        } else if (standardError && !line.isEmpty()) {
+            lines << line;
+        }
+    }
+    return lines;
 }
 
 }  // namespace
@@ -187,21 +210,38 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
 
     auto self = std::make_shared<std::weak_ptr<ZMTaskWrapperWithBlocks>>();
     std::weak_ptr<int> alive = lifetime_;
-    auto end = [this, alive, self, ecid, device, completedBlock](std::int32_t) {
+    auto errors = std::make_shared<QStringList>();
+    auto keepErrors = [errors](const QStringList& lines) {
+        *errors += lines;
+        if (errors->size() > kKeptErrorLines)
+            *errors = errors->mid(errors->size() - kKeptErrorLines);
+    };
+    auto end = [this, alive, self, ecid, device, completedBlock, errors](std::int32_t) {
         Runner runner = self->lock();
-        if (!alive.expired())
+        if (!alive.expired()) {
             tasks_.erase(ecid);
-        dispatch::main([runner, device, completedBlock] {
+            restoreErrors_[ecid] = *errors;
+        }
+        dispatch::main([runner, device, completedBlock, errors, ecid] {
             const int status = runner ? runner->terminationStatus() : -1;
-            if (status == 0)
+            if (status == 0) {
                 completedBlock(device, false, QString(""));
-            else
-                completedBlock(device, true, failureMessage(status));
+                return;
+            }
+            // Written whatever showDebug says: the log is where a technician looks for the why.
+            if (!device->didCancel())
+                ZMRLogLevel0(QStringLiteral("Restore of %1 failed with status %2: %3")
+                                 .arg(QString::number(ecid, 16).toUpper())
+                                 .arg(status)
+                                 .arg(errors->isEmpty() ? QStringLiteral("the tool gave no reason")
+                                                        : errors->join(QStringLiteral(" / "))));
+            completedBlock(device, true, failureMessage(status));
         });
     };
-    auto output = [device, outputBlock](const QString& chunk) {
+    auto output = [device, outputBlock, keepErrors](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("output-->%1").arg(chunk));
         ZMRLogDebug(chunk);
+        keepErrors(errorLinesOf(chunk, false));
         const std::optional<configurator::RestoreProgress> progress =
             configurator::parseRestoreProgress(chunk);
         if (!progress)
@@ -209,8 +249,9 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
         outputBlock(device, progress->step, progress->progress);
         device->setRestoreStatus(configurator::restoreStatusText(progress->progress));
     };
-    auto errorOutput = [device, errorBlock](const QString& chunk) {
+    auto errorOutput = [device, errorBlock, keepErrors](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("errorOutputBlock: %1").arg(chunk));
+        keepErrors(errorLinesOf(chunk, true));
         errorBlock(device, chunk);
     };
     auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(nullptr, end, output, errorOutput,
@@ -218,6 +259,11 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     *self = runner;
     tasks_[ecid] = runner;
     runner->startProcess();
+}
+
+QStringList ZMRConfigurator2Utility::restoreErrorLines(std::uint64_t ecid) const {
+    const auto found = restoreErrors_.find(ecid);
+    return found == restoreErrors_.end() ? QStringList() : found->second;
 }
 
 void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {

@@ -87,6 +87,8 @@ class ZMRConfigurator2Utility {
     Runner taskWrapper() const { return taskWrapper_; }
     // The runner of the restore under way for an ECID, if any (main thread).
     Runner task(std::uint64_t ecid) const;
+    // The tool's last error lines of the last restore of an ECID that has ended (main thread).
+    QStringList restoreErrorLines(std::uint64_t ecid) const;
 
   private:
     void startDeviceRestore(const DevicePtr& device, const RestoreOutputBlock& outputBlock,
@@ -101,6 +103,7 @@ class ZMRConfigurator2Utility {
     std::optional<QString> unreadableListingOutput_;
     Runner taskWrapper_;
     std::map<std::uint64_t, Runner> tasks_;
+    std::map<std::uint64_t, QStringList> restoreErrors_;
     // Work queued to the main thread checks this before touching an object that may be gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };
