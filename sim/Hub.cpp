@@ -63,15 +63,16 @@ QJsonObject Hub::linkSpec() const {
 
 QStringList Hub::faultableCalls() {
     QStringList calls{QStringLiteral("connect")};
-    for (const char* name : {"getEnabled", "setEnabled", "getPowerMode", "setPowerMode", "getPowerLimit",
-                             "setPowerLimit", "getVbusVoltage", "getVbusCurrent", "getVconnVoltage",
-                             "getVconnCurrent"})
+    for (const char* name : {"getEnabled", "setEnabled", "getPowerMode", "setPowerMode",
+                             "getPowerLimit", "setPowerLimit", "getVbusVoltage", "getVbusCurrent",
+                             "getVconnVoltage", "getVconnCurrent"})
         calls << QStringLiteral("port.") + QLatin1String(name);
-    for (const char* name :
-         {"getPowerRole", "setPowerRole", "getOverride", "setOverride", "getCableOrientation", "setUEIBytes"})
+    for (const char* name : {"getPowerRole", "setPowerRole", "getOverride", "setOverride",
+                             "getCableOrientation", "setUEIBytes"})
         calls << QStringLiteral("pd.") + QLatin1String(name);
-    for (const char* name : {"save", "reset", "getLED", "setLED", "getVersion", "getInputPowerSource",
-                             "getPowerLimit", "getPowerLimitMax", "setPowerLimitMax"})
+    for (const char* name :
+         {"save", "reset", "getLED", "setLED", "getVersion", "getInputPowerSource", "getPowerLimit",
+          "getPowerLimitMax", "setPowerLimitMax"})
         calls << QStringLiteral("system.") + QLatin1String(name);
     return calls;
 }

@@ -33,7 +33,8 @@ void StationReader::rejectUnknown(const QJsonObject& object, const QString& path
         if (!found) {
             QStringList names;
             for (const char* name : known) names << QLatin1String(name);
-            error(join(path, key), QStringLiteral("unknown field (known fields: %1)").arg(names.join(", ")));
+            error(join(path, key),
+                  QStringLiteral("unknown field (known fields: %1)").arg(names.join(", ")));
         }
     }
 }

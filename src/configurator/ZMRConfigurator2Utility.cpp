@@ -53,12 +53,14 @@ constexpr qsizetype kKeptErrorLines = 5;
 // ("Type": "Error"), every other line of standard error. Progress lines say nothing of it.
 QStringList errorLinesOf(const QString& chunk, bool standardError) {
     QStringList lines;
-    for (const QString& raw : chunk.split(QRegularExpression(QStringLiteral("[\r\n]+")), Qt::SkipEmptyParts)) {
+    for (const QString& raw :
+         chunk.split(QRegularExpression(QStringLiteral("[\r\n]+")), Qt::SkipEmptyParts)) {
         const QString line = raw.trimmed();
         const QJsonObject document = QJsonDocument::fromJson(line.toUtf8()).object();
         if (document.value(QStringLiteral("Type")).toString() == QLatin1String("Error")) {
             const QString reason = document.value(QStringLiteral("FailureReason")).toString();
-            lines << (reason.isEmpty() ? document.value(QStringLiteral("Message")).toString() : reason);
+            lines << (reason.isEmpty() ? document.value(QStringLiteral("Message")).toString()
+                                       : reason);
         } else if (standardError && !line.isEmpty()) {
             lines << line;
         }
@@ -153,7 +155,9 @@ void ZMRConfigurator2Utility::noteListingOutput(const QString& output) {
     std::optional<QString> problem;
     if (!output.trimmed().isEmpty() && !configurator::isReadableDeviceListing(output)) {
         problem = output.left(kShownListingStart);
-        ZMRLogLevel0(QStringLiteral("Apple Configurator's device list could not be read; it began: %1").arg(*problem));
+        ZMRLogLevel0(
+            QStringLiteral("Apple Configurator's device list could not be read; it began: %1")
+                .arg(*problem));
     }
     std::lock_guard lock(listingMutex_);
     unreadableListingOutput_ = problem;

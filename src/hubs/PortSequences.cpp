@@ -33,18 +33,22 @@ struct ZMRAcronameManager::Sequence {
 
     Sequence(ZMRAcronameManagerEnvironment env, std::weak_ptr<ZMRAcronameManager> owner,
              const AcronamePorts& list, PortObserver watcher)
-        : environment(std::move(env)), manager(std::move(owner)), observer(std::move(watcher)),
+        : environment(std::move(env)),
+          manager(std::move(owner)),
+          observer(std::move(watcher)),
           worked(list) {
         for (const auto& port : list)
             if (port->hub()) hubs.push_back(port->hub()->shared_from_this());
     }
 
     void tell(PortProgress progress, const AcronamePort* port = nullptr) const {
-        if (!observer) return;
+        if (!observer)
+            return;
         progress.port = port;
         progress.count = static_cast<int>(worked.size());
         for (std::size_t i = 0; port && i < worked.size(); ++i)
-            if (worked[i].get() == port) progress.position = static_cast<int>(i + 1);
+            if (worked[i].get() == port)
+                progress.position = static_cast<int>(i + 1);
         observer(progress);
     }
 
@@ -128,8 +132,10 @@ struct ZMRAcronameManager::Sequence {
                 continue;
             }
             const std::int64_t id = port->portID();
-            if (hub->inPDModeForPort(id) && settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) {
-                if (lastWork) tellDone(*port, PortProgress::Step::Enable);
+            if (hub->inPDModeForPort(id) &&
+                settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) {
+                if (lastWork)
+                    tellDone(*port, PortProgress::Step::Enable);
                 continue;
             }
             tellStep(*port, PortProgress::Step::Disable);
@@ -139,7 +145,8 @@ struct ZMRAcronameManager::Sequence {
                 failed = true;
                 break;
             }
-            if (mode >= 0 && mode <= 2) tellStep(*port, PortProgress::Step::PowerMode);
+            if (mode >= 0 && mode <= 2)
+                tellStep(*port, PortProgress::Step::PowerMode);
             sendPowerMode(*hub, mode, id);
             clock().sleepSeconds(1);
             tellStep(*port, PortProgress::Step::Enable);
@@ -155,10 +162,12 @@ struct ZMRAcronameManager::Sequence {
             clock().sleepSeconds(settling);
             ++cycled;
             if (!enabled) break;
-            if (lastWork) tellDone(*port, PortProgress::Step::Enable);
+            if (lastWork)
+                tellDone(*port, PortProgress::Step::Enable);
         }
         if (failed) return false;
-        if (cycled > 0) passPause(core::keys::acronameDelayAfterSettingPowerMode);
+        if (cycled > 0)
+            passPause(core::keys::acronameDelayAfterSettingPowerMode);
         return true;
     }
 
@@ -166,7 +175,8 @@ struct ZMRAcronameManager::Sequence {
         tellStep(port, PortProgress::Step::Reboot);
         AcronameHub* hub = port.hub();
         const bool rebooted = hub && hub->rebootPort(port.portID());
-        if (!rebooted) tellFailed(port, PortProgress::Step::Reboot);
+        if (!rebooted)
+            tellFailed(port, PortProgress::Step::Reboot);
         return rebooted;
     }
 
@@ -206,7 +216,8 @@ struct ZMRAcronameManager::Sequence {
             completion(false);
         }
         update(QStringLiteral("Finishing Up..."));
-        if (!settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) powerModePass(2, ports, false);
+        if (!settings().boolForKey(core::keys::acronameSkipDFUSDPMode))
+            powerModePass(2, ports, false);
         completion(true);
     }
 
@@ -255,7 +266,8 @@ struct ZMRAcronameManager::Sequence {
         for (std::int64_t i = 1; i <= cycles; ++i) {
             update(QString::asprintf("Restarting %i of %li times", int(i), long(cycles)));
             for (const auto& port : ports)
-                if (rebootPort(*port) && i == cycles) tellDone(*port, PortProgress::Step::Reboot);
+                if (rebootPort(*port) && i == cycles)
+                    tellDone(*port, PortProgress::Step::Reboot);
             pauseMicroseconds(delay);
         }
         update(QStringLiteral("Finishing Up..."));
@@ -267,10 +279,10 @@ struct ZMRAcronameManager::Sequence {
 void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion,
                                       PortObserver observer) {
     Sequence sequence(environment_, weak_from_this(), ports, std::move(observer));
-    environment_.runInBackground([sequence, mode, ports = std::move(ports),
-                                  completion = std::move(completion)] {
-        completion(sequence.powerModePass(mode, ports, true));
-    });
+    environment_.runInBackground(
+        [sequence, mode, ports = std::move(ports), completion = std::move(completion)] {
+            completion(sequence.powerModePass(mode, ports, true));
+        });
 }
 
 void ZMRAcronameManager::runSequence(AcronamePorts ports, Update update, Completion completion,

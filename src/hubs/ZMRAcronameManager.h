@@ -86,7 +86,7 @@ public:
     void recoveryForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
                                   PortObserver observer = {});
 
-private:
+  private:
     struct Sequence;
     using SequenceStep = void (Sequence::*)(const AcronamePorts&, const Update&, const Completion&) const;
 

@@ -163,8 +163,7 @@ TEST_F(PortSequences, RestartRebootsEveryPortAndReportsAFailureAtOnceAndAgain) {
 class FailedPass : public PortSequences,
                    public ::testing::WithParamInterface<void (ZMRAcronameManager::*)(
                        AcronamePorts, ZMRAcronameManager::Update, ZMRAcronameManager::Completion,
-                       PortObserver)> {
-};
+                       PortObserver)> {};
 
 TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
     const AcronamePorts ports = refreshedPorts();
