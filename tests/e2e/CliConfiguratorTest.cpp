@@ -56,6 +56,7 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
     EXPECT_EQ(devices().size(), 0) << "booted Macs are invisible to the tool";
 
     ASSERT_EQ(station.cli({"port", "power-mode", "1C3B4A01:1", "pd"}).exitCode, 0);
+    ASSERT_TRUE(station.waitForContract("1C3B4A01", 1));
     ASSERT_EQ(station.cli({"port", "dfu", "1C3B4A01:1"}).exitCode, 0);
     QJsonArray listed;
     const QDeadlineTimer deadline(10000);
