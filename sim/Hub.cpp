@@ -61,6 +61,22 @@ QJsonObject Hub::linkSpec() const {
             {QStringLiteral("usb_id"), static_cast<qint64>(config_.usbId)}};
 }
 
+QStringList Hub::faultableCalls() {
+    QStringList calls{QStringLiteral("connect")};
+    for (const char* name : {"getEnabled", "setEnabled", "getPowerMode", "setPowerMode",
+                             "getPowerLimit", "setPowerLimit", "getVbusVoltage", "getVbusCurrent",
+                             "getVconnVoltage", "getVconnCurrent"})
+        calls << QStringLiteral("port.") + QLatin1String(name);
+    for (const char* name : {"getPowerRole", "setPowerRole", "getOverride", "setOverride",
+                             "getCableOrientation", "setUEIBytes"})
+        calls << QStringLiteral("pd.") + QLatin1String(name);
+    for (const char* name :
+         {"save", "reset", "getLED", "setLED", "getVersion", "getInputPowerSource", "getPowerLimit",
+          "getPowerLimitMax", "setPowerLimitMax"})
+        calls << QStringLiteral("system.") + QLatin1String(name);
+    return calls;
+}
+
 StemAnswer Hub::call(const QString& method, int index, const QJsonObject& arguments) {
     const qsizetype dot = method.indexOf(u'.');
     const QString entity = method.left(dot);

@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QSet>
 #include <QString>
+#include <QStringList>
 
 #include <array>
 #include <cstdint>
@@ -43,6 +44,8 @@ inline constexpr std::uint32_t invalidOption = 29;
 class Hub {
   public:
     static constexpr int entityCount = 8;
+    // Every call a fault can name: "connect" and the entity calls ("port.setEnabled").
+    static QStringList faultableCalls();
 
     struct PortState {
         bool enabled = true;

@@ -1,3 +1,4 @@
+#include "Hub.h"
 #include "StationConfig.h"
 #include "StationReader.h"
 
@@ -116,6 +117,11 @@ FaultConfig readFault(StationReader& reader, const QJsonObject& object, const QS
     reader.rejectUnknown(object, path, {"call", "index", "results", "repeat"});
     FaultConfig fault;
     fault.call = reader.text(object, path, "call", true).value_or(QString());
+    // A misspelt call would never fire and the run would look fault-free.
+    if (!fault.call.isEmpty() && !Hub::faultableCalls().contains(fault.call))
+        reader.error(StationReader::join(path, QStringLiteral("call")),
+                     QStringLiteral("unknown call \"%1\" (known calls: %2)")
+                         .arg(fault.call, Hub::faultableCalls().join(", ")));
     fault.index = static_cast<int>(reader.integer(object, path, "index", 0, 7).value_or(-1));
     fault.repeat = reader.boolean(object, path, "repeat").value_or(false);
     const QString field = StationReader::join(path, QStringLiteral("results"));

@@ -30,8 +30,12 @@ void StationReader::rejectUnknown(const QJsonObject& object, const QString& path
     for (const QString& key : object.keys()) {
         bool found = false;
         for (const char* name : known) found = found || key == QLatin1String(name);
-        if (!found)
-            error(join(path, key), QStringLiteral("unknown field"));
+        if (!found) {
+            QStringList names;
+            for (const char* name : known) names << QLatin1String(name);
+            error(join(path, key),
+                  QStringLiteral("unknown field (known fields: %1)").arg(names.join(", ")));
+        }
     }
 }
 

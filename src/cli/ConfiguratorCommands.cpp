@@ -128,6 +128,8 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                 status = 130;
             } else {
                 status = fail(exitFailure, message);
+                for (const QString& line : utility.restoreErrorLines(*ecid))
+                    std::fprintf(stderr, "cfgutil: %s\n", qPrintable(line));
             }
             QCoreApplication::exit(0);
         });
@@ -175,6 +177,10 @@ std::optional<int> listAttachedDevices(ZMRConfigurator2Utility& utility,
         return fail(exitFailure, QStringLiteral("%1 ended with status %2; the log has its messages")
                                      .arg(utility.toolPath())
                                      .arg(status));
+    if (const auto unreadable = utility.unreadableListingOutput())
+        return fail(exitFailure,
+                    QStringLiteral("%1 printed a device list that could not be read; it began:\n%2")
+                        .arg(utility.toolPath(), *unreadable));
     return std::nullopt;
 }
 

@@ -136,6 +136,13 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     display.finish();
 
     printHistory(session.history());
+    // The history keeps only the status; the tool's own reason is what a technician acts on.
+    for (const auto& device : devices)
+        for (const QString& line :
+             ZMRConfigurator2Utility::sharedManager().restoreErrorLines(device->ecid()))
+            std::fprintf(stderr, "cfgutil (0x%s): %s\n",
+                         qPrintable(QString::number(device->ecid(), 16).toUpper()),
+                         qPrintable(line));
     if (!options.historyJSON.empty() &&
         !writeHistory(QString::fromStdString(options.historyJSON), session.history()))
         return fail(exitFailure, QStringLiteral("could not write the history to %1")

@@ -1,13 +1,19 @@
 #include "cli/StationCommands.h"
 
+#include "cli/MacModeCheck.h"
 #include "cli/StationSession.h"
 
 #include "configurator/AC2Device.h"
+#include "core/Clock.h"
+#include "core/Log.h"
+#include "core/Settings.h"
+#include "core/SettingsKeys.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -16,12 +22,75 @@ namespace {
 
 struct PortTargets {
     bool all = false;
+    bool json = false;
+    bool noVerify = false;
     std::vector<std::string> names;
 };
 
+// Waits, a second of the station's clock at a time, for the Mac of every done port to show
+// `expected`, up to the verifyTimeoutSeconds setting; what never does goes into the verdict.
+void verifyModes(PortVerdict& verdict, MacMode expected, ProgressDisplay& display) {
+    const QStringList ports = verdict.donePorts();
+    if (ports.isEmpty())
+        return;
+    const double timeout =
+        std::max(0.0, core::Settings::shared().doubleForKey(core::keys::verifyTimeoutSeconds));
+    const MacModeCheck check(usb::UsbRegistry::shared());
+    std::optional<std::map<QString, MacMode>> modes;
+    qsizetype shown = -1;
+    for (unsigned waited = 0;; ++waited) {
+        modes = check.modes(ports);
+        const auto confirmed =
+            modes ? std::count_if(modes->begin(), modes->end(),
+                                  [&](const auto& entry) { return entry.second == expected; })
+                  : 0;
+        if (confirmed != shown)
+            display.verifying(int(confirmed), int(ports.size()), macModeText(expected));
+        shown = confirmed;
+        if (confirmed == ports.size() || waited >= timeout)
+            break;
+        core::Clock::system().sleepSeconds(1);
+    }
+    const QString after = QStringLiteral("after %1 s").arg(timeout);
+    for (const QString& port : ports) {
+        if (!modes) {
+            verdict.recordUnverified(port,
+                                     QStringLiteral("the USB registry could not be read ") + after);
+            continue;
+        }
+        const MacMode mode = modes->at(port);
+        if (mode == MacMode::Absent)
+            verdict.recordUnverified(port, QStringLiteral("no Mac on USB ") + after);
+        else if (mode != expected)
+            verdict.recordUnverified(
+                port, QStringLiteral("Mac still %1 %2").arg(macModeText(mode), after));
+    }
+}
+
 void addTargets(CLI::App* command, PortTargets& targets) {
     command->add_flag("--all", targets.all, "every usable port of every hub");
+    command->add_flag("--json", targets.json, "progress and verdict as JSON lines");
     command->add_option("PORTS", targets.names, "ports as HUB:PORT, HUB as `hubs` prints it");
+}
+
+// The verdict is the command's last line: on standard output when every port is done, on
+// standard error otherwise. The log keeps every failed port and the verdict.
+int reportVerdict(const char* what, const PortVerdict& verdict, bool json) {
+    for (const QString& failure : verdict.failureDescriptions())
+        ZMRLogLevel0(QStringLiteral("%1: port failed: %2").arg(what, failure));
+    for (const QString& line : verdict.unverifiedDescriptions()) {
+        ZMRLogLevel0(QStringLiteral("%1: %2").arg(what, line));
+        std::fprintf(stderr, "%s\n", qPrintable(line));
+    }
+    const QString line = QStringLiteral("%1: %2").arg(what, verdict.summary());
+    if (!verdict.succeeded()) {
+        ZMRLogLevel0(line);
+        return fail(exitFailure, line);
+    }
+    ZMRLogLevel1(line);
+    if (!json)
+        std::printf("%s\n", qPrintable(line));
+    return exitSuccess;
 }
 
 QString oneDecimal(double value) {
@@ -71,7 +140,9 @@ int printHubs(const CliContext& context, bool json) {
 
 // Refreshes, picks the ports, runs one sequence, and turns its outcome into an exit status.
 int runOnPorts(const CliContext& context, const PortTargets& targets, const char* what,
-               const std::function<bool(StationSession&, const AcronamePorts&)>& run) {
+               std::optional<MacMode> expected,
+               const std::function<PortVerdict(StationSession&, const AcronamePorts&,
+                                               ProgressDisplay&)>& run) {
     if (targets.all == !targets.names.empty())
         return fail(exitUsage,
                     QStringLiteral("%1: name the ports as HUB:PORT, or give --all").arg(what));
@@ -94,29 +165,28 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
     if (ports->empty())
         return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
 
-    // The sequences may signal a failure and still end with success; the last word decides the
-    // exit status, and every port that failed is named.
-    const bool succeeded = run(session, *ports);
-    const QStringList failed = session.failedPorts();
-    if (!failed.isEmpty())
-        std::fprintf(stderr, "tarvel-cli: %s failed on %s\n", what, qPrintable(failed.join(", ")));
-    if (!succeeded)
-        return failed.isEmpty() ? fail(exitFailure, QStringLiteral("%1 did not complete").arg(what))
-                                : exitFailure;
-    std::printf("%s done on %zu port%s\n", what, ports->size(), ports->size() == 1 ? "" : "s");
-    return exitSuccess;
+    ProgressDisplay display = ProgressDisplay::forStandardOutput(targets.json);
+    PortVerdict verdict = run(session, *ports, display);
+    if (expected && !targets.noVerify)
+        verifyModes(verdict, *expected, display);
+    display.finish(verdict);
+    return reportVerdict(what, verdict, targets.json);
 }
 
 void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, const char* help,
-                        StationSession::Sequence sequence) {
+                        StationSession::Sequence sequence, std::optional<MacMode> expected = {}) {
     CLI::App* command = app.add_subcommand(name, help);
     auto targets = std::make_shared<PortTargets>();
     addTargets(command, *targets);
-    command->callback([&context, targets, sequence, name] {
-        context.action = [&context, targets, sequence, name] {
-            return runOnPorts(context, *targets, name,
-                              [sequence](StationSession& session, const AcronamePorts& ports) {
-                                  return session.run(sequence, ports);
+    if (expected)
+        command->add_flag("--no-verify", targets->noVerify,
+                          "do not wait for the Macs to show the mode on USB afterwards");
+    command->callback([&context, targets, sequence, name, expected] {
+        context.action = [&context, targets, sequence, name, expected] {
+            return runOnPorts(context, *targets, name, expected,
+                              [sequence](StationSession& session, const AcronamePorts& ports,
+                                         ProgressDisplay& display) {
+                                  return session.run(sequence, ports, display);
                               });
         };
     });
@@ -154,9 +224,10 @@ void addPowerModeCommand(CLI::App& app, CliContext& context) {
                     exitUsage,
                     QStringLiteral("power-mode: unknown mode %1 (use pd, sdp, cdp or cycle)")
                         .arg(QString::fromStdString(*mode)));
-            return runOnPorts(context, *targets, "power-mode",
-                              [number](StationSession& session, const AcronamePorts& ports) {
-                                  return session.runPowerMode(*number, ports);
+            return runOnPorts(context, *targets, "power-mode", std::nullopt,
+                              [number](StationSession& session, const AcronamePorts& ports,
+                                       ProgressDisplay& display) {
+                                  return session.runPowerMode(*number, ports, display);
                               });
         };
     });
@@ -174,11 +245,11 @@ void addStationCommands(CLI::App& app, CliContext& context) {
     });
 
     addSequenceCommand(app, context, "dfu", "Put the Macs on the given ports into DFU mode",
-                       StationSession::Sequence::DFU);
+                       StationSession::Sequence::DFU, MacMode::Dfu);
     addSequenceCommand(app, context, "restart", "Restart the Macs on the given ports",
                        StationSession::Sequence::Restart);
     addSequenceCommand(app, context, "recovery", "Start the Macs on the given ports into recovery",
-                       StationSession::Sequence::Recovery);
+                       StationSession::Sequence::Recovery, MacMode::Recovery);
     addPowerModeCommand(app, context);
 }
 

@@ -4,14 +4,10 @@
 #include "core/Alerts.h"
 #include "core/SimulatorAddress.h"
 
-#include <QElapsedTimer>
 #include <QEventLoop>
 
-#include <unistd.h>
-
-#include <atomic>
+#include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <mutex>
 
 namespace cli {
@@ -19,41 +15,14 @@ namespace cli {
 // Shared with background workers that may outlive a blocking call.
 struct SessionState {
     std::mutex mutex;
-    QStringList failedPorts;
     std::condition_variable idle;
     int runningTasks = 0;
-    std::atomic<bool> lastCompletion{false};
-    bool statusOnTerminal = isatty(STDOUT_FILENO);
-    bool statusLineOpen = false;
-    QElapsedTimer started;
-
-    // On a terminal one line keeps changing, with the time the run has taken so far; elsewhere
-    // every text is a line of its own, exactly as the sequence gave it.
-    void showStatus(const QString& text) {
-        std::lock_guard lock(mutex);
-        if (statusOnTerminal) {
-            if (!started.isValid())
-                started.start();
-            std::printf("\r\033[K[%3llds] %s", static_cast<long long>(started.elapsed() / 1000),
-                        qPrintable(text));
-            statusLineOpen = true;
-        } else {
-            std::printf("%s\n", qPrintable(text));
-        }
-        std::fflush(stdout);
-    }
-
-    void closeStatus() {
-        std::lock_guard lock(mutex);
-        if (statusLineOpen)
-            std::printf("\n");
-        statusLineOpen = false;
-        std::fflush(stdout);
-    }
 };
 
-StationSession::StationSession(const CliContext& context) : state_(std::make_shared<SessionState>()) {
-    auto environment = ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
+StationSession::StationSession(const CliContext& context)
+    : state_(std::make_shared<SessionState>()) {
+    auto environment =
+        ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
     environment.console = context.driverConsole();
     std::weak_ptr<SessionState> weakState = state_;
     environment.runInBackground = [weakState](dispatch::Task task) {
@@ -70,12 +39,6 @@ StationSession::StationSession(const CliContext& context) : state_(std::make_sha
             if (--state->runningTasks == 0)
                 state->idle.notify_all();
         });
-    };
-    environment.portFailed = [weakState](const AcronamePort& port, const QString& command) {
-        if (auto state = weakState.lock()) {
-            std::lock_guard lock(state->mutex);
-            state->failedPorts << QStringLiteral("%1 (%2)").arg(port.name(), command);
-        }
     };
     manager_ = std::make_shared<ZMRAcronameManager>(std::move(environment));
 }
@@ -127,46 +90,72 @@ std::optional<AcronamePorts> StationSession::selectPorts(const AC2Devices& entri
     return chosen;
 }
 
-bool StationSession::runUntilIdle(const std::function<void(ZMRAcronameManager&)>& start) {
-    start(*manager_);
-    {
-        // The sequences never need the main loop, so waiting here blocks nothing they use.
-        std::unique_lock lock(state_->mutex);
-        state_->idle.wait(lock, [this] { return state_->runningTasks == 0; });
-    }
-    state_->closeStatus();
-    return state_->lastCompletion;
-}
-
-bool StationSession::run(Sequence sequence, const AcronamePorts& ports) {
-    auto state = state_;
-    auto update = [state](const QString& text) { state->showStatus(text); };
-    auto completion = [state](bool ok) { state->lastCompletion = ok; };
-    return runUntilIdle([&](ZMRAcronameManager& manager) {
-        switch (sequence) {
-            case Sequence::DFU:
-                manager.dfuModeForAcronamePorts(ports, update, completion);
-                break;
-            case Sequence::Restart:
-                manager.restartForAcronamePorts(ports, update, completion);
-                break;
-            case Sequence::Recovery:
-                manager.recoveryForAcronamePorts(ports, update, completion);
-                break;
+PortVerdict StationSession::runUntilIdle(
+    const AcronamePorts& ports, ProgressDisplay& display,
+    const std::function<void(ZMRAcronameManager&, const PortObserver&,
+                             const ZMRAcronameManager::Completion&)>& start) {
+    QStringList names;
+    for (const auto& port : ports) names << port->name();
+    // The sequence's worker is counted until it ends, so nothing reports after the wait below.
+    PortVerdict verdict(names);
+    std::mutex verdictMutex;
+    auto observer = [&](const PortProgress& event) {
+        {
+            std::lock_guard lock(verdictMutex);
+            verdict.record(event);
         }
-    });
+        display.port(event);
+    };
+    auto completion = [&](bool value) {
+        {
+            std::lock_guard lock(verdictMutex);
+            verdict.recordCompletion(value);
+        }
+        display.completion(value);
+    };
+    start(*manager_, observer, completion);
+    {
+        // The sequences never need the main loop, so waiting here blocks nothing they use; the
+        // display is redrawn every second meanwhile.
+        std::unique_lock lock(state_->mutex);
+        while (!state_->idle.wait_for(lock, std::chrono::seconds(1),
+                                      [this] { return state_->runningTasks == 0; })) {
+            lock.unlock();
+            display.tick();
+            lock.lock();
+        }
+    }
+    return verdict;
 }
 
-bool StationSession::runPowerMode(std::int64_t mode, const AcronamePorts& ports) {
-    auto state = state_;
-    return runUntilIdle([&](ZMRAcronameManager& manager) {
-        manager.setPowerMode(mode, ports, [state](bool ok) { state->lastCompletion = ok; });
-    });
+PortVerdict StationSession::run(Sequence sequence, const AcronamePorts& ports,
+                                ProgressDisplay& display) {
+    auto update = [&display](const QString& text) { display.headline(text); };
+    return runUntilIdle(
+        ports, display,
+        [&](ZMRAcronameManager& manager, const PortObserver& observer,
+            const ZMRAcronameManager::Completion& completion) {
+            switch (sequence) {
+                case Sequence::DFU:
+                    manager.dfuModeForAcronamePorts(ports, update, completion, observer);
+                    break;
+                case Sequence::Restart:
+                    manager.restartForAcronamePorts(ports, update, completion, observer);
+                    break;
+                case Sequence::Recovery:
+                    manager.recoveryForAcronamePorts(ports, update, completion, observer);
+                    break;
+            }
+        });
 }
 
-QStringList StationSession::failedPorts() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->failedPorts;
+PortVerdict StationSession::runPowerMode(std::int64_t mode, const AcronamePorts& ports,
+                                         ProgressDisplay& display) {
+    return runUntilIdle(ports, display,
+                        [&](ZMRAcronameManager& manager, const PortObserver& observer,
+                            const ZMRAcronameManager::Completion& completion) {
+                            manager.setPowerMode(mode, ports, completion, observer);
+                        });
 }
 
 }  // namespace cli

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "cli/CliContext.h"
+#include "cli/PortVerdict.h"
+#include "cli/ProgressDisplay.h"
 
 #include "hubs/ZMRAcronameManager.h"
 
@@ -32,15 +34,17 @@ class StationSession {
                                              QString& error) const;
 
     enum class Sequence { DFU, Restart, Recovery };
-    // Runs a sequence to its end, showing its update texts as a status line; answers the last
-    // completion value and lists the ports that made it stop.
-    bool run(Sequence sequence, const AcronamePorts& ports);
-    bool runPowerMode(std::int64_t mode, const AcronamePorts& ports);
-
-    QStringList failedPorts() const;
+    // Runs a sequence to its end, showing its work on `display` (left open for what follows);
+    // answers what it did to each port and whether it succeeded.
+    PortVerdict run(Sequence sequence, const AcronamePorts& ports, ProgressDisplay& display);
+    PortVerdict runPowerMode(std::int64_t mode, const AcronamePorts& ports,
+                             ProgressDisplay& display);
 
   private:
-    bool runUntilIdle(const std::function<void(ZMRAcronameManager&)>& start);
+    PortVerdict runUntilIdle(
+        const AcronamePorts& ports, ProgressDisplay& display,
+        const std::function<void(ZMRAcronameManager&, const PortObserver&,
+                                 const ZMRAcronameManager::Completion&)>& start);
 
     std::shared_ptr<ZMRAcronameManager> manager_;
     std::shared_ptr<struct SessionState> state_;

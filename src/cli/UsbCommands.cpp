@@ -126,6 +126,14 @@ int watch(const CliContext& context, bool json) {
             printNotification(posted, info, json, ++*batch);
         });
     }
+    // A watch that can no longer hear anything must not look like a quiet bench.
+    QObject::connect(
+        &usb::UsbRegistry::shared(), &usb::UsbRegistry::watchingLost, [](const QString& why) {
+            std::fprintf(stderr,
+                         "tarvel-cli: usb watch: %s; no more arrivals or removals can be seen\n",
+                         qPrintable(why));
+            QCoreApplication::exit(exitFailure);
+        });
     USBManager::sharedManager()->startWatching();
     return QCoreApplication::exec();
 }

@@ -97,4 +97,10 @@ DeviceList parseDeviceListing(const QString& chunk, UsbLookups& usb) {
     return devices;
 }
 
+bool isReadableDeviceListing(const QString& output) {
+    const std::optional<QVariant> parsed = core::parsePropertyList(output.trimmed().toUtf8());
+    return parsed && parsed->toMap().value(QStringLiteral("Devices")).metaType().id() ==
+                         QMetaType::QVariantList;
+}
+
 }  // namespace configurator

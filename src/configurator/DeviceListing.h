@@ -19,4 +19,8 @@ inline constexpr std::int64_t appleVendorID = 1452;
 // registry. The chunk is parsed by itself: a document split over two chunks parses in neither.
 DeviceList parseDeviceListing(const QString& chunk, UsbLookups& usb);
 
+// Whether the tool's whole output is a device listing at all (a property list with its
+// "Devices" array, empty or not): no records from unreadable output is not an empty bench.
+bool isReadableDeviceListing(const QString& output);
+
 }  // namespace configurator

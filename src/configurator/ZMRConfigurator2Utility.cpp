@@ -7,11 +7,17 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 
 using configurator::DeviceList;
 
 namespace {
+
+// Enough of a broken listing to recognise what the tool printed instead.
+constexpr qsizetype kShownListingStart = 300;
 
 QString defaultToolPath() {
     const QString named = qEnvironmentVariable("TARVEL_CFGUTIL");
@@ -38,6 +44,28 @@ QString failureMessage(int status) {
                "error message. You can also try restoring with Apple Configurator to help "
                "identify issues.")
         .arg(status);
+}
+
+// How many of the tool's last error lines a failed restore keeps.
+constexpr qsizetype kKeptErrorLines = 5;
+
+// What a tool's output says about a failure: the reason of an error document on standard output
+// ("Type": "Error"), every other line of standard error. Progress lines say nothing of it.
+QStringList errorLinesOf(const QString& chunk, bool standardError) {
+    QStringList lines;
+    for (const QString& raw :
+         chunk.split(QRegularExpression(QStringLiteral("[\r\n]+")), Qt::SkipEmptyParts)) {
+        const QString line = raw.trimmed();
+        const QJsonObject document = QJsonDocument::fromJson(line.toUtf8()).object();
+        if (document.value(QStringLiteral("Type")).toString() == QLatin1String("Error")) {
+            const QString reason = document.value(QStringLiteral("FailureReason")).toString();
+            lines << (reason.isEmpty() ? document.value(QStringLiteral("Message")).toString()
+                                       : reason);
+        } else if (standardError && !line.isEmpty()) {
+            lines << line;
+        }
+    }
+    return lines;
 }
 
 }  // namespace
@@ -87,6 +115,7 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
     }
     std::shared_ptr<configurator::UsbLookups> usb = c_.usbLookups();
     auto records = std::make_shared<DeviceList>();
+    auto output = std::make_shared<QString>();
     {
         std::lock_guard lock(listingMutex_);
         // A runner whose child has not launched yet does not count: two quick calls both pass,
@@ -97,11 +126,14 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
         }
         attachedDevicesWrapper_ = std::make_shared<ZMTaskWrapperWithBlocks>(
             [] { ZMRLogDebug(QStringLiteral("Starting Apple Configurator")); },
-            [records, callback](std::int32_t) {
+            [this, alive = std::weak_ptr<int>(lifetime_), records, output, callback](std::int32_t) {
                 ZMRLogDebug(QStringLiteral("Apple Configurator completed"));
+                if (!alive.expired())
+                    noteListingOutput(*output);
                 callback(*records);
             },
-            [records, usb](const QString& chunk) {
+            [records, output, usb](const QString& chunk) {
+                output->append(chunk);
                 records->append(configurator::parseDeviceListing(chunk, *usb));
             },
             [](const QString& chunk) { ZMRLogDebug(QStringLiteral("> %1").arg(chunk)); },
@@ -117,6 +149,23 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
         if (Runner runner = attachedDevicesWrapper())
             runner->startProcess();
     });
+}
+
+void ZMRConfigurator2Utility::noteListingOutput(const QString& output) {
+    std::optional<QString> problem;
+    if (!output.trimmed().isEmpty() && !configurator::isReadableDeviceListing(output)) {
+        problem = output.left(kShownListingStart);
+        ZMRLogLevel0(
+            QStringLiteral("Apple Configurator's device list could not be read; it began: %1")
+                .arg(*problem));
+    }
+    std::lock_guard lock(listingMutex_);
+    unreadableListingOutput_ = problem;
+}
+
+std::optional<QString> ZMRConfigurator2Utility::unreadableListingOutput() const {
+    std::lock_guard lock(listingMutex_);
+    return unreadableListingOutput_;
 }
 
 std::optional<QString> ZMRConfigurator2Utility::customIPSWArgument(bool* stop) {
@@ -165,21 +214,38 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
 
     auto self = std::make_shared<std::weak_ptr<ZMTaskWrapperWithBlocks>>();
     std::weak_ptr<int> alive = lifetime_;
-    auto end = [this, alive, self, ecid, device, completedBlock](std::int32_t) {
+    auto errors = std::make_shared<QStringList>();
+    auto keepErrors = [errors](const QStringList& lines) {
+        *errors += lines;
+        if (errors->size() > kKeptErrorLines)
+            *errors = errors->mid(errors->size() - kKeptErrorLines);
+    };
+    auto end = [this, alive, self, ecid, device, completedBlock, errors](std::int32_t) {
         Runner runner = self->lock();
-        if (!alive.expired())
+        if (!alive.expired()) {
             tasks_.erase(ecid);
-        dispatch::main([runner, device, completedBlock] {
+            restoreErrors_[ecid] = *errors;
+        }
+        dispatch::main([runner, device, completedBlock, errors, ecid] {
             const int status = runner ? runner->terminationStatus() : -1;
-            if (status == 0)
+            if (status == 0) {
                 completedBlock(device, false, QString(""));
-            else
-                completedBlock(device, true, failureMessage(status));
+                return;
+            }
+            // Written whatever showDebug says: the log is where a technician looks for the why.
+            if (!device->didCancel())
+                ZMRLogLevel0(QStringLiteral("Restore of %1 failed with status %2: %3")
+                                 .arg(QString::number(ecid, 16).toUpper())
+                                 .arg(status)
+                                 .arg(errors->isEmpty() ? QStringLiteral("the tool gave no reason")
+                                                        : errors->join(QStringLiteral(" / "))));
+            completedBlock(device, true, failureMessage(status));
         });
     };
-    auto output = [device, outputBlock](const QString& chunk) {
+    auto output = [device, outputBlock, keepErrors](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("output-->%1").arg(chunk));
         ZMRLogDebug(chunk);
+        keepErrors(errorLinesOf(chunk, false));
         const std::optional<configurator::RestoreProgress> progress =
             configurator::parseRestoreProgress(chunk);
         if (!progress)
@@ -187,8 +253,9 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
         outputBlock(device, progress->step, progress->progress);
         device->setRestoreStatus(configurator::restoreStatusText(progress->progress));
     };
-    auto errorOutput = [device, errorBlock](const QString& chunk) {
+    auto errorOutput = [device, errorBlock, keepErrors](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("errorOutputBlock: %1").arg(chunk));
+        keepErrors(errorLinesOf(chunk, true));
         errorBlock(device, chunk);
     };
     auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(nullptr, end, output, errorOutput,
@@ -196,6 +263,11 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     *self = runner;
     tasks_[ecid] = runner;
     runner->startProcess();
+}
+
+QStringList ZMRConfigurator2Utility::restoreErrorLines(std::uint64_t ecid) const {
+    const auto found = restoreErrors_.find(ecid);
+    return found == restoreErrors_.end() ? QStringList() : found->second;
 }
 
 void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {

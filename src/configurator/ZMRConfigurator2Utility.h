@@ -62,6 +62,9 @@ class ZMRConfigurator2Utility {
     // listing runs; otherwise on the main thread when the listing ends; never when the tool
     // cannot be launched.
     void attachedDevicesWithCallback(DeviceListCallback callback);
+    // The start of what the tool printed when the last listing could not be read, nothing when
+    // it could (its records are then the whole truth).
+    std::optional<QString> unreadableListingOutput() const;
 
     // Returns at once; the restore starts, reports and completes on the main thread. A restore of
     // a device whose ECID already has one running stops that one first.
@@ -84,18 +87,23 @@ class ZMRConfigurator2Utility {
     Runner taskWrapper() const { return taskWrapper_; }
     // The runner of the restore under way for an ECID, if any (main thread).
     Runner task(std::uint64_t ecid) const;
+    // The tool's last error lines of the last restore of an ECID that has ended (main thread).
+    QStringList restoreErrorLines(std::uint64_t ecid) const;
 
   private:
     void startDeviceRestore(const DevicePtr& device, const RestoreOutputBlock& outputBlock,
                             const RestoreErrorBlock& errorBlock,
                             const RestoreCompletedBlock& completedBlock);
     std::optional<QString> customIPSWArgument(bool* stop);
+    void noteListingOutput(const QString& output);
 
     Collaborators c_;
     mutable std::mutex listingMutex_;
     Runner attachedDevicesWrapper_;
+    std::optional<QString> unreadableListingOutput_;
     Runner taskWrapper_;
     std::map<std::uint64_t, Runner> tasks_;
+    std::map<std::uint64_t, QStringList> restoreErrors_;
     // Work queued to the main thread checks this before touching an object that may be gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };

@@ -56,6 +56,7 @@ inline constexpr auto acronameDelayAfterSendingDFUCommand = "acronameDelayAfterS
 inline constexpr auto acronameDelayAfterPuttingAllPortInDFUMode =
     "acronameDelayAfterPuttingAllPortInDFUMode";
 inline constexpr auto recoverySleepBetweenReboots = "recoverySleepBetweenReboots";
+inline constexpr auto verifyTimeoutSeconds = "verifyTimeoutSeconds";
 }  // namespace keys
 
 }  // namespace core

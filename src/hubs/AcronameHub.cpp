@@ -155,6 +155,11 @@ bool AcronameHub::inPDModeForPort(std::int64_t port) {
     return wrapper && wrapper->inPDMode(portByte(port));
 }
 
+std::int64_t AcronameHub::lastPortResult() const {
+    const auto wrapper = brainStemWrapper();
+    return wrapper ? wrapper->lastPortResult() : -1;
+}
+
 bool AcronameHub::setPowerLimit(std::uint32_t limit, std::int64_t port) {
     const auto wrapper = brainStemWrapper();
     return wrapper && wrapper->setPowerLimit(limit, portByte(port));

@@ -79,12 +79,14 @@ void BrainStemWrapper::rebootHub() {
 
 bool BrainStemWrapper::enablePort(std::uint8_t port) {
     const stem::aErr err = hubs_detail::retryTransient([&] { return chub->port(port).setEnabled(1); });
+    lastPortResult_ = static_cast<std::int32_t>(err);
     print(formatConsoleText("Enable port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;
 }
 
 bool BrainStemWrapper::disablePort(std::uint8_t port) {
     const stem::aErr err = hubs_detail::retryTransient([&] { return chub->port(port).setEnabled(0); });
+    lastPortResult_ = static_cast<std::int32_t>(err);
     print(formatConsoleText("Disable port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;
 }
@@ -191,6 +193,7 @@ bool BrainStemWrapper::sendVendorMessage(std::uint8_t port,
     const stem::aErr err = hubs_detail::retryTransient([&] {
         return chub->pd(port).setUEIBytes(kVendorMessageOption, message.data(), message.size());
     });
+    lastPortResult_ = static_cast<std::int32_t>(err);
     // Both messages report in the DFU words.
     print(formatConsoleText("DFU port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;

@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -71,6 +72,9 @@ public:
     bool rebootPort(std::uint8_t port);
     bool dfuPort(std::uint8_t port);
 
+    // The library's answer to the last enable, disable or vendor message; -1 before any.
+    std::int32_t lastPortResult() const { return lastPortResult_; }
+
     std::uint32_t hubTotalPowerLimit();
     QString firmwareVersion();
     bool makeSourceWithNoNegotiation();
@@ -93,4 +97,5 @@ private:
 
     mutable std::mutex hubMutex_;
     std::shared_ptr<AcronameHub> connectedHub_;
+    std::atomic<std::int32_t> lastPortResult_{-1};
 };

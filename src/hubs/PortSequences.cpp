@@ -27,21 +27,70 @@ struct ZMRAcronameManager::Sequence {
     // Ports point at their hubs without owning them, and a refresh in the middle of a sequence
     // replaces the manager's hubs: the run keeps the hubs of its ports alive until it ends.
     std::vector<std::shared_ptr<AcronameHub>> hubs;
+    PortObserver observer;
+    // The sequence's list, for each port's place in it.
+    AcronamePorts worked;
 
     Sequence(ZMRAcronameManagerEnvironment env, std::weak_ptr<ZMRAcronameManager> owner,
-             const AcronamePorts& ports)
-        : environment(std::move(env)), manager(std::move(owner)) {
-        for (const auto& port : ports)
+             const AcronamePorts& list, PortObserver watcher)
+        : environment(std::move(env)),
+          manager(std::move(owner)),
+          observer(std::move(watcher)),
+          worked(list) {
+        for (const auto& port : list)
             if (port->hub()) hubs.push_back(port->hub()->shared_from_this());
+    }
+
+    void tell(PortProgress progress, const AcronamePort* port = nullptr) const {
+        if (!observer)
+            return;
+        progress.port = port;
+        progress.count = static_cast<int>(worked.size());
+        for (std::size_t i = 0; port && i < worked.size(); ++i)
+            if (worked[i].get() == port)
+                progress.position = static_cast<int>(i + 1);
+        observer(progress);
+    }
+
+    void tellStep(const AcronamePort& port, PortProgress::Step step, unsigned seconds = 0) const {
+        tell({.kind = PortProgress::Kind::PortStep, .step = step, .seconds = seconds}, &port);
+    }
+
+    void tellDone(const AcronamePort& port, PortProgress::Step step) const {
+        tell({.kind = PortProgress::Kind::PortResult, .step = step, .succeeded = true}, &port);
+    }
+
+    void tellFailed(const AcronamePort& port, PortProgress::Step step) const {
+        const AcronameHub* hub = port.hub();
+        tell({.kind = PortProgress::Kind::PortResult,
+              .step = step,
+              .result = hub ? hub->lastPortResult() : -1},
+             &port);
+    }
+
+    void tellSkipped(const AcronamePort& port) const {
+        tell({.kind = PortProgress::Kind::PortSkipped}, &port);
+    }
+
+    void tellPassPause(unsigned seconds) const {
+        tell({.kind = PortProgress::Kind::PassPause, .seconds = seconds});
     }
 
     core::Settings& settings() const { return *environment.settings; }
     core::Clock& clock() const { return *environment.clock; }
 
     // Whole seconds, truncated toward zero; a negative setting does not pause.
-    void pauseSeconds(const char* key) const {
+    unsigned secondsOf(const char* key) const {
         const double seconds = settings().doubleForKey(key);
-        clock().sleepSeconds(seconds > 0 ? static_cast<unsigned>(std::trunc(seconds)) : 0u);
+        return seconds > 0 ? static_cast<unsigned>(std::trunc(seconds)) : 0u;
+    }
+
+    void pauseSeconds(const char* key) const { clock().sleepSeconds(secondsOf(key)); }
+
+    void passPause(const char* key) const {
+        const unsigned seconds = secondsOf(key);
+        tellPassPause(seconds);
+        clock().sleepSeconds(seconds);
     }
 
     void pauseMicroseconds(double seconds) const {
@@ -70,45 +119,69 @@ struct ZMRAcronameManager::Sequence {
     }
 
     // Power-cycles every connected port (disable, mode, 1 s, enable, pause) and answers whether
-    // all of them came back. Stops at the first port that cannot be disabled or re-enabled.
-    bool powerModePass(std::int64_t mode, const AcronamePorts& ports) const {
+    // all of them came back. Stops at the first port that cannot be disabled or re-enabled. A
+    // pass that is the whole of the work tells each port's success; a pass before other work
+    // tells only its failures and the ports it leaves alone.
+    bool powerModePass(std::int64_t mode, const AcronamePorts& ports, bool lastWork) const {
         bool failed = false;
         std::int64_t cycled = 0;
         for (const auto& port : ports) {
             AcronameHub* hub = port->hub();
-            if (!port->isConnected() || !hub) continue;
-            const std::int64_t id = port->portID();
-            if (hub->inPDModeForPort(id) && settings().boolForKey(core::keys::acronameSkipDFUSDPMode))
+            if (!port->isConnected() || !hub) {
+                tellSkipped(*port);
                 continue;
+            }
+            const std::int64_t id = port->portID();
+            if (hub->inPDModeForPort(id) &&
+                settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) {
+                if (lastWork)
+                    tellDone(*port, PortProgress::Step::Enable);
+                continue;
+            }
+            tellStep(*port, PortProgress::Step::Disable);
             if (!hub->disablePort(id)) {
+                tellFailed(*port, PortProgress::Step::Disable);
                 reportFailure(*port, "disable");
                 failed = true;
                 break;
             }
+            if (mode >= 0 && mode <= 2)
+                tellStep(*port, PortProgress::Step::PowerMode);
             sendPowerMode(*hub, mode, id);
             clock().sleepSeconds(1);
+            tellStep(*port, PortProgress::Step::Enable);
             const bool enabled = hub->enablePort(id);
             if (!enabled) {
+                tellFailed(*port, PortProgress::Step::Enable);
                 environment.log(QString::asprintf("error enabling port: %li", long(id)));
                 reportFailure(*port, "enable");
                 failed = true;
             }
-            pauseSeconds(core::keys::acronameDelayAfterSettingPowerMode);
+            const unsigned settling = secondsOf(core::keys::acronameDelayAfterSettingPowerMode);
+            tellStep(*port, PortProgress::Step::Settling, settling);
+            clock().sleepSeconds(settling);
             ++cycled;
             if (!enabled) break;
+            if (lastWork)
+                tellDone(*port, PortProgress::Step::Enable);
         }
         if (failed) return false;
-        if (cycled > 0) pauseSeconds(core::keys::acronameDelayAfterSettingPowerMode);
+        if (cycled > 0)
+            passPause(core::keys::acronameDelayAfterSettingPowerMode);
         return true;
     }
 
-    static bool rebootPort(const AcronamePort& port) {
+    bool rebootPort(const AcronamePort& port) const {
+        tellStep(port, PortProgress::Step::Reboot);
         AcronameHub* hub = port.hub();
-        return hub && hub->rebootPort(port.portID());
+        const bool rebooted = hub && hub->rebootPort(port.portID());
+        if (!rebooted)
+            tellFailed(port, PortProgress::Step::Reboot);
+        return rebooted;
     }
 
     void dfu(const AcronamePorts& ports, const Update& update, const Completion& completion) const {
-        if (!powerModePass(0, ports)) {
+        if (!powerModePass(0, ports, false)) {
             completion(false);
             return;
         }
@@ -118,9 +191,16 @@ struct ZMRAcronameManager::Sequence {
             if (!port->isConnected()) continue;
             update(QStringLiteral("Putting ports into DFU Mode..."));
             environment.notifications->post(kLastRequestedStayInFront);
+            tellStep(*port, PortProgress::Step::DfuMessage);
             AcronameHub* hub = port->hub();
             const bool sent = hub && hub->dfuPort(port->portID());
-            pauseSeconds(core::keys::acronameDelayAfterSendingDFUCommand);
+            if (sent)
+                tellDone(*port, PortProgress::Step::DfuMessage);
+            else
+                tellFailed(*port, PortProgress::Step::DfuMessage);
+            const unsigned settling = secondsOf(core::keys::acronameDelayAfterSendingDFUCommand);
+            tellStep(*port, PortProgress::Step::Settling, settling);
+            clock().sleepSeconds(settling);
             if (!sent) {
                 reportFailure(*port, "DFU command");
                 environment.notifications->post(kCancelStayInFront);
@@ -129,26 +209,29 @@ struct ZMRAcronameManager::Sequence {
                 break;
             }
         }
-        pauseSeconds(core::keys::acronameDelayAfterPuttingAllPortInDFUMode);
+        passPause(core::keys::acronameDelayAfterPuttingAllPortInDFUMode);
         if (failed) {
             update(QStringLiteral("Refreshing Devices..."));
             refresh();
             completion(false);
         }
         update(QStringLiteral("Finishing Up..."));
-        if (!settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) powerModePass(2, ports);
+        if (!settings().boolForKey(core::keys::acronameSkipDFUSDPMode))
+            powerModePass(2, ports, false);
         completion(true);
     }
 
     void restart(const AcronamePorts& ports, const Update& update, const Completion& completion) const {
-        if (!powerModePass(0, ports)) {
+        if (!powerModePass(0, ports, false)) {
             completion(false);
             refresh();
             return;
         }
         bool failed = false;
         for (const auto& port : ports) {
-            if (!rebootPort(*port)) {
+            if (rebootPort(*port)) {
+                tellDone(*port, PortProgress::Step::Reboot);
+            } else {
                 reportFailure(*port, "reboot");
                 environment.sounds->beep();
                 failed = true;
@@ -157,7 +240,7 @@ struct ZMRAcronameManager::Sequence {
             }
         }
         update(QStringLiteral("Finishing Up..."));
-        pauseSeconds(core::keys::acronameDelayAfterRebootAllPorts);
+        passPause(core::keys::acronameDelayAfterRebootAllPorts);
         if (failed) {
             refresh();
             completion(false);
@@ -170,37 +253,41 @@ struct ZMRAcronameManager::Sequence {
         return times >= 1 && times <= 10 ? times : kDefaultRecoveryReboots;
     }
 
+    // Reboot failures do not stop a recovery; a port is done when its last reboot went out.
     void recovery(const AcronamePorts& ports, const Update& update, const Completion& completion) const {
-        if (!powerModePass(0, ports)) {
+        if (!powerModePass(0, ports, false)) {
             completion(false);
             refresh();
             return;
         }
-        pauseSeconds(core::keys::acronameDelayAfterSettingPowerMode);
+        passPause(core::keys::acronameDelayAfterSettingPowerMode);
         const double delay = settings().doubleForKey(core::keys::acronameRecoveryRebootDelay);
         const std::int64_t cycles = recoveryReboots();
         for (std::int64_t i = 1; i <= cycles; ++i) {
             update(QString::asprintf("Restarting %i of %li times", int(i), long(cycles)));
-            for (const auto& port : ports) rebootPort(*port);
+            for (const auto& port : ports)
+                if (rebootPort(*port) && i == cycles)
+                    tellDone(*port, PortProgress::Step::Reboot);
             pauseMicroseconds(delay);
         }
         update(QStringLiteral("Finishing Up..."));
-        pauseSeconds(core::keys::acronameDelayAfterRebootAllPorts);
+        passPause(core::keys::acronameDelayAfterRebootAllPorts);
         completion(true);
     }
 };
 
-void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion) {
-    Sequence sequence(environment_, weak_from_this(), ports);
-    environment_.runInBackground([sequence, mode, ports = std::move(ports),
-                                  completion = std::move(completion)] {
-        completion(sequence.powerModePass(mode, ports));
-    });
+void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion,
+                                      PortObserver observer) {
+    Sequence sequence(environment_, weak_from_this(), ports, std::move(observer));
+    environment_.runInBackground(
+        [sequence, mode, ports = std::move(ports), completion = std::move(completion)] {
+            completion(sequence.powerModePass(mode, ports, true));
+        });
 }
 
 void ZMRAcronameManager::runSequence(AcronamePorts ports, Update update, Completion completion,
-                                     SequenceStep step) {
-    Sequence sequence(environment_, weak_from_this(), ports);
+                                     SequenceStep step, PortObserver observer) {
+    Sequence sequence(environment_, weak_from_this(), ports, std::move(observer));
     environment_.runInBackground([sequence, step, ports = std::move(ports), update = std::move(update),
                                   completion = std::move(completion)] {
         (sequence.*step)(ports, update, completion);
@@ -208,32 +295,35 @@ void ZMRAcronameManager::runSequence(AcronamePorts ports, Update update, Complet
 }
 
 void ZMRAcronameManager::dfuModeForAcronamePorts(AcronamePorts ports, Update update,
-                                                 Completion completion) {
+                                                 Completion completion, PortObserver observer) {
     if (ports.empty()) {
         completion(false);
         return;
     }
     update(QStringLiteral("Putting devices into DFU mode (setting power role)"));
-    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::dfu);
+    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::dfu,
+                std::move(observer));
 }
 
 void ZMRAcronameManager::restartForAcronamePorts(AcronamePorts ports, Update update,
-                                                 Completion completion) {
+                                                 Completion completion, PortObserver observer) {
     update(QStringLiteral("Preparing to restart devices..."));
     if (ports.empty()) {
         completion(false);
         return;
     }
     update(QStringLiteral("Restarting devices"));
-    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::restart);
+    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::restart,
+                std::move(observer));
 }
 
 void ZMRAcronameManager::recoveryForAcronamePorts(AcronamePorts ports, Update update,
-                                                  Completion completion) {
+                                                  Completion completion, PortObserver observer) {
     if (ports.empty()) {
         completion(false);
         return;
     }
     update(QStringLiteral("Preparing to put devices in recovery..."));
-    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::recovery);
+    runSequence(std::move(ports), std::move(update), std::move(completion), &Sequence::recovery,
+                std::move(observer));
 }

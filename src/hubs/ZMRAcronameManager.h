@@ -3,6 +3,7 @@
 #include "hubs/AcronameHub.h"
 #include "hubs/AcronamePort.h"
 #include "hubs/DriverConsole.h"
+#include "hubs/PortProgress.h"
 #include "hubs/stem/Backend.h"
 
 #include "core/Dispatch.h"
@@ -74,18 +75,24 @@ public:
     void setAc2Devices(AC2Devices devices);
 
     // Power mode 0 is power delivery, 1 standard downstream, 2 charging downstream; anything
-    // else power-cycles the ports without changing their mode.
-    void setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion);
-    void dfuModeForAcronamePorts(AcronamePorts ports, Update update, Completion completion);
-    void restartForAcronamePorts(AcronamePorts ports, Update update, Completion completion);
-    void recoveryForAcronamePorts(AcronamePorts ports, Update update, Completion completion);
+    // else power-cycles the ports without changing their mode. The optional observer is told,
+    // on the sequence's worker, which port and step is worked and how each port ended.
+    void setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion,
+                      PortObserver observer = {});
+    void dfuModeForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                 PortObserver observer = {});
+    void restartForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                 PortObserver observer = {});
+    void recoveryForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                  PortObserver observer = {});
 
-private:
+  private:
     struct Sequence;
     using SequenceStep = void (Sequence::*)(const AcronamePorts&, const Update&, const Completion&) const;
 
     // Hands the rest of a sequence to a background worker, with the hubs of its ports kept alive.
-    void runSequence(AcronamePorts ports, Update update, Completion completion, SequenceStep step);
+    void runSequence(AcronamePorts ports, Update update, Completion completion, SequenceStep step,
+                     PortObserver observer);
 
     void listAndMatchDevices(
         std::vector<std::pair<std::shared_ptr<AcronameHub>, AC2Devices>> hubTable,

@@ -43,6 +43,11 @@ QString sessionOf(const PropertyMap& properties) {
 
 SimulatorUsbRegistry::SimulatorUsbRegistry(const QString& socketPath, QObject* parent)
     : UsbRegistry(parent), connection_(new core::SimulatorConnection(socketPath, this)) {
+    connect(connection_, &core::SimulatorConnection::disconnected, this, [this] {
+        ZMRLogLevel0(
+            QStringLiteral("The simulator closed its socket; USB arrivals and removals stopped"));
+        emit watchingLost(QStringLiteral("the simulator closed its socket"));
+    });
     connect(connection_, &core::SimulatorConnection::eventReceived, this,
             &SimulatorUsbRegistry::handleEvent);
 }

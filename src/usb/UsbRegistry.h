@@ -56,6 +56,8 @@ class UsbRegistry : public QObject {
     // A removal carries the properties the device had when it arrived.
     void deviceArrived(const usb::PropertyMap& properties);
     void deviceRemoved(const usb::PropertyMap& properties);
+    // Arrivals and removals can no longer come (the simulator closed its socket); `why` says so.
+    void watchingLost(const QString& why);
 };
 
 }  // namespace usb

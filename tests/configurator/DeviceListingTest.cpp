@@ -91,6 +91,19 @@ TEST(DeviceListing, YieldsNothingFromHalfADocumentOrAnErrorDocument) {
     EXPECT_TRUE(usb.asked.isEmpty());
 }
 
+TEST(DeviceListing, OnlyAWholeListingIsReadableAnEmptyOneIncluded) {
+    const QString whole = fixture("list-two-macs.plist");
+    EXPECT_TRUE(configurator::isReadableDeviceListing(whole));
+    EXPECT_TRUE(
+        configurator::isReadableDeviceListing("<plist "
+                                              "version=\"1.0\"><dict><key>Devices</key><array/"
+                                              "><key>Output</key><dict/></dict></plist>\r\n"));
+    EXPECT_FALSE(
+        configurator::isReadableDeviceListing(whole.left(whole.indexOf("<key>Output</key>"))));
+    EXPECT_FALSE(configurator::isReadableDeviceListing(fixture("list-error.plist")))
+        << "the tool's error document is no listing";
+}
+
 TEST(AC2Device, DescriptionAndDeviceInfoFormatNumbersDifferently) {
     AC2Device device;
     EXPECT_EQ(device.description(),

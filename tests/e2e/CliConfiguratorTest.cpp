@@ -56,6 +56,7 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
     EXPECT_EQ(devices().size(), 0) << "booted Macs are invisible to the tool";
 
     ASSERT_EQ(station.cli({"port", "power-mode", "1C3B4A01:1", "pd"}).exitCode, 0);
+    ASSERT_TRUE(station.waitForContract("1C3B4A01", 1));
     ASSERT_EQ(station.cli({"port", "dfu", "1C3B4A01:1"}).exitCode, 0);
     QJsonArray listed;
     const QDeadlineTimer deadline(10000);
@@ -75,6 +76,19 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
     EXPECT_TRUE(restored.standardOutput.contains("100% Restore complete"))
         << restored.standardOutput.toStdString();
     EXPECT_TRUE(restored.standardOutput.contains("Restore of 0x16594A1492801E completed."));
+}
+
+TEST_F(CliConfigurator, AGarbledListingIsAnErrorNotAnEmptyBench) {
+    QByteArray garbled(kStation);
+    garbled.replace(R"("hubs": [)", R"("cfgutil": {"garbledList": true}, "hubs": [)");
+    ASSERT_EQ(station.start({"--station", station.writeStation(garbled)}), station.socket());
+    const ProcessResult listed = station.cli({"devices"});
+    EXPECT_EQ(listed.exitCode, 1);
+    EXPECT_TRUE(listed.standardOutput.isEmpty()) << "no table that looks like an empty bench";
+    EXPECT_TRUE(listed.standardError.contains(
+        "printed a device list that could not be read; it began:\n<?xml"))
+        << listed.standardError.toStdString();
+    EXPECT_EQ(station.cli({"restore", "--all-dfu"}).exitCode, 1) << "nor an empty batch";
 }
 
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {

@@ -100,6 +100,12 @@ TEST_F(CliRestore, RestoresEveryMacInDFUAndNamesTheOneThatFailed) {
                                   "with Apple Configurator to help identify issues."});
     EXPECT_TRUE(run.standardOutput.contains("History:"));
     EXPECT_TRUE(run.standardOutput.contains("0x15  ")) << run.standardOutput.toStdString();
+    EXPECT_TRUE(run.standardError.contains("cfgutil (0x23): libusbrestore error:21\n"))
+        << "the tool's own reason, not only its status";
+    QFile log(station_.logFolder() + "/generic.log");
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(
+        log.readAll().contains("Restore of 23 failed with status 1: libusbrestore error:21"));
     EXPECT_FALSE(run.standardOutput.contains('\x1b')) << "piped output has no control characters";
 
     // The event scripts are started as the batch ends; the last may still be on its way.

@@ -61,6 +61,7 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
 
     // A DFU message travels only over a power-delivery contract.
     ASSERT_EQ(station.cli({"port", "power-mode", "1C3B4A01:3", "pd"}).exitCode, 0);
+    ASSERT_TRUE(station.waitForContract("1C3B4A01", 3));
     const ProcessResult dfu = station.cli({"-v", "port", "dfu", "1C3B4A01:3"});
     ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
     EXPECT_TRUE(dfu.standardError.contains("DFU port 3, Err: 0"))

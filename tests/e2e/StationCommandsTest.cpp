@@ -1,7 +1,12 @@
 #include "support/SimulatedStation.h"
 
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -30,6 +35,48 @@ class StationCommands : public ::testing::Test {
         return false;
     }
 
+    // The sequence's own texts and the verdict: what a plain run prints without the port lines
+    // and the check afterwards.
+    static QString headlines(const QString& output) {
+        QStringList lines;
+        for (const QString& line : output.split('\n', Qt::SkipEmptyParts))
+            if (!line.startsWith("  ") && !line.startsWith("Checking the Macs"))
+                lines << line;
+        return lines.join('\n');
+    }
+
+    // Two hubs with five Macs each, like the default station; `faults` goes into the first hub,
+    // `extra` into the Mac on its second port.
+    QString tenMacStation(const QByteArray& faults, const QByteArray& extra = {}) const {
+        QByteArrayList hubs;
+        for (int hub = 1; hub <= 2; ++hub) {
+            QByteArrayList macs;
+            for (int port = 1; port <= 5; ++port) {
+                const QByteArray id = QByteArray::number(hub * 10 + port);
+                macs << R"({"port": )" + QByteArray::number(port) + R"(, "ecid": "0x)" + id +
+                            R"(", "serialNumber": "AAAA0000)" + id + '"' +
+                            (hub == 1 && port == 2 && !extra.isEmpty() ? ", " + extra
+                                                                       : QByteArray()) +
+                            '}';
+            }
+            hubs << R"({"serial": "0x1C3B4A0)" + QByteArray::number(hub) + R"(", "usbID": )" +
+                        QByteArray::number(hub) + R"(, "faults": [)" +
+                        (hub == 1 ? faults : QByteArray()) + R"(], "macs": [)" + macs.join(',') +
+                        "]}";
+        }
+        return station.writeStation(R"({"hubs": [)" + hubs.join(',') + "]}");
+    }
+
+    QString log() const {
+        QString text;
+        for (const QFileInfo& file : QDir(station.logFolder()).entryInfoList(QDir::Files)) {
+            QFile log(file.filePath());
+            if (log.open(QIODevice::ReadOnly))
+                text += QString::fromUtf8(log.readAll());
+        }
+        return text;
+    }
+
     SimulatedStation station;
 };
 
@@ -54,8 +101,13 @@ TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
                          "Putting devices into DFU mode (sending DFU command)"};
     for (int i = 0; i < 10; ++i) expected << "Putting ports into DFU Mode...";
     expected << "Finishing Up..."
-             << "dfu done on 10 ports";
-    EXPECT_EQ(dfu.standardOutput.split('\n', Qt::SkipEmptyParts), expected);
+             << "dfu: 10 of 10 ports done";
+    EXPECT_EQ(headlines(dfu.standardOutput), expected.join('\n'));
+    EXPECT_TRUE(
+        dfu.standardOutput.contains("Checking the Macs: 10 of 10 in DFU mode\ndfu: 10 of 10"));
+    EXPECT_TRUE(dfu.standardOutput.contains("  port 3 of 10 · 1C3B4A01:3 · settling 3 s\n"));
+    EXPECT_TRUE(dfu.standardOutput.contains("  1C3B4A02:5 done\n"));
+    EXPECT_FALSE(dfu.standardOutput.contains('\033')) << "piped output has no control characters";
 
     EXPECT_TRUE(macsReach("dfu", 10));
 }
@@ -77,32 +129,94 @@ TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
     ASSERT_FALSE(station.start().isEmpty());
     const ProcessResult recovery = station.cli({"recovery", "1C3B4A01:1", "1c3b4a01:2"});
     ASSERT_EQ(recovery.exitCode, 0) << recovery.standardError.toStdString();
-    EXPECT_TRUE(recovery.standardOutput.contains("Restarting 4 of 4 times\nFinishing Up...\n"));
+    EXPECT_TRUE(
+        headlines(recovery.standardOutput)
+            .contains("Restarting 4 of 4 times\nFinishing Up...\nrecovery: 2 of 2 ports done"))
+        << recovery.standardOutput.toStdString();
     EXPECT_TRUE(macsReach("recovery", 2));
 }
 
-TEST_F(StationCommands, AFailedDfuCommandIsNamedThoughTheSequenceEndsWithSuccess) {
-    const QString file = station.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE",
-        "faults": [{"call": "pd.setUEIBytes", "index": 2, "results": [6], "repeat": true}],
-        "macs": [{"port": 1, "ecid": "0x1", "serialNumber": "AAAA000001"},
-                 {"port": 2, "ecid": "0x2", "serialNumber": "AAAA000002"}]}]})");
-    ASSERT_FALSE(station.start({"--station", file}).isEmpty());
-    const ProcessResult dfu = station.cli({"dfu", "C0FFEE:1", "C0FFEE:2"});
-    EXPECT_EQ(dfu.exitCode, 0);
-    EXPECT_TRUE(dfu.standardError.contains("dfu failed on C0FFEE:2 (DFU command)"))
-        << dfu.standardError.toStdString();
-    EXPECT_TRUE(dfu.standardOutput.contains("Refreshing Devices...\nFinishing Up...\n"));
+TEST_F(StationCommands, DfuAsJsonLinesNamesEveryPortAndEndsWithTheVerdict) {
+    ASSERT_FALSE(station.start().isEmpty());
+    const ProcessResult dfu = station.cli({"dfu", "--all", "--json"});
+    ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
+    QSet<QString> ports;
+    QJsonObject last;
+    double time = 0;
+    for (const QString& line : dfu.standardOutput.split('\n', Qt::SkipEmptyParts)) {
+        QJsonParseError error{};
+        last = QJsonDocument::fromJson(line.toUtf8(), &error).object();
+        ASSERT_EQ(error.error, QJsonParseError::NoError) << line.toStdString();
+        EXPECT_GE(last.value("time").toDouble(), time) << "time never goes back";
+        time = last.value("time").toDouble();
+        if (last.value("event") == "result" && last.value("ok").toBool())
+            ports << last.value("port").toString();
+    }
+    EXPECT_EQ(ports.size(), 10);
+    EXPECT_EQ(last.value("event"), "verdict");
+    EXPECT_TRUE(last.value("ok").toBool());
+    EXPECT_EQ(last.value("summary"), "10 of 10 ports done");
+}
 
-    // A port that cannot even be power-cycled ends the sequence with failure.
+TEST_F(StationCommands, AHardDfuMessageErrorFailsTheRunAndSaysWhatHappenedToEveryPort) {
+    const QString file =
+        tenMacStation(R"({"call": "pd.setUEIBytes", "index": 3, "results": [6], "repeat": true})");
+    ASSERT_FALSE(station.start({"--station", file}).isEmpty())
+        << station.simulator().readAllStandardError().toStdString();
+    const ProcessResult dfu = station.cli({"dfu", "--all"});
+    EXPECT_EQ(dfu.exitCode, 1);
+    const QString verdict =
+        "dfu: 2 of 10 ports done; failed: 1C3B4A01:3 (DFU message, result 6); not reached: "
+        "1C3B4A01:4, 1C3B4A01:5, 1C3B4A02:1, 1C3B4A02:2, 1C3B4A02:3, 1C3B4A02:4, 1C3B4A02:5";
+    EXPECT_EQ(dfu.standardError.trimmed(), "tarvel-cli: " + verdict);
+    EXPECT_TRUE(dfu.standardOutput.contains("Refreshing Devices...\nFinishing Up...\n"))
+        << "the sequence's own texts are unchanged";
+    EXPECT_FALSE(dfu.standardOutput.contains("ports done"));
+    EXPECT_TRUE(log().contains("dfu: port failed: 1C3B4A01:3 (DFU message, result 6)"));
+    EXPECT_TRUE(log().contains(verdict));
+
+    // A port that cannot even be power-cycled stops a restart before any message.
     SimulatedStation broken;
     const QString file2 = broken.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE",
         "faults": [{"call": "port.setEnabled", "index": 1, "results": [6], "repeat": true}],
-        "macs": [{"port": 1, "ecid": "0x1", "serialNumber": "AAAA000001"}]}]})");
+        "macs": [{"port": 1, "ecid": "0x1", "serialNumber": "AAAA000001"},
+                 {"port": 2, "ecid": "0x2", "serialNumber": "AAAA000002"}]}]})");
     ASSERT_FALSE(broken.start({"--station", file2}).isEmpty());
-    const ProcessResult restart = broken.cli({"restart", "C0FFEE:1"});
-    EXPECT_EQ(restart.exitCode, 1);
-    EXPECT_TRUE(restart.standardError.contains("restart failed on C0FFEE:1 (disable)"))
-        << restart.standardError.toStdString();
+    const ProcessResult stopped = broken.cli({"restart", "C0FFEE:1", "C0FFEE:2"});
+    EXPECT_EQ(stopped.exitCode, 1);
+    EXPECT_EQ(stopped.standardError.trimmed(),
+              "tarvel-cli: restart: 0 of 2 ports done; failed: C0FFEE:1 (disable, result 6); not "
+              "reached: C0FFEE:2");
+}
+
+TEST_F(StationCommands, AMacThatIgnoresDfuIsNamedByTheCheckAfterwards) {
+    station.setPreference("verifyTimeoutSeconds", 10);
+    ASSERT_FALSE(
+        station.start({"--station", tenMacStation({}, R"("ignoresDFU": true)")}).isEmpty());
+    const ProcessResult dfu = station.cli({"dfu", "--all"});
+    EXPECT_EQ(dfu.exitCode, 1);
+    EXPECT_TRUE(dfu.standardOutput.contains("Checking the Macs: 9 of 10 in DFU mode\n"));
+    EXPECT_EQ(dfu.standardError,
+              "1C3B4A01:2: Mac still booted after 10 s\ntarvel-cli: dfu: 10 of 10 ports done; "
+              "unverified: 1C3B4A01:2 (Mac still booted after 10 s)\n");
+    EXPECT_TRUE(log().contains("dfu: 1C3B4A01:2: Mac still booted after 10 s"));
+
+    const ProcessResult unchecked = station.cli({"dfu", "1C3B4A01:2", "--no-verify"});
+    EXPECT_EQ(unchecked.exitCode, 0) << unchecked.standardError.toStdString();
+    EXPECT_FALSE(unchecked.standardOutput.contains("Checking the Macs"));
+}
+
+TEST_F(StationCommands, UsbWatchEndsWithFailureWhenTheSimulatorDies) {
+    ASSERT_FALSE(station.start().isEmpty());
+    QProcess watch;
+    watch.setProcessEnvironment(station.environment());
+    watch.start(testing_support::executablePath("tarvel-cli"),
+                {"--simulate=" + station.socket(), "usb", "watch"});
+    ASSERT_TRUE(watch.waitForReadyRead(10000)) << "the watch lists what is attached first";
+    station.simulator().kill();
+    ASSERT_TRUE(watch.waitForFinished(5000)) << "a watch that hears nothing more must not hang";
+    EXPECT_EQ(watch.exitCode(), 1);
+    EXPECT_TRUE(watch.readAllStandardError().contains("the simulator closed its socket"));
 }
 
 TEST_F(StationCommands, BadTargetsAreClearErrors) {

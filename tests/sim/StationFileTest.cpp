@@ -24,7 +24,10 @@ TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
         {"serial": 16, "faults": [{"call": "port.setEnabled", "results": [3, "x"]}]}
       ]})");
     const QStringList expected = {
-        "bench.json: timing.coffee: unknown field",
+        "bench.json: timing.coffee: unknown field (known fields: bootSeconds, dfuSeconds, "
+        "hubResetSeconds, restoreSeconds, reenumerateSeconds, rebootsForRecovery, "
+        "pdContractSeconds, "
+        "leaveBusSeconds, stemLatencySeconds)",
         "bench.json: timing.bootSeconds: must be a number from 0 to 3600",
         "bench.json: hubs[0].firmware: must be \"major.minor.patch\" (major and minor up to 15)",
         "bench.json: hubs[0].macs[0].port: must be an integer from 0 to 7",
@@ -41,6 +44,18 @@ TEST(StationFile, EveryProblemIsReportedWithFileFieldAndReason) {
     };
     for (const QString& line : expected) EXPECT_TRUE(errors.contains(line)) << line.toStdString();
     EXPECT_EQ(errors.size(), expected.size()) << errors.join(u'\n').toStdString();
+}
+
+TEST(StationFile, AMisspeltFaultCallIsRefusedWithTheKnownCalls) {
+    const QStringList errors = errorsOf(
+        R"({"hubs": [{"serial": 1, "faults": [{"call": "port.setEnabeld", "results": [6]}]}]})");
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(
+        errors[0].startsWith("bench.json: hubs[0].faults[0].call: unknown call \"port.setEnabeld\" "
+                             "(known calls: connect, "
+                             "port.getEnabled, port.setEnabled,"))
+        << errors[0].toStdString();
+    EXPECT_TRUE(errors[0].contains("pd.setUEIBytes")) << errors[0].toStdString();
 }
 
 TEST(StationFile, BrokenDocumentsAndMissingFiles) {

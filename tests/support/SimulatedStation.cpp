@@ -5,6 +5,8 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonValue>
 #include <QSettings>
 
 namespace testing_support {
@@ -52,6 +54,18 @@ QJsonArray SimulatedStation::macs() const {
     core::SimulatorConnection connection(socket_);
     const auto reply = connection.request("macs.list");
     return reply ? reply->value("macs").toArray() : QJsonArray();
+}
+
+bool SimulatedStation::waitForContract(const QString& hub, int port) const {
+    const QDeadlineTimer deadline(5000);
+    while (!deadline.hasExpired()) {
+        const ProcessResult listed = cli({"hubs", "--json"});
+        for (const QJsonValue entry : QJsonDocument::fromJson(listed.standardOutput.toUtf8()).array())
+            if (entry["hub"].toString() == hub && entry["port"].toInt() == port &&
+                entry["voltage"].toString() != "5.0")
+                return true;
+    }
+    return false;
 }
 
 void SimulatedStation::setPreference(const QString& key, const QVariant& value) const {

@@ -26,6 +26,9 @@ public:
     QString writeStation(const QByteArray& json) const;
     // The simulator's Macs as "macs.list" answers them.
     QJsonArray macs() const;
+    // Waits up to five seconds for the port to have a power-delivery contract (more than the
+    // USB default of 5 V), without which a vendor message goes nowhere.
+    bool waitForContract(const QString& hub, int port) const;
     // Sets a preference in this station's private store.
     void setPreference(const QString& key, const QVariant& value) const;
 

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "usb/UsbRegistry.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <map>
+#include <optional>
+
+namespace cli {
+
+enum class MacMode { Absent, Booted, Dfu, Recovery };
+
+// "no Mac", "booted", "in DFU mode", "in recovery".
+QString macModeText(MacMode mode);
+
+// Where the Mac on a hub port is in its boot, as the USB registry shows it: the Mac hangs one hop
+// below the hub whose USB serial number is the hub's serial, at the hop of the port's number.
+class MacModeCheck {
+  public:
+    explicit MacModeCheck(usb::UsbRegistry& registry);
+
+    // The mode of the Mac on each port named "HUB:PORT"; nullopt when the registry cannot be read.
+    std::optional<std::map<QString, MacMode>> modes(const QStringList& ports) const;
+
+    static MacMode modeOf(const usb::PropertyMap& device);
+    // The location of the device on `port` of the hub at `hubLocation`; nullopt when the hub
+    // already uses every hop a location can hold.
+    static std::optional<std::uint64_t> portLocation(std::uint64_t hubLocation, int port);
+
+  private:
+    usb::UsbRegistry& registry_;
+};
+
+}  // namespace cli

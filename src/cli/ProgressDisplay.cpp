@@ -1,0 +1,280 @@
+#include "cli/ProgressDisplay.h"
+
+#include "cli/PortVerdict.h"
+
+#include "hubs/AcronamePort.h"
+
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace cli {
+namespace {
+
+constexpr int kBarWidth = 10;
+constexpr int kShortestHeadline = 12;
+const QString kRed = QStringLiteral("\033[31m");
+const QString kPlain = QStringLiteral("\033[0m");
+
+int terminalWidth() {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col;
+    return 80;
+}
+
+QString portPlace(const PortProgress& event) {
+    return QStringLiteral("port %1 of %2 · %3")
+        .arg(event.position)
+        .arg(event.count)
+        .arg(event.port->name());
+}
+
+QString resultText(const PortProgress& event) {
+    if (event.kind == PortProgress::Kind::PortSkipped)
+        return QStringLiteral("%1 nothing connected").arg(event.port->name());
+    if (event.succeeded)
+        return QStringLiteral("%1 done").arg(event.port->name());
+    const QString answer = event.result >= 0 ? QStringLiteral("result %1").arg(event.result)
+                                             : QStringLiteral("no answer from the hub");
+    return QStringLiteral("%1 failed: %2, %3")
+        .arg(event.port->name(), portStepName(event.step), answer);
+}
+
+QString kindName(PortProgress::Kind kind) {
+    switch (kind) {
+        case PortProgress::Kind::PortStep:
+            return QStringLiteral("step");
+        case PortProgress::Kind::PassPause:
+            return QStringLiteral("pause");
+        case PortProgress::Kind::PortResult:
+            return QStringLiteral("result");
+        case PortProgress::Kind::PortSkipped:
+            return QStringLiteral("skipped");
+    }
+    return {};
+}
+
+QJsonObject portJson(const PortProgress& event) {
+    QJsonObject object{{"event", kindName(event.kind)}};
+    if (event.port) {
+        object.insert("port", event.port->name());
+        object.insert("position", event.position);
+        object.insert("count", event.count);
+    }
+    switch (event.kind) {
+        case PortProgress::Kind::PortStep:
+            object.insert("step", portStepName(event.step));
+            if (event.step == PortProgress::Step::Settling)
+                object.insert("seconds", qint64(event.seconds));
+            break;
+        case PortProgress::Kind::PassPause:
+            object.insert("seconds", qint64(event.seconds));
+            break;
+        case PortProgress::Kind::PortResult:
+            object.insert("ok", event.succeeded);
+            if (!event.succeeded) {
+                object.insert("step", portStepName(event.step));
+                if (event.result >= 0)
+                    object.insert("result", qint64(event.result));
+            }
+            break;
+        case PortProgress::Kind::PortSkipped:
+            break;
+    }
+    return object;
+}
+
+}  // namespace
+
+ProgressDisplay::ProgressDisplay(Options options, Write write, Elapsed elapsed)
+    : options_(options), write_(std::move(write)), elapsed_(std::move(elapsed)) {}
+
+ProgressDisplay ProgressDisplay::forStandardOutput(bool json) {
+    Options options;
+    if (json)
+        options.style = Style::Json;
+    else if (isatty(STDOUT_FILENO))
+        options.style = Style::Terminal;
+    options.width = terminalWidth();
+    options.color = options.style == Style::Terminal && !std::getenv("NO_COLOR");
+    auto timer = std::make_shared<QElapsedTimer>();
+    timer->start();
+    return ProgressDisplay(
+        options,
+        [](const QByteArray& bytes) {
+            std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+            std::fflush(stdout);
+        },
+        [timer] { return timer->elapsed(); });
+}
+
+void ProgressDisplay::emitJson(QJsonObject object) {
+    object.insert("time", std::round(double(elapsed_()) / 10.0) / 100.0);
+    write_(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n');
+}
+
+void ProgressDisplay::emitPlain(const QString& line) {
+    write_(line.toUtf8() + '\n');
+}
+
+void ProgressDisplay::headline(const QString& text) {
+    std::lock_guard lock(mutex_);
+    headline_ = text;
+    if (options_.style == Style::Json)
+        emitJson({{"event", "update"}, {"text", text}});
+    else if (options_.style == Style::Plain)
+        emitPlain(text);
+    else
+        redraw();
+}
+
+void ProgressDisplay::port(const PortProgress& event) {
+    std::lock_guard lock(mutex_);
+    if (event.count > 0)
+        count_ = event.count;
+    if (event.kind == PortProgress::Kind::PortResult && event.succeeded)
+        ++done_;
+    if (options_.style == Style::Json) {
+        emitJson(portJson(event));
+        return;
+    }
+    const bool isResult = event.kind == PortProgress::Kind::PortResult ||
+                          event.kind == PortProgress::Kind::PortSkipped;
+    if (!isResult) {
+        current_ = event;
+        currentSince_ = elapsed_();
+    }
+    if (options_.style == Style::Plain) {
+        emitPlain(QStringLiteral("  ") + (isResult ? resultText(event) : stepText(true)));
+        return;
+    }
+    // On the live line only failures stay on screen; successes show in the bar.
+    if (event.kind == PortProgress::Kind::PortResult && !event.succeeded)
+        printFailure(resultText(event));
+    redraw();
+}
+
+void ProgressDisplay::completion(bool value) {
+    std::lock_guard lock(mutex_);
+    if (options_.style == Style::Json)
+        emitJson({{"event", "completion"}, {"value", value}});
+}
+
+void ProgressDisplay::verifying(int confirmed, int count, const QString& mode) {
+    std::lock_guard lock(mutex_);
+    if (options_.style == Style::Json) {
+        emitJson({{"event", "verify"}, {"confirmed", confirmed}, {"count", count}, {"mode", mode}});
+        return;
+    }
+    const QString text =
+        QStringLiteral("Checking the Macs: %1 of %2 %3").arg(confirmed).arg(count).arg(mode);
+    if (options_.style == Style::Plain) {
+        emitPlain(text);
+        return;
+    }
+    headline_ = text;
+    current_.reset();
+    redraw();
+}
+
+void ProgressDisplay::tick() {
+    std::lock_guard lock(mutex_);
+    if (options_.style == Style::Terminal)
+        redraw();
+}
+
+void ProgressDisplay::finish(const PortVerdict& verdict) {
+    std::lock_guard lock(mutex_);
+    if (options_.style == Style::Json)
+        emitJson(verdict.json());
+    if (liveLineOpen_)
+        write_("\n");
+    liveLineOpen_ = false;
+}
+
+int ProgressDisplay::remainingSeconds() const {
+    const qint64 spent = (elapsed_() - currentSince_) / 1000;
+    return int(std::max<qint64>(0, qint64(current_->seconds) - spent));
+}
+
+QString ProgressDisplay::stepText(bool withPlace) const {
+    if (!current_)
+        return {};
+    if (current_->kind == PortProgress::Kind::PassPause)
+        return QStringLiteral("all ports · pause %1 s").arg(remainingSeconds());
+    QString text = (withPlace ? portPlace(*current_) : current_->port->name()) +
+                   QStringLiteral(" · ") + portStepName(current_->step);
+    if (current_->step == PortProgress::Step::Settling)
+        text += QStringLiteral(" %1 s").arg(remainingSeconds());
+    return text;
+}
+
+QString ProgressDisplay::bar() const {
+    if (count_ <= 0)
+        return {};
+    const int filled = done_ * kBarWidth / count_;
+    return QStringLiteral("[%1%2] %3/%4")
+        .arg(QString(filled, '#'), QString(kBarWidth - filled, '-'))
+        .arg(done_)
+        .arg(count_);
+}
+
+// The details after the headline, from the fullest to the barest: the bar goes first on a
+// narrow terminal, then the port's place in the list, so the port being worked stays in view.
+QStringList ProgressDisplay::detailChoices() const {
+    const QString full = stepText(true);
+    const QString bare = stepText(false);
+    const QString withBar =
+        bar().isEmpty() || full.isEmpty() ? bar() + full : bar() + QStringLiteral(" · ") + full;
+    QStringList choices;
+    for (const QString& detail : {withBar, full, bare})
+        choices << (detail.isEmpty() ? QString() : QStringLiteral(" | ") + detail);
+    return choices;
+}
+
+// The headline keeps a few letters while the details give way; on a very narrow terminal it
+// shrinks further, and whatever still does not fit is cut.
+QString ProgressDisplay::liveLine() const {
+    const QString elapsed = QStringLiteral("[%1s] ").arg(elapsed_() / 1000, 3);
+    const int width = options_.width - 1;
+    const QStringList choices = detailChoices();
+    QString detail = choices.last();
+    for (const QString& choice : choices) {
+        if (elapsed.size() + std::min<qsizetype>(kShortestHeadline, headline_.size()) +
+                choice.size() <=
+            width) {
+            detail = choice;
+            break;
+        }
+    }
+    const qsizetype room = width - elapsed.size() - detail.size();
+    QString headline = headline_;
+    if (headline.size() > room)
+        headline = room > 1 ? headline.left(room - 1) + QStringLiteral("…") : QString();
+    return (elapsed + headline + detail).left(width);
+}
+
+void ProgressDisplay::redraw() {
+    write_(QStringLiteral("\r\033[K%1").arg(liveLine()).toUtf8());
+    liveLineOpen_ = true;
+}
+
+void ProgressDisplay::printFailure(const QString& line) {
+    const bool colored = options_.color;
+    write_(QStringLiteral("\r\033[K%1%2%3\n")
+               .arg(colored ? kRed : QString(), line.left(options_.width - 1),
+                    colored ? kPlain : QString())
+               .toUtf8());
+    liveLineOpen_ = false;
+}
+
+}  // namespace cli

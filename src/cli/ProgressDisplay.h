@@ -1,0 +1,73 @@
+#pragma once
+
+#include "hubs/PortProgress.h"
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <mutex>
+#include <optional>
+
+namespace cli {
+
+class PortVerdict;
+
+// How a long command shows its work: on a terminal one live line (elapsed time, the sequence's
+// text as headline, a bar of ports done, the port and step being worked), redrawn at least once a
+// second; piped, one plain line per event without control characters; with --json, one JSON
+// object per event. Fed from any thread.
+class ProgressDisplay {
+  public:
+    enum class Style { Terminal, Plain, Json };
+    struct Options {
+        Style style = Style::Plain;
+        int width = 80;
+        bool color = false;
+    };
+    using Write = std::function<void(const QByteArray&)>;
+    // Milliseconds since the command started; monotonic.
+    using Elapsed = std::function<qint64()>;
+
+    ProgressDisplay(Options options, Write write, Elapsed elapsed);
+
+    // Standard output as it is: JSON when asked, the live line on a terminal (its width, colour
+    // unless NO_COLOR is set), plain lines otherwise.
+    static ProgressDisplay forStandardOutput(bool json);
+
+    void headline(const QString& text);
+    void port(const PortProgress& event);
+    void completion(bool value);
+    // The check after the sequence: `confirmed` of `count` Macs show `mode` so far.
+    void verifying(int confirmed, int count, const QString& mode);
+    // Redraws the live line so the elapsed time and pauses move while nothing else does.
+    void tick();
+    // Closes the live line; in JSON, the verdict is the last event.
+    void finish(const PortVerdict& verdict);
+
+  private:
+    void emitJson(QJsonObject object);
+    void emitPlain(const QString& line);
+    void redraw();
+    void printFailure(const QString& line);
+    QString stepText(bool withPlace) const;
+    QStringList detailChoices() const;
+    QString liveLine() const;
+    QString bar() const;
+    int remainingSeconds() const;
+
+    Options options_;
+    Write write_;
+    Elapsed elapsed_;
+    std::mutex mutex_;
+    QString headline_;
+    std::optional<PortProgress> current_;
+    qint64 currentSince_ = 0;
+    int done_ = 0;
+    int count_ = 0;
+    bool liveLineOpen_ = false;
+};
+
+}  // namespace cli
