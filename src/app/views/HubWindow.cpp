@@ -15,6 +15,8 @@
 #include <QTableView>
 #include <QToolBar>
 
+#include <functional>
+
 namespace views {
 namespace {
 
@@ -50,8 +52,10 @@ HubWindow::HubWindow(app::HubController& controller, QWidget* parent)
 QAction* HubWindow::makeAction(const QString& label, const QIcon& icon,
                                void (app::HubController::*action)(const QSet<QUuid>&)) {
     auto* added = new QAction(icon, label, this);
-    connect(added, &QAction::triggered, this,
-            [this, action] { (controller_.*action)(selectedDevices()); });
+    // Held as a std::function: a pointer to member captured straight into the slot's lambda is
+    // read out of bounds under the address sanitizer (GCC 12 and Qt 6.4's functor slots).
+    const std::function<void(app::HubController&, const QSet<QUuid>&)> run = std::mem_fn(action);
+    connect(added, &QAction::triggered, this, [this, run] { run(controller_, selectedDevices()); });
     return added;
 }
 
