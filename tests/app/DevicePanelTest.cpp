@@ -1,5 +1,4 @@
-#include "configurator/FakeUsbLookups.h"
-#include "configurator/Scripts.h"
+#include "configurator/ScriptedConfigurator.h"
 
 #include "app/AppState.h"
 #include "app/DeviceListModel.h"
@@ -47,16 +46,11 @@ class DeviceArea : public ::testing::Test {
     void SetUp() override {
         settings.settings().setValue(core::keys::timeBetweenProcesses, "0");
         settings.settings().setValue(core::keys::removeACCache, false);
-        ZMRConfigurator2Utility::Collaborators u;
-        u.settings = &settings.settings();
-        u.alerts = &alerts;
-        u.clock = &clock;
-        u.toolPath = scripts.write(
-            "cfgutil", "echo '{\"Step\":\"Restoring\",\"Progress\":0.5}'; sleep 0.2; exit 0");
-        u.ptyPath = scripts.write("pty", "shift 2; exec \"$@\"");
-        u.platform = configurator::RestorePlatform::Linux;
-        u.usbLookups = [] { return std::make_unique<testing_support::FakeUsbLookups>(); };
-        utility = std::make_unique<ZMRConfigurator2Utility>(u);
+        utility = testing_support::scriptedConfigurator(
+            scripts,
+            scripts.write("cfgutil",
+                          "echo '{\"Step\":\"Restoring\",\"Progress\":0.5}'; sleep 0.2; exit 0"),
+            settings.settings(), alerts, clock);
 
         restore::RestoreSession::Collaborators c;
         c.settings = &settings.settings();

@@ -1,5 +1,4 @@
-#include "configurator/FakeUsbLookups.h"
-#include "configurator/Scripts.h"
+#include "configurator/ScriptedConfigurator.h"
 
 #include "app/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
@@ -103,16 +102,8 @@ class RestoreBatch : public ::testing::Test {
     }
 
     void makeSession(const QString& tool) {
-        ZMRConfigurator2Utility::Collaborators u;
-        u.settings = &settings.settings();
-        u.alerts = &alerts;
-        u.clock = &virtualClock;
-        u.toolPath = tool;
-        u.ptyPath = scripts.write("pty", "shift 2; exec \"$@\"");
-        u.platform = configurator::RestorePlatform::Linux;
-        u.usbLookups = [] { return std::make_unique<testing_support::FakeUsbLookups>(); };
-        u.remover = configurator::fileSystemRemover();
-        utility = std::make_unique<ZMRConfigurator2Utility>(u);
+        utility = testing_support::scriptedConfigurator(scripts, tool, settings.settings(), alerts,
+                                                        virtualClock);
 
         RestoreSession::Collaborators c;
         c.settings = &settings.settings();
