@@ -14,6 +14,18 @@ void main(Task task) {
 
 void global(Task task) { QThreadPool::globalInstance()->start(std::move(task)); }
 
+// A thread per task rather than the shared pool: the pool caps its workers at the number of
+// cores and queues the rest, which would run lanes one after another on a small machine.
+void concurrently(std::vector<Task> tasks) {
+    if (tasks.size() == 1) {
+        tasks.front()();
+        return;
+    }
+    std::vector<std::jthread> threads;
+    threads.reserve(tasks.size());
+    for (Task& task : tasks) threads.emplace_back(std::move(task));
+}
+
 SerialQueue::SerialQueue(QString label) : label_(std::move(label)), worker_([this] { run(); }) {}
 
 SerialQueue::~SerialQueue() {

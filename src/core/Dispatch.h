@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace dispatch {
 
@@ -17,6 +18,10 @@ void main(Task task);
 
 // Runs the task on a worker of the shared thread pool.
 void global(Task task);
+
+// Runs every task at once, each on a thread of its own, and returns when all have finished, so
+// tasks that sleep or wait on each other never queue behind one another.
+void concurrently(std::vector<Task> tasks);
 
 // One worker thread that runs tasks one after another in the order they were submitted. The
 // destructor lets the queued tasks finish.

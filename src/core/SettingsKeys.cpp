@@ -33,6 +33,7 @@ constexpr std::array kKeys{
     SettingKey{keys::acronameDelayAfterSendingDFUCommand, Real, "seconds after each DFU command"},
     SettingKey{keys::acronameDelayAfterPuttingAllPortInDFUMode, Real, "seconds after the whole DFU pass"},
     SettingKey{keys::recoverySleepBetweenReboots, Integer, "seconds between the local port's recovery reboots"},
+    SettingKey{keys::acronameParallelHubs, Boolean, "work each hub's ports at the same time as the other hubs'"},
     SettingKey{keys::verifyTimeoutSeconds, Real, "seconds tarvel-cli waits for Macs to show the mode asked for"},
 };
 

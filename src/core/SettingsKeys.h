@@ -57,6 +57,7 @@ inline constexpr auto acronameDelayAfterPuttingAllPortInDFUMode =
     "acronameDelayAfterPuttingAllPortInDFUMode";
 inline constexpr auto recoverySleepBetweenReboots = "recoverySleepBetweenReboots";
 inline constexpr auto verifyTimeoutSeconds = "verifyTimeoutSeconds";
+inline constexpr auto acronameParallelHubs = "acronameParallelHubs";
 }  // namespace keys
 
 }  // namespace core

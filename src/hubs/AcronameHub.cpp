@@ -66,6 +66,12 @@ QString AcronameHub::modelName() const {
     return QStringLiteral("%1").arg(serial, 2, 16, QLatin1Char('0')).toUpper();
 }
 
+void AcronameHub::setConsole(DriverConsole console) {
+    std::lock_guard lock(mutex_);
+    console_ = std::move(console);
+    if (brainStemWrapper_) brainStemWrapper_->setConsole(console_);
+}
+
 bool AcronameHub::connect() {
     std::shared_ptr<BrainStemWrapper> wrapper;
     {

@@ -51,6 +51,8 @@ public:
     std::vector<std::shared_ptr<AcronamePort>> ports() const;
     void setPorts(std::vector<std::shared_ptr<AcronamePort>> value);
     std::shared_ptr<BrainStemWrapper> brainStemWrapper() const;
+    // Where this hub's driver writes from now on. Call while no one else works the hub.
+    void setConsole(DriverConsole console);
     void setBrainStemWrapper(std::shared_ptr<BrainStemWrapper> value);
 
     QString description() const;

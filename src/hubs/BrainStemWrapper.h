@@ -46,6 +46,9 @@ public:
         const std::shared_ptr<stem::Backend>& backend, core::Clock& clock = core::Clock::system(),
         const DriverConsole& console = DriverConsole::standard());
 
+    // Call while no one else works the driver.
+    void setConsole(DriverConsole console) { console_ = std::move(console); }
+
     std::shared_ptr<AcronameHub> connectedHub() const;
     void setConnectedHub(std::shared_ptr<AcronameHub> hub);
 

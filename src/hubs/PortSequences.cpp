@@ -1,6 +1,8 @@
 // The four timed sequences of ZMRAcronameManager. Each runs on one background worker from the
-// power-mode pass to its last completion, sleeping there between steps, so the hub sees one
-// command at a time per sequence.
+// power-mode pass to its last completion, sleeping there between steps, so a hub sees one
+// command at a time. With parallel hubs, each pass over the ports splits them by hub into lanes
+// that run at once, each lane doing for its ports what the pass does for all; the pauses over
+// all ports come once, after every lane has finished.
 #include "hubs/ZMRAcronameManager.h"
 
 #include "core/Clock.h"
@@ -9,6 +11,8 @@
 #include "core/SettingsKeys.h"
 #include "core/Sounds.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 
 namespace {
@@ -16,6 +20,22 @@ namespace {
 const QString kLastRequestedStayInFront = QStringLiteral("LastRequestedStayInFrontNotification");
 const QString kCancelStayInFront = QStringLiteral("CancelStayInFrontNotification");
 constexpr std::int64_t kDefaultRecoveryReboots = 6;
+
+// The ports of each hub, hubs in the order their first port appears, ports in list order.
+std::vector<AcronamePorts> lanesByHub(const AcronamePorts& ports) {
+    std::vector<AcronamePorts> lanes;
+    std::vector<const AcronameHub*> laneHubs;
+    for (const auto& port : ports) {
+        const auto found = std::find(laneHubs.begin(), laneHubs.end(), port->hub());
+        if (found == laneHubs.end()) {
+            laneHubs.push_back(port->hub());
+            lanes.push_back({port});
+        } else {
+            lanes[std::size_t(found - laneHubs.begin())].push_back(port);
+        }
+    }
+    return lanes;
+}
 
 }  // namespace
 
@@ -30,15 +50,44 @@ struct ZMRAcronameManager::Sequence {
     PortObserver observer;
     // The sequence's list, for each port's place in it.
     AcronamePorts worked;
+    bool parallel;
 
     Sequence(ZMRAcronameManagerEnvironment env, std::weak_ptr<ZMRAcronameManager> owner,
              const AcronamePorts& list, PortObserver watcher)
         : environment(std::move(env)),
           manager(std::move(owner)),
-          observer(std::move(watcher)),
-          worked(list) {
+          worked(list),
+          parallel(environment.parallelHubs.value_or(
+              environment.settings->boolForKey(core::keys::acronameParallelHubs))) {
         for (const auto& port : list)
             if (port->hub()) hubs.push_back(port->hub()->shared_from_this());
+        observer = parallel ? oneAtATime(std::move(watcher)) : std::move(watcher);
+    }
+
+    // Lanes report from several threads; whoever listens hears one event at a time, in the
+    // order the events happened.
+    template <typename Callback>
+    Callback oneAtATime(Callback callback) const {
+        if (!callback || !parallel)
+            return callback;
+        auto mutex = std::make_shared<std::recursive_mutex>();
+        return [mutex, callback = std::move(callback)](const auto& value) {
+            std::lock_guard lock(*mutex);
+            callback(value);
+        };
+    }
+
+    // Runs `work` over all ports at once, or over each hub's ports at once in parallel lanes.
+    void inLanes(const AcronamePorts& ports,
+                 const std::function<void(const AcronamePorts&)>& work) const {
+        if (!parallel) {
+            work(ports);
+            return;
+        }
+        std::vector<dispatch::Task> tasks;
+        for (AcronamePorts& lane : lanesByHub(ports))
+            tasks.push_back([&work, lane = std::move(lane)] { work(lane); });
+        environment.runLanes(std::move(tasks));
     }
 
     void tell(PortProgress progress, const AcronamePort* port = nullptr) const {
@@ -123,9 +172,21 @@ struct ZMRAcronameManager::Sequence {
     // pass that is the whole of the work tells each port's success; a pass before other work
     // tells only its failures and the ports it leaves alone.
     bool powerModePass(std::int64_t mode, const AcronamePorts& ports, bool lastWork) const {
-        bool failed = false;
-        std::int64_t cycled = 0;
+        std::atomic<bool> failed = false;
+        std::atomic<std::int64_t> cycled = 0;
+        inLanes(ports, [&](const AcronamePorts& lane) {
+            powerModeLane(mode, lane, lastWork, failed, cycled);
+        });
+        if (failed) return false;
+        if (cycled > 0)
+            passPause(core::keys::acronameDelayAfterSettingPowerMode);
+        return true;
+    }
+
+    void powerModeLane(std::int64_t mode, const AcronamePorts& ports, bool lastWork,
+                       std::atomic<bool>& failed, std::atomic<std::int64_t>& cycled) const {
         for (const auto& port : ports) {
+            if (failed) return;
             AcronameHub* hub = port->hub();
             if (!port->isConnected() || !hub) {
                 tellSkipped(*port);
@@ -143,7 +204,7 @@ struct ZMRAcronameManager::Sequence {
                 tellFailed(*port, PortProgress::Step::Disable);
                 reportFailure(*port, "disable");
                 failed = true;
-                break;
+                return;
             }
             if (mode >= 0 && mode <= 2)
                 tellStep(*port, PortProgress::Step::PowerMode);
@@ -161,14 +222,10 @@ struct ZMRAcronameManager::Sequence {
             tellStep(*port, PortProgress::Step::Settling, settling);
             clock().sleepSeconds(settling);
             ++cycled;
-            if (!enabled) break;
+            if (!enabled) return;
             if (lastWork)
                 tellDone(*port, PortProgress::Step::Enable);
         }
-        if (failed) return false;
-        if (cycled > 0)
-            passPause(core::keys::acronameDelayAfterSettingPowerMode);
-        return true;
     }
 
     bool rebootPort(const AcronamePort& port) const {
@@ -186,8 +243,23 @@ struct ZMRAcronameManager::Sequence {
             return;
         }
         update(QStringLiteral("Putting devices into DFU mode (sending DFU command)"));
-        bool failed = false;
+        std::atomic<bool> failed = false;
+        inLanes(ports, [&](const AcronamePorts& lane) { dfuLane(lane, update, failed); });
+        passPause(core::keys::acronameDelayAfterPuttingAllPortInDFUMode);
+        if (failed) {
+            update(QStringLiteral("Refreshing Devices..."));
+            refresh();
+            completion(false);
+        }
+        update(QStringLiteral("Finishing Up..."));
+        if (!settings().boolForKey(core::keys::acronameSkipDFUSDPMode))
+            powerModePass(2, ports, false);
+        completion(true);
+    }
+
+    void dfuLane(const AcronamePorts& ports, const Update& update, std::atomic<bool>& failed) const {
         for (const auto& port : ports) {
+            if (failed) return;
             if (!port->isConnected()) continue;
             update(QStringLiteral("Putting ports into DFU Mode..."));
             environment.notifications->post(kLastRequestedStayInFront);
@@ -206,19 +278,9 @@ struct ZMRAcronameManager::Sequence {
                 environment.notifications->post(kCancelStayInFront);
                 environment.sounds->beep();
                 failed = true;
-                break;
+                return;
             }
         }
-        passPause(core::keys::acronameDelayAfterPuttingAllPortInDFUMode);
-        if (failed) {
-            update(QStringLiteral("Refreshing Devices..."));
-            refresh();
-            completion(false);
-        }
-        update(QStringLiteral("Finishing Up..."));
-        if (!settings().boolForKey(core::keys::acronameSkipDFUSDPMode))
-            powerModePass(2, ports, false);
-        completion(true);
     }
 
     void restart(const AcronamePorts& ports, const Update& update, const Completion& completion) const {
@@ -227,18 +289,23 @@ struct ZMRAcronameManager::Sequence {
             refresh();
             return;
         }
-        bool failed = false;
-        for (const auto& port : ports) {
-            if (rebootPort(*port)) {
-                tellDone(*port, PortProgress::Step::Reboot);
-            } else {
+        std::atomic<bool> failed = false;
+        inLanes(ports, [&](const AcronamePorts& lane) {
+            for (const auto& port : lane) {
+                if (failed) return;
+                if (rebootPort(*port)) {
+                    tellDone(*port, PortProgress::Step::Reboot);
+                    continue;
+                }
                 reportFailure(*port, "reboot");
-                environment.sounds->beep();
-                failed = true;
-                completion(false);
-                break;
+                // Lanes failing together still make one failure of the sequence.
+                if (!failed.exchange(true)) {
+                    environment.sounds->beep();
+                    completion(false);
+                }
+                return;
             }
-        }
+        });
         update(QStringLiteral("Finishing Up..."));
         passPause(core::keys::acronameDelayAfterRebootAllPorts);
         if (failed) {
@@ -265,9 +332,11 @@ struct ZMRAcronameManager::Sequence {
         const std::int64_t cycles = recoveryReboots();
         for (std::int64_t i = 1; i <= cycles; ++i) {
             update(QString::asprintf("Restarting %i of %li times", int(i), long(cycles)));
-            for (const auto& port : ports)
-                if (rebootPort(*port) && i == cycles)
-                    tellDone(*port, PortProgress::Step::Reboot);
+            inLanes(ports, [&](const AcronamePorts& lane) {
+                for (const auto& port : lane)
+                    if (rebootPort(*port) && i == cycles)
+                        tellDone(*port, PortProgress::Step::Reboot);
+            });
             pauseMicroseconds(delay);
         }
         update(QStringLiteral("Finishing Up..."));
@@ -288,8 +357,9 @@ void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Co
 void ZMRAcronameManager::runSequence(AcronamePorts ports, Update update, Completion completion,
                                      SequenceStep step, PortObserver observer) {
     Sequence sequence(environment_, weak_from_this(), ports, std::move(observer));
-    environment_.runInBackground([sequence, step, ports = std::move(ports), update = std::move(update),
-                                  completion = std::move(completion)] {
+    environment_.runInBackground([sequence, step, ports = std::move(ports),
+                                  update = sequence.oneAtATime(std::move(update)),
+                                  completion = sequence.oneAtATime(std::move(completion))] {
         (sequence.*step)(ports, update, completion);
     });
 }

@@ -9,6 +9,7 @@
 #include "core/Log.h"
 #include "core/NotificationCenter.h"
 #include "core/Settings.h"
+#include "core/SettingsKeys.h"
 #include "core/SimulatorAddress.h"
 #include "core/Sounds.h"
 #include "usb/DeviceIOKit.h"
@@ -50,6 +51,30 @@ std::shared_ptr<AC2Device> placeholderEntry(AcronameHub& hub, int portIndex, con
     log(QStringLiteral("adding device: %1").arg(entry->description()));
     return entry;
 }
+
+// Log and console lines kept in the order they were written, to be written out later.
+class HeldOutput {
+  public:
+    Log log() {
+        return [this](const QString& line) { lines_.push_back({Kind::LogLine, line.toStdString()}); };
+    }
+    DriverConsole console() {
+        return {[this](const std::string& text) { lines_.push_back({Kind::Print, text}); },
+                [this](const std::string& line) { lines_.push_back({Kind::ConsoleLog, line}); }};
+    }
+    void writeTo(const Log& log, const DriverConsole& console) const {
+        for (const auto& [kind, text] : lines_) {
+            if (kind == Kind::LogLine)
+                log(QString::fromStdString(text));
+            else if (const auto& write = kind == Kind::Print ? console.print : console.log)
+                write(text);
+        }
+    }
+
+  private:
+    enum class Kind { LogLine, Print, ConsoleLog };
+    std::vector<std::pair<Kind, std::string>> lines_;
+};
 
 void addToTable(HubTable& table, const std::shared_ptr<AcronameHub>& hub, AC2Devices entries) {
     for (auto& row : table) {
@@ -137,10 +162,9 @@ void ZMRAcronameManager::refreshAcronameDevices(std::function<void(AC2Devices)> 
     }
 
     log(QStringLiteral("enumerating hubs"));
+    const std::vector<bool> connected = connectHubs(found);
     for (std::size_t i = 0; i < found.size(); ++i) {
-        log(QString::asprintf("connecting to hub %li", long(i)));
-        if (found[i]->connect()) continue;
-        log(QStringLiteral("error connecting to hub"));
+        if (connected[i]) continue;
         std::weak_ptr<ZMRAcronameManager> weak = weak_from_this();
         environment_.runOnMain([alerts = environment_.alerts, completion, weak] {
             alerts->show({QStringLiteral("Connection Error"),
@@ -161,6 +185,38 @@ void ZMRAcronameManager::refreshAcronameDevices(std::function<void(AC2Devices)> 
         log(QStringLiteral("hubdict: %1").arg(describeHubTable(table)));
     }
     listAndMatchDevices(std::move(table), std::move(completion));
+}
+
+bool ZMRAcronameManager::parallelHubs() const {
+    return environment_.parallelHubs.value_or(
+        environment_.settings->boolForKey(core::keys::acronameParallelHubs));
+}
+
+std::vector<bool> ZMRAcronameManager::connectHubs(const std::vector<std::shared_ptr<AcronameHub>>& hubs) {
+    std::vector<bool> connected(hubs.size(), false);
+    const auto connectOne = [&](std::size_t i, const Log& log) {
+        log(QString::asprintf("connecting to hub %li", long(i)));
+        connected[i] = hubs[i]->connect();
+        if (!connected[i]) log(QStringLiteral("error connecting to hub"));
+    };
+    if (!parallelHubs() || hubs.size() < 2) {
+        for (std::size_t i = 0; i < hubs.size(); ++i) connectOne(i, environment_.log);
+        return connected;
+    }
+    // What each hub and its driver say while connecting is held back and written hub by hub,
+    // in discovery order, so that the log reads as the one-by-one connect does.
+    std::vector<HeldOutput> held(hubs.size());
+    std::vector<dispatch::Task> lanes;
+    for (std::size_t i = 0; i < hubs.size(); ++i) {
+        hubs[i]->setConsole(held[i].console());
+        lanes.push_back([&, i] { connectOne(i, held[i].log()); });
+    }
+    environment_.runLanes(std::move(lanes));
+    for (std::size_t i = 0; i < hubs.size(); ++i) {
+        hubs[i]->setConsole(environment_.console);
+        held[i].writeTo(environment_.log, environment_.console);
+    }
+    return connected;
 }
 
 void ZMRAcronameManager::listAndMatchDevices(HubTable table, std::function<void(AC2Devices)> completion) {

@@ -41,6 +41,10 @@ struct ZMRAcronameManagerEnvironment {
     core::Alerts* alerts;
     std::function<void(dispatch::Task)> runInBackground;
     std::function<void(dispatch::Task)> runOnMain;
+    // Runs a sequence's per-hub lanes at once and returns when all have finished.
+    std::function<void(std::vector<dispatch::Task>)> runLanes = dispatch::concurrently;
+    // Whether to work hubs in parallel lanes, overriding the acronameParallelHubs setting.
+    std::optional<bool> parallelHubs;
     // Lists the devices Apple Configurator sees; calls back once, on any thread.
     std::function<void(std::function<void(AC2Devices)>)> listDevices;
     // USB look-ups: the hub a device location hangs on, and a vendor's serial number there.
@@ -94,6 +98,9 @@ public:
     void runSequence(AcronamePorts ports, Update update, Completion completion, SequenceStep step,
                      PortObserver observer);
 
+    bool parallelHubs() const;
+    // Connects every hub, one after another or all at once; answers which connected.
+    std::vector<bool> connectHubs(const std::vector<std::shared_ptr<AcronameHub>>& hubs);
     void listAndMatchDevices(
         std::vector<std::pair<std::shared_ptr<AcronameHub>, AC2Devices>> hubTable,
         std::function<void(AC2Devices)> completion);

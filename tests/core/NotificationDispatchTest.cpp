@@ -4,11 +4,13 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QThread>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <future>
 #include <vector>
 
@@ -76,6 +78,32 @@ TEST(Dispatch, GlobalRunsOffTheMainThread) {
         offMain.set_value(QThread::currentThread() != QCoreApplication::instance()->thread());
     });
     EXPECT_TRUE(offMain.get_future().get());
+}
+
+// Lanes wait on one another (a pause, a shared failure); a pool that queued some of them behind
+// the others would serialise or deadlock them. Every task here waits until all have started.
+TEST(Dispatch, ConcurrentlyRunsMoreTasksThanThePoolHasThreadsAllAtOnceFromAWorker) {
+    const int count = QThreadPool::globalInstance()->maxThreadCount() + 4;
+    std::mutex mutex;
+    std::condition_variable allStarted;
+    int started = 0;
+    std::atomic<int> sawEveryone = 0;
+    std::promise<void> finished;
+    dispatch::global([&] {
+        std::vector<dispatch::Task> tasks;
+        for (int i = 0; i < count; ++i)
+            tasks.push_back([&] {
+                std::unique_lock lock(mutex);
+                ++started;
+                allStarted.notify_all();
+                if (allStarted.wait_for(lock, std::chrono::seconds(5), [&] { return started == count; }))
+                    ++sawEveryone;
+            });
+        dispatch::concurrently(std::move(tasks));
+        finished.set_value();
+    });
+    finished.get_future().wait();
+    EXPECT_EQ(sawEveryone, count);
 }
 
 TEST(Dispatch, SerialQueueRunsOneAtATimeInSubmissionOrder) {

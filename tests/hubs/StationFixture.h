@@ -93,6 +93,9 @@ protected:
         env.alerts = &alerts;
         env.runInBackground = [](dispatch::Task task) { task(); };
         env.runOnMain = [](dispatch::Task task) { task(); };
+        env.runLanes = [](std::vector<dispatch::Task> lanes) {
+            for (const auto& lane : lanes) lane();
+        };
         env.listDevices = [this](std::function<void(AC2Devices)> callback) { callback(listed); };
         env.hubAddress = [this](std::uint64_t address) { return DeviceIOKit(registry, [](const QString&) {}).hubAddressWithDeviceAddress(address); };
         env.vendorSerialNumber = [this](std::uint64_t address, std::int64_t vendor) {

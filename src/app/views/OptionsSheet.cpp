@@ -104,6 +104,14 @@ QWidget* OptionsSheet::hubPowerGroup() {
             "less per device). Turning this setting off may help if devices do not continue "
             "restoring after first restart."),
         group));
+    layout->addWidget(addToggle(keys::acronameParallelHubs,
+                                QStringLiteral("Work All Hubs at the Same Time")));
+    layout->addWidget(note(
+        QStringLiteral("If this setting is enabled, DFU, restart, recovery and power changes "
+                       "work the ports of every hub at once, one port after another on each hub, "
+                       "so a bench of several hubs takes about as long as one hub. If it is "
+                       "disabled, ports are worked one after another across all hubs."),
+        group));
     return group;
 }
 

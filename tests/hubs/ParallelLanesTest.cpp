@@ -1,0 +1,209 @@
+#include "LaneClock.h"
+#include "StationFixture.h"
+
+#include <QRegularExpression>
+
+namespace {
+
+std::string lines(const QStringList& list) {
+    return list.join('\n').toStdString();
+}
+
+using testing_support::LaneClock;
+using testing_support::StationFixture;
+
+// What one run of a sequence did, on the virtual clock of lanes.
+struct LaneRun {
+    // "<seconds> <hub:port> <step or result>", and "<seconds> pass pause <n>s".
+    QStringList events;
+    QStringList updates;
+    QStringList completions;
+    double seconds = 0;
+
+    // The events of one hub's ports, without their times.
+    QStringList ofHub(const QString& hub) const {
+        QStringList steps;
+        for (const QString& event : events.filter(QRegularExpression(" " + hub + ":")))
+            steps << event.section(' ', 1);
+        return steps;
+    }
+    int passPauses() const { return int(events.filter("pass pause").size()); }
+    double firstMoment(const QString& hub) const {
+        return events.filter(QRegularExpression(" " + hub + ":")).constFirst().section(' ', 0, 0).toDouble();
+    }
+    double lastMoment(const QString& hub) const {
+        return events.filter(QRegularExpression(" " + hub + ":")).constLast().section(' ', 0, 0).toDouble();
+    }
+};
+
+// Two hubs of five Macs each. Every run gets a manager of its own on a fresh virtual clock, over
+// the same hubs, so a sequential and a parallel run of one test see the same station.
+class ParallelLanes : public StationFixture {
+  protected:
+    ParallelLanes() : StationFixture(2) {
+        // The closing charging pass puts every port back, so the second run of a test meets the
+        // hubs as the first did.
+        settings.settings().setValue(core::keys::acronameSkipDFUSDPMode, false);
+    }
+
+    enum class Kind { DFU, Restart, Recovery, PowerMode };
+
+    LaneRun run(Kind kind, bool parallel, const std::function<AcronamePorts(const AcronamePorts&)>& pick = {}) {
+        LaneClock lanes;
+        auto record = std::make_shared<LaneRun>();
+        ZMRAcronameManagerEnvironment env = environment();
+        env.clock = &lanes;
+        env.parallelHubs = parallel;
+        env.runLanes = [&lanes](std::vector<dispatch::Task> tasks) { lanes.runLanes(std::move(tasks)); };
+        manager->disconnectAllHubs();
+        manager = std::make_shared<ZMRAcronameManager>(env);
+        AcronamePorts ports = refreshedPorts();
+        if (pick) ports = pick(ports);
+
+        const auto at = [&lanes] { return QString::number(lanes.elapsedSeconds()); };
+        const PortObserver observer = [record, at](const PortProgress& event) {
+            if (event.kind == PortProgress::Kind::PassPause) {
+                record->events << QStringLiteral("%1 pass pause %2s").arg(at()).arg(event.seconds);
+                return;
+            }
+            QString what = event.kind == PortProgress::Kind::PortStep ? portStepName(event.step)
+                           : event.kind == PortProgress::Kind::PortSkipped
+                               ? QStringLiteral("skipped")
+                           : event.succeeded ? QStringLiteral("done")
+                                             : QStringLiteral("failed at ") + portStepName(event.step);
+            record->events << QStringLiteral("%1 %2 %3 (%4 of %5)")
+                               .arg(at(), event.port->name(), what)
+                               .arg(event.position)
+                               .arg(event.count);
+        };
+        const auto update = [record](const QString& text) { record->updates << text; };
+        const auto completion = [record](bool ok) { record->completions << (ok ? "true" : "false"); };
+        switch (kind) {
+            case Kind::DFU:
+                manager->dfuModeForAcronamePorts(ports, update, completion, observer);
+                break;
+            case Kind::Restart:
+                manager->restartForAcronamePorts(ports, update, completion, observer);
+                break;
+            case Kind::Recovery:
+                manager->recoveryForAcronamePorts(ports, update, completion, observer);
+                break;
+            case Kind::PowerMode:
+                manager->setPowerMode(1, ports, completion, observer);
+                break;
+        }
+        record->seconds = lanes.elapsedSeconds();
+        return *record;
+    }
+
+    static AcronamePorts firstHubOnly(const AcronamePorts& ports) {
+        return AcronamePorts(ports.begin(), ports.begin() + 5);
+    }
+};
+
+TEST_F(ParallelLanes, EachHubDoesWhatTheSequenceDoesForItsPortsAndTheHubsTakeAsLongAsOne) {
+    for (Kind kind : {Kind::DFU, Kind::Restart, Kind::Recovery, Kind::PowerMode}) {
+        SCOPED_TRACE(int(kind));
+        const LaneRun oneHub = run(kind, false, firstHubOnly);
+        const LaneRun sequential = run(kind, false);
+        const LaneRun parallel = run(kind, true);
+
+        EXPECT_EQ(lines(parallel.ofHub("1000")), lines(sequential.ofHub("1000")));
+        EXPECT_EQ(lines(parallel.ofHub("1001")), lines(sequential.ofHub("1001")));
+        EXPECT_LT(parallel.firstMoment("1001"), parallel.lastMoment("1000"))
+            << "the second hub's lane starts while the first hub's still works";
+        EXPECT_EQ(parallel.passPauses(), sequential.passPauses());
+        EXPECT_EQ(lines(parallel.updates), lines(sequential.updates));
+        EXPECT_EQ(lines(parallel.completions), lines(sequential.completions));
+        EXPECT_DOUBLE_EQ(parallel.seconds, oneHub.seconds);
+        EXPECT_GT(sequential.seconds, oneHub.seconds);
+    }
+}
+
+TEST_F(ParallelLanes, TheWholePassPausesComeOnceAfterTheLastLane) {
+    const LaneRun parallel = run(Kind::DFU, true);
+    for (const QString& pause : parallel.events.filter("pass pause")) {
+        const double moment = pause.section(' ', 0, 0).toDouble();
+        const qsizetype index = parallel.events.indexOf(pause);
+        for (const QString& earlier : parallel.events.mid(0, index))
+            EXPECT_LE(earlier.section(' ', 0, 0).toDouble(), moment) << earlier.toStdString();
+    }
+    EXPECT_EQ(parallel.events.filter("pass pause").join('|').toStdString(),
+              "20 pass pause 3s|28 pass pause 8s|56 pass pause 3s")
+        << "power role over five ports, messages over five ports, charging pass over five";
+}
+
+TEST_F(ParallelLanes, AFailureInOneLaneStopsTheOtherAtItsNextPort) {
+    backend->script("pd[2].setUEIBytes", {stem::aErrIO});
+    const LaneRun sequential = run(Kind::DFU, false);
+    backend->script("pd[2].setUEIBytes", {stem::aErrIO});
+    const LaneRun parallel = run(Kind::DFU, true);
+
+    EXPECT_EQ(lines(parallel.ofHub("1000").filter("DFU message")),
+              "1000:1 DFU message (1 of 10)\n1000:2 DFU message (2 of 10)\n"
+              "1000:2 failed at DFU message (2 of 10)");
+    EXPECT_EQ(lines(parallel.ofHub("1001").filter("DFU message")),
+              "1001:1 DFU message (6 of 10)\n1001:2 DFU message (7 of 10)")
+        << "the second hub's message to port 2 went out at the same moment as the failed one; "
+           "port 3 was never reached";
+    EXPECT_EQ(lines(parallel.completions), lines(sequential.completions));
+    EXPECT_EQ(lines(parallel.completions), "false\ntrue");
+}
+
+TEST_F(ParallelLanes, AFailedRestartEndsWithTheCompletionsAndTheBeepOfTheOneByOneRestart) {
+    backend->script("pd[2].setUEIBytes", {stem::aErrIO});
+    const LaneRun sequential = run(Kind::Restart, false);
+    ASSERT_EQ(timeline.events().filter("beep").size(), 1);
+    timeline.clear();
+    backend->script("pd[2].setUEIBytes", {stem::aErrIO});
+    const LaneRun parallel = run(Kind::Restart, true);
+
+    EXPECT_EQ(lines(parallel.ofHub("1000").filter("failed")), "1000:2 failed at reboot (2 of 10)");
+    EXPECT_EQ(lines(parallel.ofHub("1001").filter("reboot")), "")
+        << "the second hub's lane began after the first had failed";
+    EXPECT_EQ(lines(parallel.completions), lines(sequential.completions));
+    EXPECT_EQ(timeline.events().filter("beep").size(), 1);
+}
+
+TEST_F(ParallelLanes, PortsOfTheHubsMayComeInAnyOrder) {
+    const auto interleaved = [](const AcronamePorts& ports) {
+        return AcronamePorts{ports[5], ports[0], ports[6], ports[1]};
+    };
+    const LaneRun parallel = run(Kind::PowerMode, true, interleaved);
+    EXPECT_EQ(lines(parallel.ofHub("1000").filter("done")),
+              "1000:1 done (2 of 4)\n1000:2 done (4 of 4)");
+    EXPECT_EQ(lines(parallel.ofHub("1001").filter("done")),
+              "1001:1 done (1 of 4)\n1001:2 done (3 of 4)");
+    EXPECT_DOUBLE_EQ(parallel.seconds, 2 * 4 + 3);
+}
+
+TEST_F(ParallelLanes, TheRefreshConnectsHubsAtOnceAndLogsAsTheOneByOneRefreshDoes) {
+    const auto refreshOnce = [this](bool parallel) {
+        LaneClock lanes;
+        ZMRAcronameManagerEnvironment env = environment();
+        env.clock = &lanes;
+        env.parallelHubs = parallel;
+        env.runLanes = [&lanes](std::vector<dispatch::Task> tasks) { lanes.runLanes(std::move(tasks)); };
+        QStringList console;
+        env.console = {[&](const std::string& text) { console << QString::fromStdString(text); },
+                       [&](const std::string& line) { console << QString::fromStdString(line); }};
+        manager->disconnectAllHubs();
+        manager = std::make_shared<ZMRAcronameManager>(env);
+        logLines.clear();
+        QStringList table;
+        manager->refreshAcronameDevices([&](AC2Devices entries) {
+            for (const auto& entry : entries) table << entry->port()->name();
+        });
+        manager->disconnectAllHubs();
+        return std::tuple{logLines, console, table};
+    };
+    refreshOnce(false);  // the first connect stores the hubs' power role; later ones only check it
+    const auto [sequentialLog, sequentialConsole, sequentialTable] = refreshOnce(false);
+    const auto [parallelLog, parallelConsole, parallelTable] = refreshOnce(true);
+    EXPECT_EQ(lines(parallelLog), lines(sequentialLog));
+    EXPECT_EQ(lines(parallelConsole), lines(sequentialConsole));
+    EXPECT_EQ(lines(parallelTable), lines(sequentialTable));
+    EXPECT_EQ(parallelTable.size(), 10);
+}
+
+}  // namespace
