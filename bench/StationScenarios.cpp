@@ -1,22 +1,14 @@
 // Scenario timings of the hub side over a simulated station of seven hubs (35 usable ports):
 // a refresh, a DFU batch and a restart batch. The pauses the sequences must make are recorded
 // by the clock instead of slept, so the measured time is what the software itself costs.
-#include "CountingBackend.h"
+#include "BenchStation.h"
 
-#include "configurator/AC2Device.h"
-#include "core/Alerts.h"
 #include "core/Clock.h"
-#include "core/NotificationCenter.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
-#include "core/Sounds.h"
 #include "hubs/ZMRAcronameManager.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QFile>
-#include <QProcess>
-#include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
 
@@ -25,7 +17,7 @@
 
 namespace {
 
-constexpr int kHubs = 7;
+constexpr int kHubs = bench::BenchStation::kHubs;
 
 // Sleeps nothing, adds up what it was asked to sleep.
 class PauseCountingClock final : public core::Clock {
@@ -39,90 +31,19 @@ private:
     std::atomic<std::uint64_t> microseconds_{0};
 };
 
-class NoSounds final : public core::Sounds {
-public:
-    void beep() override {}
-    void play(const QString&) override {}
-};
-
-QByteArray stationFile() {
-    QByteArray hubs;
-    for (int h = 1; h <= kHubs; ++h) {
-        QByteArray macs;
-        for (int p = 1; p <= 5; ++p)
-            macs += QStringLiteral(R"(%1{"port": %2, "ecid": "0x%3", "serialNumber": "BENCH%4"})")
-                        .arg(p > 1 ? "," : "").arg(p).arg(h * 16 + p, 0, 16).arg(h * 10 + p, 5, 10, QChar('0'))
-                        .toUtf8();
-        hubs += QStringLiteral(R"(%1{"serial": "0x%2", "usbID": %3, "macs": [%4]})")
-                    .arg(h > 1 ? "," : "").arg(0x5EA000 + h, 0, 16).arg(h).arg(QString::fromUtf8(macs))
-                    .toUtf8();
-    }
-    return R"({"timing": {"bootSeconds": 0.1, "dfuSeconds": 0.1}, "hubs": [)" + hubs + "]}";
-}
-
 // One tarvel-sim for the whole run, and a manager over it whose hub delays are all zero.
-class Station {
+class Station : public bench::BenchStation {
 public:
-    Station() {
-        QFile file(folder_.filePath("station.json"));
-        file.open(QIODevice::WriteOnly);
-        file.write(stationFile());
-        file.close();
-        const QString socket = folder_.filePath("sim.sock");
-        simulator_.start(QCoreApplication::applicationDirPath() + "/tarvel-sim",
-                         {"--station", file.fileName(), "--socket", socket, "--speed", "100"});
-        const QDeadlineTimer deadline(10000);
-        while (!simulator_.canReadLine() && !deadline.hasExpired()) simulator_.waitForReadyRead(100);
-        if (!simulator_.canReadLine()) std::fprintf(stderr, "tarvel-sim did not start\n");
-
-        settings_.registerDefaults({{core::keys::acronameSkipDFUSDPMode, true}});
+    Station() : BenchStation(100, pauses) {
         for (const char* key : {core::keys::acronameDelayAfterSettingPowerMode, core::keys::acronameDelayAfterSendingDFUCommand,
                                 core::keys::acronameDelayAfterPuttingAllPortInDFUMode,
                                 core::keys::acronameDelayAfterRebootAllPorts})
-            settings_.setValue(key, 0);
-
-        backend = std::make_shared<bench::CountingBackend>(stem::makeBackend(socket));
-        ZMRAcronameManagerEnvironment environment;
-        environment.backend = backend;
-        environment.settings = &settings_;
-        environment.clock = &clock;
-        environment.notifications = &notifications_;
-        environment.sounds = &sounds_;
-        environment.alerts = &core::Alerts::shared();
-        environment.runInBackground = [](dispatch::Task task) { task(); };
-        environment.runOnMain = [](dispatch::Task task) { task(); };
-        environment.listDevices = [](std::function<void(AC2Devices)> callback) { callback({}); };
-        environment.hubAddress = [](std::uint64_t) { return std::uint64_t(0); };
-        environment.vendorSerialNumber = [](std::uint64_t, std::int64_t) { return std::optional<QString>(); };
-        environment.console = {[](const std::string&) {}, [](const std::string&) {}};
-        environment.log = [](const QString&) {};
-        manager = std::make_shared<ZMRAcronameManager>(environment);
+            settings().setValue(key, 0);
     }
 
-    ~Station() {
-        manager->disconnectAllHubs();
-        simulator_.terminate();
-        simulator_.waitForFinished(5000);
-    }
-
-    AcronamePorts refresh() {
-        AcronamePorts ports;
-        manager->refreshAcronameDevices([&](AC2Devices entries) {
-            for (const auto& entry : entries) ports.push_back(entry->port());
-        });
-        return ports;
-    }
-
-    std::shared_ptr<bench::CountingBackend> backend;
-    PauseCountingClock clock;
-    std::shared_ptr<ZMRAcronameManager> manager;
-
-private:
-    QTemporaryDir folder_;
-    QProcess simulator_;
-    core::Settings settings_{std::make_unique<QSettings>(folder_.filePath("Tarvel.conf"), QSettings::IniFormat)};
-    core::NotificationCenter notifications_;
-    NoSounds sounds_;
+    // Outlives every station: the manager keeps a reference.
+    static inline PauseCountingClock pauses;
+    PauseCountingClock& clock = pauses;
 };
 
 Station* station = nullptr;
@@ -148,8 +69,7 @@ void RunBatch(benchmark::State& state, Batch batch) {
         // Every run starts from ports in standard downstream mode, so the power-delivery pass
         // cycles all 35 of them rather than skipping those a previous run left in that mode.
         state.PauseTiming();
-        const AcronamePorts ports = station->refresh();
-        for (const auto& port : ports) port->hub()->setPowerModeStandardDownstreamForPort(port->portID());
+        const AcronamePorts ports = station->freshPorts();
         station->clock.takeSeconds();
         station->backend->resetCalls();
         state.ResumeTiming();

@@ -2,7 +2,7 @@
 
 #include "Station.h"
 
-#include <QThread>
+#include <algorithm>
 
 namespace sim {
 
@@ -10,7 +10,9 @@ QJsonObject failure(int result, const QString& message) {
     return {{QStringLiteral("result"), result}, {QStringLiteral("message"), message}};
 }
 
-Protocol::Protocol(Station& station, double speed) : station_(station), speed_(speed) {}
+Protocol::Protocol(Station& station, double speed) : station_(station), speed_(speed) {
+    clock_.start();
+}
 
 QJsonObject Protocol::handle(const QJsonObject& request) {
     const QJsonValue call = request.value(QLatin1String("call"));
@@ -24,11 +26,8 @@ QJsonObject Protocol::handle(const QJsonObject& request) {
 }
 
 QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) {
-    if (call.startsWith(QLatin1String("stem."))) {
-        if (call != QLatin1String("stem.versionText") && call != QLatin1String("stem.errorText"))
-            waitForRoundTrip();
+    if (call.startsWith(QLatin1String("stem.")))
         return handleStemCall(station_, call, request);
-    }
     if (call == QLatin1String("usb.list"))
         return {{QStringLiteral("devices"), station_.usbDevices()}};
     if (call == QLatin1String("macs.list"))
@@ -51,12 +50,19 @@ QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) 
     return failure(code::unimplemented, QStringLiteral("unknown call \"%1\"").arg(call));
 }
 
-// A call to the hub is a USB round trip. Requests are served one at a time, so holding this one
-// up holds up everyone, as a shared bus does.
-void Protocol::waitForRoundTrip() const {
-    const double seconds = station_.config().timing.stemLatencySeconds / speed_;
-    if (seconds > 0)
-        QThread::usleep(static_cast<unsigned long>(seconds * 1e6));
+qint64 Protocol::roundTripMicroseconds(const QJsonObject& request) {
+    const QString call = request.value(QLatin1String("call")).toString();
+    if (!call.startsWith(QLatin1String("stem.")) || call == QLatin1String("stem.versionText") ||
+        call == QLatin1String("stem.errorText"))
+        return 0;
+    const auto latency =
+        static_cast<qint64>(station_.config().timing.stemLatencySeconds / speed_ * 1e6);
+    if (latency <= 0)
+        return 0;
+    const qint64 now = clock_.nsecsElapsed() / 1000;
+    qint64& freeAt = linkFreeAt_[request.value(QLatin1String("serial")).toInteger(0)];
+    freeAt = std::max(freeAt, now) + latency;
+    return freeAt - now;
 }
 
 QJsonObject Protocol::macsList() const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QElapsedTimer>
+#include <QHash>
 #include <QJsonObject>
 #include <QString>
 
@@ -15,15 +17,24 @@ class Protocol {
 
     QJsonObject handle(const QJsonObject& request);
 
+    // How long from now the reply to `request` must wait: a hub library call is a USB round
+    // trip over its hub's own link, which carries one call at a time, so calls to one hub queue
+    // while calls to different hubs overlap. Books the link; call once per request, before
+    // handling it.
+    qint64 roundTripMicroseconds(const QJsonObject& request);
+
   private:
     QJsonObject dispatch(const QString& call, const QJsonObject& request);
     QJsonObject macsList() const;
-    void waitForRoundTrip() const;
     QJsonObject restoreCall(const QJsonObject& request, bool cancel);
     QJsonObject localMessage(bool dfu);
 
     Station& station_;
     double speed_;
+    QElapsedTimer clock_;
+    // When each hub's link (by the serial the call names; 0 for discovery) is free again, in
+    // microseconds of clock_.
+    QHash<qint64, qint64> linkFreeAt_;
 };
 
 // The hub library calls ("stem.*").

@@ -7,6 +7,8 @@
 #include <QJsonDocument>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QThread>
+#include <QTimer>
 
 namespace sim {
 
@@ -83,14 +85,41 @@ void Server::readFrom(QLocalSocket* socket) {
         found->buffer.remove(0, newline + 1);
         if (request.isEmpty())
             continue;
-        socket->write(line(answer(socket, request)));
+        qint64 delay = 0;
+        const QByteArray message = line(answer(socket, request, &delay));
+        reply(socket, message, delay);
         found = clients_.find(socket);  // answering may have published events to this client
         if (found == clients_.end())
             return;
     }
 }
 
-QJsonObject Server::answer(QLocalSocket* socket, const QByteArray& text) {
+// A round trip shorter than the event loop's timers can measure is waited out here; a longer one
+// lets the loop serve other clients, whose hubs have links of their own, in the meantime.
+void Server::reply(QLocalSocket* socket, const QByteArray& message, qint64 delayMicroseconds) {
+    Client& client = clients_[socket];
+    if (!client.held.isEmpty()) {
+        client.held.append(message);
+        return;
+    }
+    if (delayMicroseconds < 1000) {
+        if (delayMicroseconds > 0)
+            QThread::usleep(static_cast<unsigned long>(delayMicroseconds));
+        socket->write(message);
+        return;
+    }
+    client.held.append(message);
+    QTimer::singleShot(std::chrono::milliseconds((delayMicroseconds + 999) / 1000), Qt::PreciseTimer,
+                       socket, [this, socket] {
+                           const auto found = clients_.find(socket);
+                           if (found == clients_.end())
+                               return;
+                           for (const QByteArray& held : std::as_const(found->held)) socket->write(held);
+                           found->held.clear();
+                       });
+}
+
+QJsonObject Server::answer(QLocalSocket* socket, const QByteArray& text, qint64* delayMicroseconds) {
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     if (!document.isObject()) {
@@ -100,8 +129,10 @@ QJsonObject Server::answer(QLocalSocket* socket, const QByteArray& text) {
         return reply;
     }
     const QJsonObject request = document.object();
-    if (request.value(QLatin1String("call")).toString() != QLatin1String("subscribe"))
+    if (request.value(QLatin1String("call")).toString() != QLatin1String("subscribe")) {
+        *delayMicroseconds = protocol_.roundTripMicroseconds(request);
         return protocol_.handle(request);
+    }
     QJsonObject reply{{QStringLiteral("id"), request.value(QLatin1String("id"))},
                       {QStringLiteral("result"), 0}};
     const QJsonArray topics = request.value(QLatin1String("topics")).toArray();

@@ -31,10 +31,13 @@ class Server : public QObject {
     struct Client {
         QByteArray buffer;
         QSet<QString> topics;
+        // Replies waiting for their round trip to end, in request order.
+        QList<QByteArray> held;
     };
     void accept();
     void readFrom(QLocalSocket* socket);
-    QJsonObject answer(QLocalSocket* socket, const QByteArray& line);
+    QJsonObject answer(QLocalSocket* socket, const QByteArray& line, qint64* delayMicroseconds);
+    void reply(QLocalSocket* socket, const QByteArray& message, qint64 delayMicroseconds);
 
     Protocol& protocol_;
     QLocalServer* server_;

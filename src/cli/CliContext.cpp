@@ -1,5 +1,8 @@
 #include "cli/CliContext.h"
 
+#include "core/Settings.h"
+#include "core/SettingsKeys.h"
+
 #include "core/SimulatorAddress.h"
 #include "hubs/stem/Backend.h"
 
@@ -53,6 +56,13 @@ void addGlobalOptions(CLI::App& app, CliContext& context) {
                  "socket; TARVEL_SIM does the same)");
     app.add_flag("-v,--verbose", context.verbose,
                  "also print log lines and hub driver diagnostics on standard error");
+    app.add_flag("--parallel", context.parallel,
+                 "hubs, dfu, restart, recovery, power-mode: work every hub at once, one lane per "
+                 "hub (the acronameParallelHubs setting, for this run)");
+}
+
+bool CliContext::parallelHubs() const {
+    return parallel || core::Settings::shared().boolForKey(core::keys::acronameParallelHubs);
 }
 
 int fail(int status, const QString& message) {

@@ -23,6 +23,11 @@ struct CliContext {
     std::function<int()> action;
     std::string simulateSocket;  // set by --simulate[=SOCKET]
     bool verbose = false;        // set by --verbose
+    bool parallel = false;       // set by --parallel
+
+    // Whether hub commands work every hub at once: --parallel, else the acronameParallelHubs
+    // setting.
+    bool parallelHubs() const;
 
     // The simulator to talk to: --simulate=SOCKET, --simulate alone (the default socket), or
     // TARVEL_SIM; nothing means real hardware.
@@ -46,7 +51,7 @@ struct CliContext {
     DriverConsole driverConsole() const;
 };
 
-// Adds the global options (--simulate, --verbose) to the top-level command.
+// Adds the global options (--simulate, --verbose, --parallel) to the top-level command.
 void addGlobalOptions(CLI::App& app, CliContext& context);
 
 // A hub as tarvel-cli names it: its serial in hexadecimal, one to eight digits.

@@ -11,6 +11,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -98,8 +99,9 @@ QJsonObject portJson(const PortProgress& event) {
 ProgressDisplay::ProgressDisplay(Options options, Write write, Elapsed elapsed)
     : options_(options), write_(std::move(write)), elapsed_(std::move(elapsed)) {}
 
-ProgressDisplay ProgressDisplay::forStandardOutput(bool json) {
+ProgressDisplay ProgressDisplay::forStandardOutput(bool json, bool linePerHub) {
     Options options;
+    options.linePerHub = linePerHub;
     if (json)
         options.style = Style::Json;
     else if (isatty(STDOUT_FILENO))
@@ -152,9 +154,26 @@ void ProgressDisplay::port(const PortProgress& event) {
     if (!isResult) {
         current_ = event;
         currentSince_ = elapsed_();
+        if (options_.linePerHub && event.port) {
+            const QString hub = event.port->name().section(':', 0, 0);
+            auto lane = std::find_if(lanes_.begin(), lanes_.end(),
+                                     [&](const HubLane& known) { return known.hub == hub; });
+            if (lane == lanes_.end()) {
+                // Hubs keep the order of their ports in the list, whichever lane spoke first.
+                const auto later = std::find_if(lanes_.begin(), lanes_.end(), [&](const HubLane& known) {
+                    return known.firstPosition > event.position;
+                });
+                lane = lanes_.insert(later, {hub, event.position, {}, 0});
+            }
+            lane->step = event;
+            lane->since = currentSince_;
+        }
+        if (event.kind == PortProgress::Kind::PassPause)
+            for (HubLane& lane : lanes_) lane.step.reset();
     }
     if (options_.style == Style::Plain) {
-        emitPlain(QStringLiteral("  ") + (isResult ? resultText(event) : stepText(true)));
+        emitPlain(QStringLiteral("  ") +
+                  (isResult ? resultText(event) : stepText(event, currentSince_, true)));
         return;
     }
     // On the live line only failures stay on screen; successes show in the bar.
@@ -196,26 +215,46 @@ void ProgressDisplay::finish(const PortVerdict& verdict) {
     std::lock_guard lock(mutex_);
     if (options_.style == Style::Json)
         emitJson(verdict.json());
-    if (liveLineOpen_)
-        write_("\n");
-    liveLineOpen_ = false;
+    if (liveLinesDrawn_ > 0) {
+        // The hubs' lines have nothing more to say once the work is over.
+        eraseLiveArea();
+        write_((liveLine() + '\n').toUtf8());
+    }
+    liveLinesDrawn_ = 0;
 }
 
-int ProgressDisplay::remainingSeconds() const {
-    const qint64 spent = (elapsed_() - currentSince_) / 1000;
-    return int(std::max<qint64>(0, qint64(current_->seconds) - spent));
+int ProgressDisplay::remainingSeconds(const PortProgress& step, qint64 since) const {
+    const qint64 spent = (elapsed_() - since) / 1000;
+    return int(std::max<qint64>(0, qint64(step.seconds) - spent));
 }
 
 QString ProgressDisplay::stepText(bool withPlace) const {
     if (!current_)
         return {};
-    if (current_->kind == PortProgress::Kind::PassPause)
-        return QStringLiteral("all ports · pause %1 s").arg(remainingSeconds());
-    QString text = (withPlace ? portPlace(*current_) : current_->port->name()) +
-                   QStringLiteral(" · ") + portStepName(current_->step);
-    if (current_->step == PortProgress::Step::Settling)
-        text += QStringLiteral(" %1 s").arg(remainingSeconds());
+    // With a line per hub the hubs' lines name the ports; the live line keeps the pauses.
+    if (options_.linePerHub && current_->kind != PortProgress::Kind::PassPause)
+        return {};
+    return stepText(*current_, currentSince_, withPlace);
+}
+
+QString ProgressDisplay::stepText(const PortProgress& step, qint64 since, bool withPlace) const {
+    if (step.kind == PortProgress::Kind::PassPause)
+        return QStringLiteral("all ports · pause %1 s").arg(remainingSeconds(step, since));
+    QString text = (withPlace ? portPlace(step) : step.port->name()) + QStringLiteral(" · ") +
+                   portStepName(step.step);
+    if (step.step == PortProgress::Step::Settling)
+        text += QStringLiteral(" %1 s").arg(remainingSeconds(step, since));
     return text;
+}
+
+QStringList ProgressDisplay::hubLines() const {
+    QStringList lines;
+    for (const HubLane& lane : lanes_) {
+        const QString text = lane.step ? stepText(*lane.step, lane.since, true)
+                                       : QStringLiteral("waiting");
+        lines << QStringLiteral("  %1 | %2").arg(lane.hub, text).left(options_.width - 1);
+    }
+    return lines;
 }
 
 QString ProgressDisplay::bar() const {
@@ -263,18 +302,29 @@ QString ProgressDisplay::liveLine() const {
     return (elapsed + headline + detail).left(width);
 }
 
+// Back to the start of the live line, the lines below it cleared.
+void ProgressDisplay::eraseLiveArea() {
+    QString erase = QStringLiteral("\r");
+    if (liveLinesDrawn_ > 1)
+        erase += QStringLiteral("\033[%1A").arg(liveLinesDrawn_ - 1);
+    write_((erase + QStringLiteral("\033[J")).toUtf8());
+}
+
 void ProgressDisplay::redraw() {
-    write_(QStringLiteral("\r\033[K%1").arg(liveLine()).toUtf8());
-    liveLineOpen_ = true;
+    const QStringList lines = QStringList{liveLine()} + hubLines();
+    eraseLiveArea();
+    write_(lines.join('\n').toUtf8());
+    liveLinesDrawn_ = int(lines.size());
 }
 
 void ProgressDisplay::printFailure(const QString& line) {
     const bool colored = options_.color;
-    write_(QStringLiteral("\r\033[K%1%2%3\n")
+    eraseLiveArea();
+    write_(QStringLiteral("%1%2%3\n")
                .arg(colored ? kRed : QString(), line.left(options_.width - 1),
                     colored ? kPlain : QString())
                .toUtf8());
-    liveLineOpen_ = false;
+    liveLinesDrawn_ = 0;
 }
 
 }  // namespace cli

@@ -18,7 +18,8 @@ class PortVerdict;
 // How a long command shows its work: on a terminal one live line (elapsed time, the sequence's
 // text as headline, a bar of ports done, the port and step being worked), redrawn at least once a
 // second; piped, one plain line per event without control characters; with --json, one JSON
-// object per event. Fed from any thread.
+// object per event. Fed from any thread. When hubs are worked in parallel, the live line is
+// followed by one line per hub naming the port and step its lane is at.
 class ProgressDisplay {
   public:
     enum class Style { Terminal, Plain, Json };
@@ -26,6 +27,7 @@ class ProgressDisplay {
         Style style = Style::Plain;
         int width = 80;
         bool color = false;
+        bool linePerHub = false;
     };
     using Write = std::function<void(const QByteArray&)>;
     // Milliseconds since the command started; monotonic.
@@ -35,7 +37,7 @@ class ProgressDisplay {
 
     // Standard output as it is: JSON when asked, the live line on a terminal (its width, colour
     // unless NO_COLOR is set), plain lines otherwise.
-    static ProgressDisplay forStandardOutput(bool json);
+    static ProgressDisplay forStandardOutput(bool json, bool linePerHub = false);
 
     void headline(const QString& text);
     void port(const PortProgress& event);
@@ -53,10 +55,13 @@ class ProgressDisplay {
     void redraw();
     void printFailure(const QString& line);
     QString stepText(bool withPlace) const;
+    QString stepText(const PortProgress& step, qint64 since, bool withPlace) const;
     QStringList detailChoices() const;
     QString liveLine() const;
+    QStringList hubLines() const;
     QString bar() const;
-    int remainingSeconds() const;
+    int remainingSeconds(const PortProgress& step, qint64 since) const;
+    void eraseLiveArea();
 
     Options options_;
     Write write_;
@@ -65,9 +70,17 @@ class ProgressDisplay {
     QString headline_;
     std::optional<PortProgress> current_;
     qint64 currentSince_ = 0;
+    struct HubLane {
+        QString hub;
+        int firstPosition = 0;
+        std::optional<PortProgress> step;
+        qint64 since = 0;
+    };
+    // In the order of the hubs' ports in the sequence's list.
+    std::vector<HubLane> lanes_;
+    int liveLinesDrawn_ = 0;
     int done_ = 0;
     int count_ = 0;
-    bool liveLineOpen_ = false;
 };
 
 }  // namespace cli

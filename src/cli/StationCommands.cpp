@@ -165,7 +165,8 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
     if (ports->empty())
         return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
 
-    ProgressDisplay display = ProgressDisplay::forStandardOutput(targets.json);
+    ProgressDisplay display =
+        ProgressDisplay::forStandardOutput(targets.json, context.parallelHubs());
     PortVerdict verdict = run(session, *ports, display);
     if (expected && !targets.noVerify)
         verifyModes(verdict, *expected, display);

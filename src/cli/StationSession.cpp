@@ -24,6 +24,7 @@ StationSession::StationSession(const CliContext& context)
     auto environment =
         ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
     environment.console = context.driverConsole();
+    environment.parallelHubs = context.parallelHubs();
     std::weak_ptr<SessionState> weakState = state_;
     environment.runInBackground = [weakState](dispatch::Task task) {
         auto state = weakState.lock();

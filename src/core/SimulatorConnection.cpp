@@ -40,12 +40,11 @@ SimulatorConnection::SimulatorConnection(QString socketPath, QObject* parent)
     : QObject(parent), socketPath_(std::move(socketPath)) {}
 
 SimulatorConnection::~SimulatorConnection() {
-    std::lock_guard lock(requestMutex_);
-    closeRequestSocket();
+    std::lock_guard lock(linksMutex_);
+    for (RequestLink& link : idleLinks_) close(link);
 }
 
 void SimulatorConnection::setReplyTimeoutMilliseconds(int milliseconds) {
-    std::lock_guard lock(requestMutex_);
     replyTimeoutMilliseconds_ = milliseconds;
 }
 
@@ -61,37 +60,54 @@ void SimulatorConnection::setError(const QString& error) {
 
 std::optional<QJsonObject> SimulatorConnection::request(const QString& call,
                                                         const QJsonObject& arguments) {
-    std::lock_guard lock(requestMutex_);
     const qint64 id = nextId_++;
     QJsonObject message = arguments;
     message.insert(QStringLiteral("id"), id);
     message.insert(QStringLiteral("call"), call);
 
+    RequestLink link = borrowLink();
     // A socket kept from an earlier request may belong to a simulator that has since been
     // restarted; such a stale link gets one fresh try.
-    const bool reused = requestSocket_ >= 0;
-    if (auto reply = attempt(message, id))
-        return reply;
-    if (!reused)
-        return std::nullopt;
-    return attempt(message, id);
-}
-
-std::optional<QJsonObject> SimulatorConnection::attempt(const QJsonObject& message, qint64 id) {
-    if (!ensureRequestSocket())
-        return std::nullopt;
-    if (!sendLine(encodeLine(message))) {
-        closeRequestSocket();
-        return std::nullopt;
-    }
-    auto reply = awaitReply(id);
-    if (!reply)
-        closeRequestSocket();
+    const bool reused = link.socket >= 0;
+    std::optional<QJsonObject> reply = attempt(link, message, id);
+    if (!reply && reused)
+        reply = attempt(link, message, id);
+    returnLink(std::move(link));
     return reply;
 }
 
-bool SimulatorConnection::ensureRequestSocket() {
-    if (requestSocket_ >= 0)
+SimulatorConnection::RequestLink SimulatorConnection::borrowLink() {
+    std::lock_guard lock(linksMutex_);
+    if (idleLinks_.empty())
+        return {};
+    RequestLink link = std::move(idleLinks_.back());
+    idleLinks_.pop_back();
+    return link;
+}
+
+void SimulatorConnection::returnLink(RequestLink link) {
+    if (link.socket < 0)
+        return;
+    std::lock_guard lock(linksMutex_);
+    idleLinks_.push_back(std::move(link));
+}
+
+std::optional<QJsonObject> SimulatorConnection::attempt(RequestLink& link, const QJsonObject& message,
+                                                        qint64 id) {
+    if (!open(link))
+        return std::nullopt;
+    if (!sendLine(link, encodeLine(message))) {
+        close(link);
+        return std::nullopt;
+    }
+    auto reply = awaitReply(link, id);
+    if (!reply)
+        close(link);
+    return reply;
+}
+
+bool SimulatorConnection::open(RequestLink& link) {
+    if (link.socket >= 0)
         return true;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -112,22 +128,22 @@ bool SimulatorConnection::ensureRequestSocket() {
         ::close(descriptor);
         return false;
     }
-    requestSocket_ = descriptor;
-    requestBuffer_.clear();
+    link.socket = descriptor;
+    link.buffer.clear();
     return true;
 }
 
-void SimulatorConnection::closeRequestSocket() {
-    if (requestSocket_ >= 0)
-        ::close(requestSocket_);
-    requestSocket_ = -1;
-    requestBuffer_.clear();
+void SimulatorConnection::close(RequestLink& link) {
+    if (link.socket >= 0)
+        ::close(link.socket);
+    link.socket = -1;
+    link.buffer.clear();
 }
 
-bool SimulatorConnection::sendLine(const QByteArray& line) {
+bool SimulatorConnection::sendLine(RequestLink& link, const QByteArray& line) {
     qsizetype sent = 0;
     while (sent < line.size()) {
-        const ssize_t n = ::send(requestSocket_, line.constData() + sent,
+        const ssize_t n = ::send(link.socket, line.constData() + sent,
                                  static_cast<size_t>(line.size() - sent), MSG_NOSIGNAL);
         if (n < 0 && errno == EINTR)
             continue;
@@ -140,18 +156,18 @@ bool SimulatorConnection::sendLine(const QByteArray& line) {
     return true;
 }
 
-std::optional<QJsonObject> SimulatorConnection::awaitReply(qint64 id) {
-    const QDeadlineTimer deadline(replyTimeoutMilliseconds_);
+std::optional<QJsonObject> SimulatorConnection::awaitReply(RequestLink& link, qint64 id) {
+    const QDeadlineTimer deadline(replyTimeoutMilliseconds_.load());
     for (;;) {
         qsizetype newline;
-        while ((newline = requestBuffer_.indexOf('\n')) >= 0) {
-            const QByteArray line = requestBuffer_.left(newline);
-            requestBuffer_.remove(0, newline + 1);
+        while ((newline = link.buffer.indexOf('\n')) >= 0) {
+            const QByteArray line = link.buffer.left(newline);
+            link.buffer.remove(0, newline + 1);
             const auto reply = parseObject(line);
             if (reply && reply->value(QStringLiteral("id")).toInteger(-1) == id)
                 return reply;
         }
-        pollfd waiting{requestSocket_, POLLIN, 0};
+        pollfd waiting{link.socket, POLLIN, 0};
         const int ready = ::poll(&waiting, 1, static_cast<int>(deadline.remainingTime()));
         if (ready < 0 && errno == EINTR)
             continue;
@@ -160,7 +176,7 @@ std::optional<QJsonObject> SimulatorConnection::awaitReply(qint64 id) {
             return std::nullopt;
         }
         char chunk[4096];
-        const ssize_t n = ready < 0 ? -1 : ::recv(requestSocket_, chunk, sizeof(chunk), 0);
+        const ssize_t n = ready < 0 ? -1 : ::recv(link.socket, chunk, sizeof(chunk), 0);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0) {
@@ -168,7 +184,7 @@ std::optional<QJsonObject> SimulatorConnection::awaitReply(qint64 id) {
                             : systemError("reading from the simulator"));
             return std::nullopt;
         }
-        requestBuffer_.append(chunk, n);
+        link.buffer.append(chunk, n);
     }
 }
 

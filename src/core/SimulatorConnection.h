@@ -7,17 +7,21 @@
 #include <QString>
 #include <QStringList>
 
+#include <atomic>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 class QLocalSocket;
 
 namespace core {
 
 // The client side of tarvel-sim's JSON-lines socket. Requests are blocking and may come from any
-// thread at once (hub sequences run on worker threads), so they share one plain Unix socket
-// behind a mutex instead of a QLocalSocket, which belongs to one thread's event loop. Pushed
-// events arrive on a second connection owned by this object's thread.
+// thread at once (hub sequences and their per-hub lanes run on worker threads), so they go over
+// plain Unix sockets rather than a QLocalSocket, which belongs to one thread's event loop: each
+// request borrows an idle socket or opens one, so requests from several threads travel side by
+// side as calls to several hubs do. Pushed events arrive on a connection owned by this object's
+// thread.
 class SimulatorConnection : public QObject {
     Q_OBJECT
   public:
@@ -43,11 +47,17 @@ class SimulatorConnection : public QObject {
     void disconnected();
 
   private:
-    bool ensureRequestSocket();
-    void closeRequestSocket();
-    bool sendLine(const QByteArray& line);
-    std::optional<QJsonObject> awaitReply(qint64 id);
-    std::optional<QJsonObject> attempt(const QJsonObject& message, qint64 id);
+    struct RequestLink {
+        int socket = -1;
+        QByteArray buffer;
+    };
+    RequestLink borrowLink();
+    void returnLink(RequestLink link);
+    bool open(RequestLink& link);
+    static void close(RequestLink& link);
+    bool sendLine(RequestLink& link, const QByteArray& line);
+    std::optional<QJsonObject> awaitReply(RequestLink& link, qint64 id);
+    std::optional<QJsonObject> attempt(RequestLink& link, const QJsonObject& message, qint64 id);
     void setError(const QString& error);
 
     void drainEvents();
@@ -55,11 +65,10 @@ class SimulatorConnection : public QObject {
 
     const QString socketPath_;
 
-    mutable std::mutex requestMutex_;
-    int requestSocket_ = -1;
-    QByteArray requestBuffer_;
-    qint64 nextId_ = 1;
-    int replyTimeoutMilliseconds_ = 15000;
+    std::mutex linksMutex_;
+    std::vector<RequestLink> idleLinks_;
+    std::atomic<qint64> nextId_ = 1;
+    std::atomic<int> replyTimeoutMilliseconds_ = 15000;
 
     mutable std::mutex errorMutex_;
     QString lastError_;

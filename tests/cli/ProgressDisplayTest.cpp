@@ -102,8 +102,9 @@ TEST_F(Rendering, TerminalLinesFitTheWidthAndShowTheElapsedTimeAndThePort) {
         output.clear();
         milliseconds = 0;
         play(*display(ProgressDisplay::Style::Terminal, width));
-        const QStringList drawn = QString::fromUtf8(output).remove("\033[K").split(
-            QRegularExpression("[\r\n]"), Qt::SkipEmptyParts);
+        const QStringList drawn = QString::fromUtf8(output)
+                                      .remove(QRegularExpression("\033\\[[0-9]*[A-Z]"))
+                                      .split(QRegularExpression("[\r\n]"), Qt::SkipEmptyParts);
         ASSERT_FALSE(drawn.isEmpty());
         for (const QString& line : drawn) EXPECT_LT(line.size(), width) << line.toStdString();
         EXPECT_TRUE(drawn.contains(QRegularExpression(R"(^\[  2s\] .*1C3B4A01:1 · settling 2 s$)")))
@@ -117,6 +118,43 @@ TEST_F(Rendering, TerminalLinesFitTheWidthAndShowTheElapsedTimeAndThePort) {
 TEST_F(Rendering, TerminalFailuresAreRedWhenColourIsAllowed) {
     play(*display(ProgressDisplay::Style::Terminal, 80, true));
     EXPECT_TRUE(output.contains("\033[31m1C3B4A01:2 failed: DFU message, result 6\033[0m\n"));
+}
+
+// Lanes on two hubs: after each redraw the screen holds the live line and a line per hub, the
+// cursor going back up over exactly the lines drawn before.
+TEST_F(Rendering, ParallelHubsGetALineEachBelowTheLiveLine) {
+    const testing_support::RecordedPorts second(3, 0x1C3B4A02);
+    // One list of six ports, three on each hub.
+    const auto inList = [](PortProgress event, int offset) {
+        event.position += offset;
+        event.count = 6;
+        return event;
+    };
+    const ProgressDisplay::Options options{ProgressDisplay::Style::Terminal, 60, false, true};
+    const auto shown = std::make_unique<ProgressDisplay>(
+        options, [this](const QByteArray& bytes) { output += bytes; }, [this] { return milliseconds; });
+    shown->headline("Putting devices into DFU mode (setting power role)");
+    shown->port(inList(second.step(1, Step::Disable), 3));
+    shown->port(inList(recorded.step(1, Step::Disable), 0));
+    shown->port(inList(second.step(1, Step::Settling, 3), 3));
+    milliseconds += 1000;
+    output.clear();
+    shown->tick();
+
+    const QString screen = QString::fromUtf8(output);
+    EXPECT_TRUE(screen.startsWith("\r\033[2A\033[J")) << "up over the two hub lines drawn before";
+    const QStringList lines = screen.mid(screen.indexOf("\033[J") + 3).split('\n');
+    ASSERT_EQ(lines.size(), 3);
+    EXPECT_TRUE(lines[0].startsWith("[  1s] Putting devices")) << lines[0].toStdString();
+    EXPECT_EQ(lines[1], "  1C3B4A01 | port 1 of 6 · 1C3B4A01:1 · disable")
+        << "hubs in the order of their ports, though the second hub's lane spoke first";
+    EXPECT_EQ(lines[2], "  1C3B4A02 | port 4 of 6 · 1C3B4A02:1 · settling 2 s");
+    for (const QString& line : lines) EXPECT_LT(line.size(), 60);
+
+    output.clear();
+    shown->port(inList(second.failed(1, Step::Enable, 6), 3));
+    EXPECT_TRUE(output.startsWith("\r\033[2A\033[J1C3B4A02:1 failed: enable, result 6\n"))
+        << "a failure replaces the live area and stays above the redrawn one";
 }
 
 }  // namespace

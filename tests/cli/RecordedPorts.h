@@ -8,12 +8,12 @@
 
 namespace testing_support {
 
-// Ports of one hub 1C3B4A01 with no hardware behind them, and the observer events a sequence
-// would report for them.
+// Ports of one hub (1C3B4A01 unless told) with no hardware behind them, and the observer events
+// a sequence would report for them.
 class RecordedPorts {
   public:
-    explicit RecordedPorts(int count) {
-        hub_->setSerialNumber(0x1C3B4A01);
+    explicit RecordedPorts(int count, std::uint32_t hubSerial = 0x1C3B4A01) {
+        hub_->setSerialNumber(hubSerial);
         for (int id = 1; id <= count; ++id) {
             auto port = std::make_shared<AcronamePort>();
             port->setPortID(id);

@@ -158,6 +158,45 @@ TEST_F(StationCommands, DfuAsJsonLinesNamesEveryPortAndEndsWithTheVerdict) {
     EXPECT_EQ(last.value("summary"), "10 of 10 ports done");
 }
 
+// Seven hubs worked at once take about as long as one: the power-role pass of 35 ports one after
+// another alone would be 140 s of the station's time (2.8 s here); all at once it is 20 s.
+TEST_F(StationCommands, SevenHubsInParallelPutAllThirtyFiveMacsIntoDfuInTheTimeOfOne) {
+    QByteArrayList hubs;
+    for (int hub = 1; hub <= 7; ++hub) {
+        QByteArrayList macs;
+        for (int port = 1; port <= 5; ++port)
+            macs << QStringLiteral(R"({"port": %1, "ecid": "0x%2", "serialNumber": "BENCH%2"})")
+                        .arg(port)
+                        .arg(hub * 10 + port)
+                        .toUtf8();
+        hubs << QStringLiteral(R"({"serial": "0x5EA00%1", "usbID": %1, "macs": [%2]})")
+                    .arg(hub)
+                    .arg(QString::fromUtf8(macs.join(',')))
+                    .toUtf8();
+    }
+    ASSERT_FALSE(
+        station.start({"--station", station.writeStation(R"({"hubs": [)" + hubs.join(',') + "]}")})
+            .isEmpty());
+    const ProcessResult dfu = station.cli({"--parallel", "dfu", "--all", "--json"});
+    ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
+
+    QStringList firstSteps;
+    double settingPowerRoleEnds = 0;
+    QJsonObject last;
+    for (const QString& line : dfu.standardOutput.split('\n', Qt::SkipEmptyParts)) {
+        last = QJsonDocument::fromJson(line.toUtf8()).object();
+        const QString hub = last.value("port").toString().section(':', 0, 0);
+        if (last.value("event") == "step" && !firstSteps.contains(hub))
+            firstSteps << hub;
+        if (last.value("event") == "pause" && settingPowerRoleEnds == 0)
+            settingPowerRoleEnds = last.value("time").toDouble();
+    }
+    EXPECT_EQ(firstSteps.size(), 7);
+    EXPECT_LT(settingPowerRoleEnds, 1.5) << "the pass took the time of five ports, not 35";
+    EXPECT_EQ(last.value("summary"), "35 of 35 ports done");
+    EXPECT_TRUE(macsReach("dfu", 35));
+}
+
 TEST_F(StationCommands, AHardDfuMessageErrorFailsTheRunAndSaysWhatHappenedToEveryPort) {
     const QString file =
         tenMacStation(R"({"call": "pd.setUEIBytes", "index": 3, "results": [6], "repeat": true})");
