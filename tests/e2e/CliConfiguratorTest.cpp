@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QSet>
 
 #include <gtest/gtest.h>
 
@@ -89,6 +90,47 @@ TEST_F(CliConfigurator, AGarbledListingIsAnErrorNotAnEmptyBench) {
         "printed a device list that could not be read; it began:\n<?xml"))
         << listed.standardError.toStdString();
     EXPECT_EQ(station.cli({"restore", "--all-dfu"}).exitCode, 1) << "nor an empty batch";
+}
+
+// A full bench of seven hubs, five Macs each, with the long names technicians give them: the tool
+// prints one document of some 18 KiB, in more than one write.
+TEST_F(CliConfigurator, AFullSevenHubBenchIsListedWhole) {
+    QJsonArray hubs;
+    for (int hub = 0; hub < 7; ++hub) {
+        QJsonArray macs;
+        for (int port = 1; port <= 5; ++port) {
+            const int n = hub * 5 + port;
+            macs.append(QJsonObject{
+                {"port", port},
+                {"ecid", QStringLiteral("0x%1").arg(0x16594A14928000 + n * 0x1111, 0, 16)},
+                {"serialNumber", QStringLiteral("SN%1").arg(n, 8, 10, QChar('0'))},
+                {"deviceType", "MacBookPro18,3"},
+                {"name", QStringLiteral("Classroom 214 — Bench %1, port %2 — MacBook Pro (14-inch, "
+                                        "2021) — asset KS-%3 — reimaged after the last lesson")
+                             .arg(QChar('A' + hub))
+                             .arg(port)
+                             .arg(n, 6, 10, QChar('0'))},
+                {"state", "dfu"}});
+        }
+        hubs.append(
+            QJsonObject{{"serial", QStringLiteral("0x1C3B4A%1").arg(hub + 1, 2, 16, QChar('0'))},
+                        {"usbID", hub + 1},
+                        {"firmware", "2.10.4"},
+                        {"inputPowerSource", 7},
+                        {"powerLimit", 100000},
+                        {"powerLimitMax", 100000},
+                        {"macs", macs}});
+    }
+    const QByteArray bench = QJsonDocument(QJsonObject{{"hubs", hubs}}).toJson();
+    ASSERT_EQ(station.start({"--station", station.writeStation(bench)}), station.socket());
+    const QJsonArray listed = devices();
+    ASSERT_EQ(listed.size(), 35);
+    QSet<QString> names;
+    for (const QJsonValue& mac : listed) names.insert(mac.toObject().value("name").toString());
+    EXPECT_EQ(names.size(), 35);
+    EXPECT_TRUE(names.contains(QStringLiteral(
+        "Classroom 214 — Bench G, port 5 — MacBook Pro (14-inch, 2021) — asset KS-000035 — "
+        "reimaged after the last lesson")));
 }
 
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
