@@ -130,9 +130,16 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
         session.cancel(devices);
     });
 
-    if (!session.restore(devices))
+    ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
+    utility.setUnreadableProgressObserver([&](const auto&, const QString& warning) {
+        display.note(QStringLiteral("warning: ") + warning);
+    });
+    const bool started = session.restore(devices);
+    if (started)
+        QCoreApplication::exec();
+    utility.setUnreadableProgressObserver(nullptr);
+    if (!started)
         return exitFailure;
-    QCoreApplication::exec();
     display.finish();
 
     printHistory(session.history());

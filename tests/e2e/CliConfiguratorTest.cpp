@@ -133,6 +133,36 @@ TEST_F(CliConfigurator, AFullSevenHubBenchIsListedWhole) {
         "reimaged after the last lesson")));
 }
 
+// A tool that draws a terminal progress line before each JSON line: the technician hears of it
+// once per device, not once per line.
+TEST_F(CliConfigurator, UnreadableRestoreOutputIsWarnedOfOncePerDevice) {
+    const char* garbled = R"({
+      "timing": { "bootSeconds": 1, "dfuSeconds": 1, "restoreSeconds": 20 },
+      "hubs": [ { "serial": "0x1C3B4A01", "usbID": 1, "firmware": "2.10.4", "inputPowerSource": 7,
+                  "powerLimit": 100000, "powerLimitMax": 100000,
+                  "macs": [
+                    { "port": 1, "ecid": "0x16594A1492801E", "serialNumber": "H4WGJ2Q7PX",
+                      "deviceType": "Macmini9,1", "name": "A1", "state": "dfu",
+                      "garbledRestoreOutput": true },
+                    { "port": 2, "ecid": "0xE4C91D2A07B3", "serialNumber": "F7NQ4XR2HT",
+                      "deviceType": "Macmini9,1", "name": "A2", "state": "dfu",
+                      "garbledRestoreOutput": true } ] } ]
+    })";
+    ASSERT_EQ(station.start({"--station", station.writeStation(garbled)}), station.socket());
+    const QString notJson = "a line of the tool's progress is not JSON: \\x1b[2K\\x0drestore: ";
+
+    const ProcessResult single = station.cli({"restore-device", "0x16594A1492801E"});
+    EXPECT_EQ(single.exitCode, 0) << single.standardError.toStdString();
+    EXPECT_EQ(single.standardOutput.count("warning: restore of 0x16594A1492801E: " + notJson), 1)
+        << single.standardOutput.toStdString();
+
+    const ProcessResult batch = station.cli({"restore", "0xE4C91D2A07B3"});
+    EXPECT_EQ(batch.exitCode, 0) << batch.standardError.toStdString();
+    EXPECT_EQ(batch.standardOutput.count("warning: restore of 0xE4C91D2A07B3: " + notJson), 1)
+        << batch.standardOutput.toStdString();
+    EXPECT_EQ(batch.standardOutput.count("warning:"), 1);
+}
+
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
     ASSERT_EQ(station.start({"--station", station.writeStation(kStation)}), station.socket());
 
