@@ -110,6 +110,9 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
         utility.cancelRestore(device);
     });
 
+    utility.setUnreadableProgressObserver([&](const auto&, const QString& warning) {
+        bar.note(QStringLiteral("warning: ") + warning);
+    });
     utility.restoreWithAC2ForDevice(
         device,
         [&](const auto&, const QVariant& step, float progress) {
@@ -134,6 +137,7 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
             QCoreApplication::exit(0);
         });
     QCoreApplication::exec();
+    utility.setUnreadableProgressObserver(nullptr);
     return status;
 }
 

@@ -3,6 +3,7 @@
 #include "cli/CliContext.h"
 #include "cli/ConfiguratorCommands.h"
 #include "cli/Interrupts.h"
+#include "cli/SimulatorLoss.h"
 
 #include "app/AppState.h"
 #include "localport/FirmwareUpdater.h"
@@ -135,6 +136,11 @@ int runLocalAuto(const LocalAutoOptions& options) {
 
     QElapsedTimer sinceInterrupt;
     Interrupts interrupts([&] { stopOnInterrupt(restores.get(), updater, sinceInterrupt); });
+    // The cycle waits for the port's arrivals, which a vanished simulator never sends.
+    SimulatorLoss loss(options.simulator, [] {
+        reportSimulatorLost("local auto", QStringLiteral("the DFU port can no longer be watched"));
+        QCoreApplication::exit(exitFailure);
+    });
     USBManager::sharedManager()->startWatching();
     updater.setIsBootToRecoveryOn(options.recoveryAfter);
     updater.setIsAutoDFUOn(true);

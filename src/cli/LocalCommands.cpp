@@ -174,7 +174,10 @@ void addLocalCommands(CLI::App& app, CliContext& context) {
     automatic->add_flag("--restore", options->restore, "restore each Mac once it is in DFU mode");
     automatic->add_flag("--recovery-after", options->recoveryAfter,
                         "start each restored Mac into recovery");
-    addAction(automatic, context, [options] { return runLocalAuto(*options); });
+    addAction(automatic, context, [options, &context] {
+        options->simulator = context.simulatorSocket();
+        return runLocalAuto(*options);
+    });
 
     CLI::App* helper = local->add_subcommand("helper", "The privileged helper");
     helper->require_subcommand(1);

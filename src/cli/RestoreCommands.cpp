@@ -3,6 +3,7 @@
 #include "cli/ConfiguratorCommands.h"
 #include "cli/Interrupts.h"
 #include "cli/RestoreBatchDisplay.h"
+#include "cli/SimulatorLoss.h"
 
 #include "app/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
@@ -30,6 +31,7 @@ struct Options {
     bool allInDFU = false;
     std::vector<std::string> ecids;
     std::string historyJSON;
+    std::optional<QString> simulator;
 };
 
 // The devices the batch restores: every one in DFU mode, or the ones named, in the order named.
@@ -130,10 +132,28 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
         session.cancel(devices);
     });
 
-    if (!session.restore(devices))
+    // The tool's restores stop with the simulator, but the batch would report them one by one
+    // as failures of the Macs; the technician needs to hear what really happened.
+    bool simulatorLost = false;
+    SimulatorLoss loss(options.simulator, [&] {
+        simulatorLost = true;
+        QCoreApplication::exit(0);
+    });
+    ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
+    utility.setUnreadableProgressObserver([&](const auto&, const QString& warning) {
+        display.note(QStringLiteral("warning: ") + warning);
+    });
+    const bool started = session.restore(devices);
+    if (started)
+        QCoreApplication::exec();
+    utility.setUnreadableProgressObserver(nullptr);
+    if (!started)
         return exitFailure;
-    QCoreApplication::exec();
     display.finish();
+    if (simulatorLost) {
+        reportSimulatorLost("restore", QStringLiteral("the batch was abandoned"));
+        return exitFailure;
+    }
 
     printHistory(session.history());
     // The history keeps only the status; the tool's own reason is what a technician acts on.
@@ -173,8 +193,12 @@ void addRestoreCommands(CLI::App& app, CliContext& context) {
     restore->add_option("ECID", options->ecids, "the devices' ECIDs, hexadecimal as `devices` prints them");
     restore->add_option("--history-json", options->historyJSON,
                         "write the batch's history records to this file as JSON");
-    restore->callback(
-        [&context, options] { context.action = [options] { return restoreBatch(*options); }; });
+    restore->callback([&context, options] {
+        context.action = [&context, options] {
+            options->simulator = context.simulatorSocket();
+            return restoreBatch(*options);
+        };
+    });
 }
 
 }  // namespace cli

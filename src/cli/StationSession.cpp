@@ -25,6 +25,8 @@ StationSession::StationSession(const CliContext& context)
         ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
     environment.console = context.driverConsole();
     environment.parallelHubs = context.parallelHubs();
+    // The verdict logs every failed port, with the step and the hub's answer besides.
+    environment.portFailed = nullptr;
     std::weak_ptr<SessionState> weakState = state_;
     environment.runInBackground = [weakState](dispatch::Task task) {
         auto state = weakState.lock();

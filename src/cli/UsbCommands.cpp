@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QTimer>
 
 #include <cstdio>
 #include <memory>
@@ -116,8 +117,8 @@ void printNotification(const QString& name, const QVariantMap& userInfo, bool js
     }
 }
 
-int watch(const CliContext& context, bool json) {
-    registryFor(context);
+int watch(const CliContext& context, bool json, bool follow) {
+    usb::UsbRegistry& registry = registryFor(context);
     auto batch = std::make_shared<int>(0);
     core::NotificationCenter& center = core::NotificationCenter::defaultCenter();
     for (const QString& name :
@@ -126,14 +127,32 @@ int watch(const CliContext& context, bool json) {
             printNotification(posted, info, json, ++*batch);
         });
     }
+    // While the simulator is away, it is asked again every second; the first answer resumes the
+    // watch, and what changed meanwhile comes as removals and arrivals.
+    QTimer retry;
+    retry.setInterval(1000);
+    QObject::connect(&retry, &QTimer::timeout, [&registry, &retry, &context] {
+        if (!registry.resumeWatching())
+            return;
+        retry.stop();
+        std::fprintf(stderr, "tarvel-cli: usb watch: the simulator at %s is back; watching again\n",
+                     qPrintable(context.simulatorSocket().value_or(QString())));
+        std::fflush(stderr);
+    });
     // A watch that can no longer hear anything must not look like a quiet bench.
-    QObject::connect(
-        &usb::UsbRegistry::shared(), &usb::UsbRegistry::watchingLost, [](const QString& why) {
+    QObject::connect(&registry, &usb::UsbRegistry::watchingLost, [follow, &retry](const QString& why) {
+        if (!follow) {
             std::fprintf(stderr,
                          "tarvel-cli: usb watch: %s; no more arrivals or removals can be seen\n",
                          qPrintable(why));
             QCoreApplication::exit(exitFailure);
-        });
+            return;
+        }
+        std::fprintf(stderr, "tarvel-cli: usb watch: %s; trying again every second\n",
+                     qPrintable(why));
+        std::fflush(stderr);
+        retry.start();
+    });
     USBManager::sharedManager()->startWatching();
     return QCoreApplication::exec();
 }
@@ -157,8 +176,13 @@ void addUsbCommands(CLI::App& app, CliContext& context) {
         "watch",
         "Print arrivals (in batches) and removals as they are broadcast, until interrupted");
     watchCommand->add_flag("--json", *watchJson, "one JSON object a line per device");
-    watchCommand->callback([&context, watchJson] {
-        context.action = [&context, watchJson] { return watch(context, *watchJson); };
+    auto watchFollow = std::make_shared<bool>(false);
+    watchCommand->add_flag("--follow", *watchFollow,
+                           "when the simulator goes away, wait for it to come back");
+    watchCommand->callback([&context, watchJson, watchFollow] {
+        context.action = [&context, watchJson, watchFollow] {
+            return watch(context, *watchJson, *watchFollow);
+        };
     });
 }
 

@@ -62,6 +62,55 @@ std::optional<RestoreProgress> parseRestoreProgress(const QString& chunk) {
     return progress;
 }
 
+QList<UnreadableProgressLine> unreadableProgressLines(const QString& chunk) {
+    // The runner hands over a null string for bytes that are not UTF-8.
+    if (chunk.isNull())
+        return {UnreadableProgressLine{ProgressLineProblem::NotText, QString()}};
+    QList<UnreadableProgressLine> unreadable;
+    for (const QString& raw : chunk.split('\n')) {
+        const QString line = raw.trimmed();
+        if (line.isEmpty())
+            continue;
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(line.toUtf8(), &error);
+        if (error.error != QJsonParseError::NoError || !document.isObject()) {
+            unreadable.append({ProgressLineProblem::NotJson, line});
+            continue;
+        }
+        const QJsonObject object = document.object();
+        if (!object.contains(QStringLiteral("Step")) &&
+            object.value(QStringLiteral("Type")).toString() != QLatin1String("Error"))
+            unreadable.append({ProgressLineProblem::NoStep, line});
+    }
+    return unreadable;
+}
+
+QString unreadableProgressWarning(std::uint64_t ecid, const UnreadableProgressLine& unreadable) {
+    constexpr qsizetype shownLength = 100;
+    // Terminal control sequences in the line would redraw the reader's screen, not show up.
+    QString shown;
+    for (const QChar c : unreadable.line.left(shownLength))
+        shown += c.category() == QChar::Other_Control
+                     ? QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QChar('0'))
+                     : QString(c);
+    if (unreadable.line.size() > shownLength)
+        shown += QStringLiteral("…");
+    const QString device = QStringLiteral("0x") + QString::number(ecid, 16).toUpper();
+    switch (unreadable.problem) {
+        case ProgressLineProblem::NotText:
+            return QStringLiteral("restore of %1: the tool printed output that is not UTF-8 text")
+                .arg(device);
+        case ProgressLineProblem::NotJson:
+            return QStringLiteral("restore of %1: a line of the tool's progress is not JSON: %2")
+                .arg(device, shown);
+        case ProgressLineProblem::NoStep:
+            return QStringLiteral(
+                       "restore of %1: a line of the tool's progress has no \"Step\": %2")
+                .arg(device, shown);
+    }
+    return QString();
+}
+
 QString restoreStatusText(float progress) {
     // Compared as the double the float widens to, so 0.1 itself already counts as restoring.
     return static_cast<double>(progress) < 0.1 ? QStringLiteral("Preparing image for restore...")

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -38,6 +39,23 @@ struct RestoreProgress {
 // one read, later lines of the same chunk are not. Nothing when that line is not JSON or has no
 // "Step".
 std::optional<RestoreProgress> parseRestoreProgress(const QString& chunk);
+
+// Why a line of the tool's standard output during a restore says nothing we can read. An error
+// document ("Type": "Error") is the tool's answer, not a problem of this kind.
+enum class ProgressLineProblem { NotText, NotJson, NoStep };
+
+struct UnreadableProgressLine {
+    ProgressLineProblem problem;
+    QString line;  // empty for output that is not text at all
+};
+
+// Every line of a chunk that cannot be read, in order; lines that are empty or only whitespace do
+// not count. Only the first line of a chunk is read for progress, but a later one that could not
+// have been read either still says the tool's output is not what we understand.
+QList<UnreadableProgressLine> unreadableProgressLines(const QString& chunk);
+
+// A warning about one such line, naming the device, fit to print on one terminal line.
+QString unreadableProgressWarning(std::uint64_t ecid, const UnreadableProgressLine& unreadable);
 
 // The status text a progress value gives.
 QString restoreStatusText(float progress);

@@ -12,6 +12,8 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <set>
+
 using configurator::DeviceList;
 
 namespace {
@@ -242,10 +244,23 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
             completedBlock(device, true, failureMessage(status));
         });
     };
-    auto output = [device, outputBlock, keepErrors](const QString& chunk) {
+    auto warned = std::make_shared<std::set<configurator::ProgressLineProblem>>();
+    auto warnUnreadable = [this, alive, device, warned](const QString& chunk) {
+        for (const auto& unreadable : configurator::unreadableProgressLines(chunk)) {
+            if (!warned->insert(unreadable.problem).second)
+                continue;
+            const QString warning =
+                configurator::unreadableProgressWarning(device->ecid(), unreadable);
+            ZMRLogLevel1(warning);
+            if (!alive.expired() && unreadableProgressObserver_)
+                unreadableProgressObserver_(device, warning);
+        }
+    };
+    auto output = [device, outputBlock, keepErrors, warnUnreadable](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("output-->%1").arg(chunk));
         ZMRLogDebug(chunk);
         keepErrors(errorLinesOf(chunk, false));
+        warnUnreadable(chunk);
         const std::optional<configurator::RestoreProgress> progress =
             configurator::parseRestoreProgress(chunk);
         if (!progress)
@@ -268,6 +283,10 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
 QStringList ZMRConfigurator2Utility::restoreErrorLines(std::uint64_t ecid) const {
     const auto found = restoreErrors_.find(ecid);
     return found == restoreErrors_.end() ? QStringList() : found->second;
+}
+
+void ZMRConfigurator2Utility::setUnreadableProgressObserver(UnreadableProgressObserver observer) {
+    unreadableProgressObserver_ = std::move(observer);
 }
 
 void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {

@@ -31,6 +31,8 @@ class ZMRConfigurator2Utility {
     using RestoreCompletedBlock =
         std::function<void(const DevicePtr& device, bool failed, const QString& message)>;
     using Runner = std::shared_ptr<ZMTaskWrapperWithBlocks>;
+    using UnreadableProgressObserver =
+        std::function<void(const DevicePtr& device, const QString& warning)>;
 
     struct Collaborators {
         core::Settings* settings = nullptr;
@@ -71,6 +73,10 @@ class ZMRConfigurator2Utility {
     void restoreWithAC2ForDevice(DevicePtr device, RestoreOutputBlock outputBlock,
                                  RestoreErrorBlock errorBlock,
                                  RestoreCompletedBlock completedBlock);
+    // Told on the main thread, and written to the log, when a restore's standard output has a line
+    // that cannot be read: once per restore and kind of problem, as a tool that changed its format
+    // changes it on every line. Main thread.
+    void setUnreadableProgressObserver(UnreadableProgressObserver observer);
     // Main thread. Marks the device cancelled and stops its restore, if one runs.
     void cancelRestore(const DevicePtr& device);
     // Asks the listing and the single restore to terminate; per-device restores go on.
@@ -104,6 +110,7 @@ class ZMRConfigurator2Utility {
     Runner taskWrapper_;
     std::map<std::uint64_t, Runner> tasks_;
     std::map<std::uint64_t, QStringList> restoreErrors_;
+    UnreadableProgressObserver unreadableProgressObserver_;
     // Work queued to the main thread checks this before touching an object that may be gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };

@@ -4,18 +4,22 @@
 
 #include <QSocketNotifier>
 #include <QStringDecoder>
+#include <QTimer>
 
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
-// Large enough to take a full pipe in one read, so a chunk is whatever the child had written.
-constexpr size_t chunkSize = 64 * 1024;
+// One read takes at most a full pipe; a chunk gathers reads up to this cap.
+constexpr qsizetype readSize = 64 * 1024;
+constexpr qsizetype chunkCap = 1024 * 1024;
 
 // Text that is not UTF-8 gives a null string rather than a guess at what was meant.
 QString decodeChunk(const QByteArray& bytes) {
@@ -26,20 +30,32 @@ QString decodeChunk(const QByteArray& bytes) {
     return text;
 }
 
-enum class ReadResult { Chunk, EndOfFile, NothingYet };
+struct Drained {
+    QByteArray chunk;
+    bool endOfFile = false;
+};
 
-ReadResult readChunk(int fd, QByteArray* chunk) {
-    chunk->resize(chunkSize);
-    ssize_t count = 0;
-    do {
-        count = ::read(fd, chunk->data(), chunkSize);
-    } while (count < 0 && errno == EINTR);
-    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-        return ReadResult::NothingYet;
-    if (count <= 0)
-        return ReadResult::EndOfFile;
-    chunk->resize(count);
-    return ReadResult::Chunk;
+// Everything readable now, up to `limit` bytes, and whether the writer is gone. A chunk and the
+// end of file can come from the same call: the chunk is to be handed over before the run ends.
+Drained drain(int fd, qsizetype limit = chunkCap) {
+    Drained result;
+    while (result.chunk.size() < limit) {
+        const qsizetype had = result.chunk.size();
+        const qsizetype wanted = std::min(readSize, limit - had);
+        result.chunk.resize(had + wanted);
+        ssize_t count = 0;
+        do {
+            count = ::read(fd, result.chunk.data() + had, static_cast<size_t>(wanted));
+        } while (count < 0 && errno == EINTR);
+        result.chunk.resize(had + std::max<ssize_t>(count, 0));
+        if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            break;
+        if (count <= 0) {
+            result.endOfFile = true;
+            break;
+        }
+    }
+    return result;
 }
 
 // A launch failure goes to the system log only; the application's log never hears of it.
@@ -55,6 +71,12 @@ void ZMTaskWrapperWithBlocks::NotifierDeleter::operator()(QSocketNotifier* notif
     // The notifier may be the one whose signal is being delivered right now.
     notifier->setEnabled(false);
     notifier->deleteLater();
+}
+
+void ZMTaskWrapperWithBlocks::TimerDeleter::operator()(QTimer* timer) const {
+    // Likewise the timer, when an owner drops the runner from inside a chunk it handed over.
+    timer->stop();
+    timer->deleteLater();
 }
 
 ZMTaskWrapperWithBlocks::ZMTaskWrapperWithBlocks(StartBlock startBlock, EndBlock endBlock,
@@ -87,49 +109,71 @@ void ZMTaskWrapperWithBlocks::startProcess() {
     errorNotifier_.reset(new QSocketNotifier(task_->standardError(), QSocketNotifier::Read));
     QObject::connect(outputNotifier_.get(), &QSocketNotifier::activated, [this] { getData(); });
     QObject::connect(errorNotifier_.get(), &QSocketNotifier::activated, [this] { getStdErr(); });
+    settleTimer_.reset(new QTimer);
+    settleTimer_->setSingleShot(true);
+    QObject::connect(settleTimer_.get(), &QTimer::timeout, [this] { settled(); });
 }
 
+// A tool prints one document in several write() calls (stdio flushes a buffer at a time), and we
+// are woken by the first of them. Standard output is therefore gathered for a moment after its
+// first bytes, so a document written in one go reaches the owner as one chunk: the device listing
+// parses each chunk by itself. The end of the output hands over what was gathered at once.
 void ZMTaskWrapperWithBlocks::getData() {
     const auto keepAlive = weak_from_this().lock();
     if (!task_ || !outputNotifier_)
         return;
-    QByteArray chunk;
-    switch (readChunk(task_->standardOutput(), &chunk)) {
-        case ReadResult::NothingYet:
-            return;
-        case ReadResult::EndOfFile:
+    const Drained drained = drain(task_->standardOutput(), chunkCap - pendingOutput_.size());
+    pendingOutput_ += drained.chunk;
+    if (drained.endOfFile || pendingOutput_.size() >= chunkCap) {
+        handOverOutput();
+        if (drained.endOfFile && task_ && outputNotifier_)
             stopProcess();
-            return;
-        case ReadResult::Chunk:
-            if (outputBlock_)
-                outputBlock_(decodeChunk(chunk));
-            return;
+        return;
     }
+    if (!pendingOutput_.isEmpty() && !settleTimer_->isActive())
+        settleTimer_->start(settleMilliseconds);
+}
+
+void ZMTaskWrapperWithBlocks::settled() {
+    const auto keepAlive = weak_from_this().lock();
+    if (!task_ || !outputNotifier_)
+        return;
+    // What arrived since the last wake-up belongs to the same chunk; the notifier reports the end.
+    pendingOutput_ += drain(task_->standardOutput(), chunkCap - pendingOutput_.size()).chunk;
+    handOverOutput();
+}
+
+void ZMTaskWrapperWithBlocks::handOverOutput() {
+    settleTimer_->stop();
+    if (pendingOutput_.isEmpty())
+        return;
+    const QByteArray chunk = std::exchange(pendingOutput_, QByteArray());
+    if (outputBlock_)
+        outputBlock_(decodeChunk(chunk));
 }
 
 void ZMTaskWrapperWithBlocks::getStdErr() {
     const auto keepAlive = weak_from_this().lock();
     if (!task_ || !errorNotifier_)
         return;
-    QByteArray chunk;
-    switch (readChunk(task_->standardError(), &chunk)) {
-        case ReadResult::NothingYet:
-            return;
-        case ReadResult::EndOfFile:
-            // Standard error never ends a run. Past its end the pipe can deliver nothing more, so
-            // watching it would only spin the loop until the run stops.
-            errorNotifier_->setEnabled(false);
-            return;
-        case ReadResult::Chunk:
-            if (errorOutputBlock_)
-                errorOutputBlock_(decodeChunk(chunk));
+    const Drained drained = drain(task_->standardError());
+    if (!drained.chunk.isEmpty() && errorOutputBlock_) {
+        errorOutputBlock_(decodeChunk(drained.chunk));
+        if (!task_ || !errorNotifier_)
             return;
     }
+    // Standard error never ends a run. Past its end the pipe can deliver nothing more, so
+    // watching it would only spin the loop until the run stops.
+    if (drained.endOfFile)
+        errorNotifier_->setEnabled(false);
 }
 
+// Output gathered but not yet handed over goes with the reads: a stopped run reports nothing more.
 void ZMTaskWrapperWithBlocks::unregisterReads() {
     outputNotifier_.reset();
     errorNotifier_.reset();
+    settleTimer_.reset();
+    pendingOutput_.clear();
 }
 
 void ZMTaskWrapperWithBlocks::stopProcess() {

@@ -2,6 +2,7 @@
 
 #include "core/Clock.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
@@ -10,6 +11,7 @@
 #include <memory>
 
 class QSocketNotifier;
+class QTimer;
 
 namespace configurator {
 class ChildProcess;
@@ -17,8 +19,10 @@ class ChildProcess;
 
 // One external command run as a child process, everything that happens to it handed to four
 // callbacks on the main loop: before the start, per chunk of standard output, per chunk of
-// standard error, and at the end with the exit status. Only the end of standard output ends a run;
-// a child still running then is terminated. Start it on the main thread.
+// standard error, and at the end with the exit status. A chunk of standard output is what the child
+// wrote in one go: everything readable, gathered for a few milliseconds after its first bytes (up
+// to 1 MiB). Only the end of standard output ends a run; a child still running then is terminated.
+// Start it on the main thread.
 //
 // Owners that may drop the runner from inside one of its callbacks should hold it in a
 // std::shared_ptr: the runner then keeps itself alive until the callback has returned.
@@ -33,6 +37,8 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     static constexpr unsigned terminationGraceSeconds = 5;
     // How long a child that closed its output may ignore SIGTERM before it is killed.
     static constexpr unsigned killGraceSeconds = 5;
+    // How long standard output is gathered after its first bytes before they are handed over.
+    static constexpr int settleMilliseconds = 10;
 
     // arguments[0] is the program's path, the rest its arguments. The clock serves the grace
     // of terminationStatus().
@@ -62,8 +68,13 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
         void operator()(QSocketNotifier* notifier) const;
     };
     using Notifier = std::unique_ptr<QSocketNotifier, NotifierDeleter>;
+    struct TimerDeleter {
+        void operator()(QTimer* timer) const;
+    };
 
     void getData();
+    void settled();
+    void handOverOutput();
     void getStdErr();
     void unregisterReads();
     void terminateChild();
@@ -78,4 +89,6 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     std::unique_ptr<configurator::ChildProcess> task_;
     Notifier outputNotifier_;
     Notifier errorNotifier_;
+    std::unique_ptr<QTimer, TimerDeleter> settleTimer_;
+    QByteArray pendingOutput_;
 };

@@ -113,6 +113,11 @@ ZMRAcronameManagerEnvironment ZMRAcronameManagerEnvironment::processDefaults(
     };
     environment.console = DriverConsole::standard();
     environment.log = ZMRLogLevel1;
+    // Whichever front end started the sequence, the log names the port that stopped it: the
+    // technician reading it later has no window or terminal to ask.
+    environment.portFailed = [](const AcronamePort& port, const QString& command) {
+        ZMRLogLevel0(QStringLiteral("Port %1 failed: %2").arg(port.name(), command));
+    };
     return environment;
 }
 

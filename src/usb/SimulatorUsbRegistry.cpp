@@ -7,6 +7,7 @@
 #include <QJsonArray>
 
 #include <cmath>
+#include <utility>
 
 namespace usb {
 namespace {
@@ -44,6 +45,8 @@ QString sessionOf(const PropertyMap& properties) {
 SimulatorUsbRegistry::SimulatorUsbRegistry(const QString& socketPath, QObject* parent)
     : UsbRegistry(parent), connection_(new core::SimulatorConnection(socketPath, this)) {
     connect(connection_, &core::SimulatorConnection::disconnected, this, [this] {
+        // Nothing comes on that subscription any more; the next watch subscribes anew.
+        subscribed_ = false;
         ZMRLogLevel0(
             QStringLiteral("The simulator closed its socket; USB arrivals and removals stopped"));
         emit watchingLost(QStringLiteral("the simulator closed its socket"));
@@ -87,8 +90,34 @@ QList<PropertyMap> SimulatorUsbRegistry::startWatching() {
                          connection_->lastError());
     }
     const QList<PropertyMap> present = devices().value_or(QList<PropertyMap>{});
-    for (const PropertyMap& properties : present) attached_.insert(sessionOf(properties));
+    for (const PropertyMap& properties : present)
+        attached_.insert(sessionOf(properties), properties);
     return present;
+}
+
+bool SimulatorUsbRegistry::resumeWatching() {
+    if (watchers_ == 0)
+        return false;
+    if (!subscribed_)
+        subscribed_ = connection_->subscribe({QStringLiteral("usb")});
+    if (!subscribed_)
+        return false;
+    const std::optional<QList<PropertyMap>> present = devices();
+    if (!present)
+        return false;
+    // A restarted simulator starts new sessions: what was attached before is gone.
+    QHash<QString, PropertyMap> now;
+    for (const PropertyMap& properties : *present) now.insert(sessionOf(properties), properties);
+    const QHash<QString, PropertyMap> before = std::exchange(attached_, now);
+    for (auto it = before.begin(); it != before.end(); ++it)
+        if (!now.contains(it.key()))
+            emit deviceRemoved(it.value());
+    for (const PropertyMap& properties : *present)
+        if (!before.contains(sessionOf(properties)))
+            emit deviceArrived(properties);
+    ZMRLogLevel0(
+        QStringLiteral("The simulator is back; USB arrivals and removals are watched again"));
+    return true;
 }
 
 void SimulatorUsbRegistry::stopWatching() {
@@ -106,7 +135,7 @@ void SimulatorUsbRegistry::handleEvent(const QString& name, const QJsonObject& p
     if (name == QLatin1String("usb.added")) {
         if (attached_.contains(session))
             return;
-        attached_.insert(session);
+        attached_.insert(session, properties);
         emit deviceArrived(properties);
     } else if (name == QLatin1String("usb.removed")) {
         if (!attached_.remove(session))

@@ -2,8 +2,8 @@
 
 #include "usb/UsbRegistry.h"
 
+#include <QHash>
 #include <QJsonObject>
-#include <QSet>
 
 namespace core {
 class SimulatorConnection;
@@ -23,6 +23,7 @@ class SimulatorUsbRegistry final : public UsbRegistry {
     std::optional<QList<PropertyMap>> devices() override;
     QList<PropertyMap> startWatching() override;
     void stopWatching() override;
+    bool resumeWatching() override;
     QString lastError() const override;
 
     static PropertyMap propertiesFromJson(const QJsonObject& device);
@@ -33,8 +34,9 @@ class SimulatorUsbRegistry final : public UsbRegistry {
     core::SimulatorConnection* connection_;  // a child, so it moves threads with the registry
     int watchers_ = 0;
     bool subscribed_ = false;
-    // Attachments already reported, by sessionID: the listing and the first events may overlap.
-    QSet<QString> attached_;
+    // Attachments already reported, by sessionID: the listing and the first events may overlap,
+    // and a resumed watch reports as removed what is no longer there.
+    QHash<QString, PropertyMap> attached_;
 };
 
 }  // namespace usb

@@ -43,6 +43,11 @@ class UsbRegistry : public QObject {
     virtual QList<PropertyMap> startWatching() = 0;
     virtual void stopWatching() = 0;
 
+    // After watchingLost: tries to hear arrivals and removals again. True when it does; what
+    // changed meanwhile has then been reported as removals and arrivals. A registry that cannot
+    // lose its watch never resumes one.
+    virtual bool resumeWatching() { return false; }
+
     // Why the last listing failed, for messages to the user.
     virtual QString lastError() const { return {}; }
 

@@ -46,6 +46,33 @@ TEST(RestoreProgress, OnlyTheFirstNonEmptyLineOfAChunkCountsAndOneTenthMeansRest
         "Restoring");
 }
 
+TEST(RestoreProgress, LinesThatCannotBeReadAreNamedButErrorsAndBlankLinesAreNot) {
+    using configurator::ProgressLineProblem;
+    using configurator::unreadableProgressLines;
+    const auto lines = unreadableProgressLines(
+        "{\"Step\":\"A\",\"Progress\":0.25}\r\n\r\n  \n\x1b[2K\rrestore: 50%\r\n"
+        "{\"Progress\":0.5}\n{\"Type\":\"Error\",\"Message\":\"no device\"}\n[1,2]\n");
+    ASSERT_EQ(lines.size(), 3);
+    EXPECT_EQ(lines[0].problem, ProgressLineProblem::NotJson);
+    EXPECT_EQ(lines[0].line, "\x1b[2K\rrestore: 50%");
+    EXPECT_EQ(lines[1].problem, ProgressLineProblem::NoStep);
+    EXPECT_EQ(lines[2].problem, ProgressLineProblem::NotJson) << "JSON, but not an object";
+
+    const auto notText = unreadableProgressLines(QString());
+    ASSERT_EQ(notText.size(), 1);
+    EXPECT_EQ(notText[0].problem, ProgressLineProblem::NotText);
+    EXPECT_TRUE(unreadableProgressLines("\r\n").isEmpty());
+
+    // The terminal must see the control characters, not act on them; long lines are cut.
+    EXPECT_EQ(configurator::unreadableProgressWarning(0x16594A1492801E, lines[0]),
+              "restore of 0x16594A1492801E: a line of the tool's progress is not JSON: "
+              "\\x1b[2K\\x0drestore: 50%");
+    const QString warning = configurator::unreadableProgressWarning(
+        0xAB, {ProgressLineProblem::NoStep, "{\"x\":\"" + QString(300, 'y') + "\"}"});
+    EXPECT_LT(warning.size(), 180);
+    EXPECT_TRUE(warning.endsWith(QStringLiteral("…")));
+}
+
 TEST(RestoreCommand, SameToolArgumentsBehindEitherPseudoTerminal) {
     const quint64 large = (1ull << 63) + 5;
     const QStringList mac = configurator::deviceRestoreCommand(configurator::RestorePlatform::MacOS,
@@ -209,6 +236,30 @@ TEST_F(Restore, CancelStopsARunningRestoreAndIsNoOpOtherwise) {
     EXPECT_TRUE(completions[0].failed);
     EXPECT_EQ(completions[0].message, statusMessage(15));
     EXPECT_EQ(u->task(0x42), nullptr);
+}
+
+TEST_F(Restore, UnreadableOutputIsReportedOncePerRestoreAndKind) {
+    auto u = utility(
+        scripts.write("cfgutil",
+                      "for i in 1 2 3; do echo \"restore: $i%\"; echo '{\"Progress\":0.1}'; done\n"
+                      "echo '{\"Step\":\"Restoring\",\"Progress\":0.5}'"));
+    QStringList warnings;
+    u->setUnreadableProgressObserver([&](const auto& device, const QString& warning) {
+        warnings << QStringLiteral("%1 %2").arg(device->ecid(), 0, 16).arg(warning);
+    });
+    restore(*u, device(0xA1));
+    ASSERT_TRUE(runLoopUntil([&] { return completions.size() == 1; }));
+    EXPECT_EQ(warnings,
+              QStringList({"a1 restore of 0xA1: a line of the tool's progress is not JSON: "
+                           "restore: 1%",
+                           "a1 restore of 0xA1: a line of the tool's progress has no \"Step\": "
+                           "{\"Progress\":0.1}"}));
+
+    // The next restore starts afresh.
+    restore(*u, device(0xB2));
+    ASSERT_TRUE(runLoopUntil([&] { return completions.size() == 2; }));
+    EXPECT_EQ(warnings.size(), 4);
+    EXPECT_TRUE(warnings[2].startsWith("b2 restore of 0xB2: "));
 }
 
 TEST_F(Restore, InvalidDevicesAndAMissingFirmwareFileStopBeforeAnyChild) {

@@ -175,6 +175,50 @@ TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
     EXPECT_EQ(record.ends, std::vector<int>{9});
 }
 
+TEST(TaskWrapper, WhatTheChildWritesInOneGoIsOneChunkAndNoChunkPassesTheCap) {
+    Scripts scripts;
+    const QString gate = scripts.path("gate");
+    ASSERT_EQ(::mkfifo(gate.toLocal8Bit().constData(), 0600), 0);
+    // Three writes of 20 KiB in a row, the second cutting a UTF-8 sequence in two, then output
+    // kept open until the first chunk has been handed over, so the end of file cannot gather it.
+    const QString piecewise = scripts.write(
+        "piecewise",
+        "x=$(printf '%20480s' ''); printf '%s\\342\\200' \"$x\"; printf '\\224%s' \"$x\"; "
+        "printf '%s' \"$x\"; read _ < \"$1\"; printf 'later'");
+    Recorder record;
+    auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(
+        nullptr, [&](int status) { record.ends.push_back(status); },
+        [&](const QString& chunk) {
+            record.output << chunk;
+            if (record.output.size() == 1) {
+                const int fd = ::open(gate.toLocal8Bit().constData(), O_WRONLY);
+                [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
+                ::close(fd);
+            }
+        },
+        nullptr, QStringList{piecewise, gate});
+    runner->startProcess();
+    ASSERT_TRUE(record.ended());
+    ASSERT_EQ(record.output.size(), 2);
+    EXPECT_EQ(record.output[0],
+              QString(20480, ' ') + QString::fromUtf8("\u2014") + QString(2 * 20480, ' '));
+    EXPECT_EQ(record.output[1], "later");
+
+    // A child that floods its output is handed over in pieces of at most 1 MiB, nothing lost.
+    const QString flood = scripts.write("flood", "head -c 3000000 /dev/zero | tr '\\0' 'z'");
+    Recorder flooded;
+    auto floodRunner = flooded.make({flood});
+    floodRunner->startProcess();
+    ASSERT_TRUE(flooded.ended());
+    qsizetype total = 0;
+    for (const QString& chunk : flooded.output) {
+        EXPECT_LE(chunk.size(), 1024 * 1024);
+        total += chunk.size();
+    }
+    EXPECT_EQ(total, 3000000);
+    EXPECT_EQ(flooded.output.join(QString()), QString(3000000, 'z'));
+}
+
 TEST(TaskWrapper, StatusOfAChildStillRunningAfterTheGraceIsMinus999) {
     Scripts scripts;
     testing_support::VirtualClock clock;

@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QSet>
 
 #include <gtest/gtest.h>
 
@@ -89,6 +90,77 @@ TEST_F(CliConfigurator, AGarbledListingIsAnErrorNotAnEmptyBench) {
         "printed a device list that could not be read; it began:\n<?xml"))
         << listed.standardError.toStdString();
     EXPECT_EQ(station.cli({"restore", "--all-dfu"}).exitCode, 1) << "nor an empty batch";
+}
+
+// A full bench of seven hubs, five Macs each, with the long names technicians give them: the tool
+// prints one document of some 18 KiB, in more than one write.
+TEST_F(CliConfigurator, AFullSevenHubBenchIsListedWhole) {
+    QJsonArray hubs;
+    for (int hub = 0; hub < 7; ++hub) {
+        QJsonArray macs;
+        for (int port = 1; port <= 5; ++port) {
+            const int n = hub * 5 + port;
+            macs.append(QJsonObject{
+                {"port", port},
+                {"ecid", QStringLiteral("0x%1").arg(0x16594A14928000 + n * 0x1111, 0, 16)},
+                {"serialNumber", QStringLiteral("SN%1").arg(n, 8, 10, QChar('0'))},
+                {"deviceType", "MacBookPro18,3"},
+                {"name", QStringLiteral("Classroom 214 — Bench %1, port %2 — MacBook Pro (14-inch, "
+                                        "2021) — asset KS-%3 — reimaged after the last lesson")
+                             .arg(QChar('A' + hub))
+                             .arg(port)
+                             .arg(n, 6, 10, QChar('0'))},
+                {"state", "dfu"}});
+        }
+        hubs.append(
+            QJsonObject{{"serial", QStringLiteral("0x1C3B4A%1").arg(hub + 1, 2, 16, QChar('0'))},
+                        {"usbID", hub + 1},
+                        {"firmware", "2.10.4"},
+                        {"inputPowerSource", 7},
+                        {"powerLimit", 100000},
+                        {"powerLimitMax", 100000},
+                        {"macs", macs}});
+    }
+    const QByteArray bench = QJsonDocument(QJsonObject{{"hubs", hubs}}).toJson();
+    ASSERT_EQ(station.start({"--station", station.writeStation(bench)}), station.socket());
+    const QJsonArray listed = devices();
+    ASSERT_EQ(listed.size(), 35);
+    QSet<QString> names;
+    for (const QJsonValue& mac : listed) names.insert(mac.toObject().value("name").toString());
+    EXPECT_EQ(names.size(), 35);
+    EXPECT_TRUE(names.contains(QStringLiteral(
+        "Classroom 214 — Bench G, port 5 — MacBook Pro (14-inch, 2021) — asset KS-000035 — "
+        "reimaged after the last lesson")));
+}
+
+// A tool that draws a terminal progress line before each JSON line: the technician hears of it
+// once per device, not once per line.
+TEST_F(CliConfigurator, UnreadableRestoreOutputIsWarnedOfOncePerDevice) {
+    const char* garbled = R"({
+      "timing": { "bootSeconds": 1, "dfuSeconds": 1, "restoreSeconds": 20 },
+      "hubs": [ { "serial": "0x1C3B4A01", "usbID": 1, "firmware": "2.10.4", "inputPowerSource": 7,
+                  "powerLimit": 100000, "powerLimitMax": 100000,
+                  "macs": [
+                    { "port": 1, "ecid": "0x16594A1492801E", "serialNumber": "H4WGJ2Q7PX",
+                      "deviceType": "Macmini9,1", "name": "A1", "state": "dfu",
+                      "garbledRestoreOutput": true },
+                    { "port": 2, "ecid": "0xE4C91D2A07B3", "serialNumber": "F7NQ4XR2HT",
+                      "deviceType": "Macmini9,1", "name": "A2", "state": "dfu",
+                      "garbledRestoreOutput": true } ] } ]
+    })";
+    ASSERT_EQ(station.start({"--station", station.writeStation(garbled)}), station.socket());
+    const QString notJson = "a line of the tool's progress is not JSON: \\x1b[2K\\x0drestore: ";
+
+    const ProcessResult single = station.cli({"restore-device", "0x16594A1492801E"});
+    EXPECT_EQ(single.exitCode, 0) << single.standardError.toStdString();
+    EXPECT_EQ(single.standardOutput.count("warning: restore of 0x16594A1492801E: " + notJson), 1)
+        << single.standardOutput.toStdString();
+
+    const ProcessResult batch = station.cli({"restore", "0xE4C91D2A07B3"});
+    EXPECT_EQ(batch.exitCode, 0) << batch.standardError.toStdString();
+    EXPECT_EQ(batch.standardOutput.count("warning: restore of 0xE4C91D2A07B3: " + notJson), 1)
+        << batch.standardOutput.toStdString();
+    EXPECT_EQ(batch.standardOutput.count("warning:"), 1);
 }
 
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {

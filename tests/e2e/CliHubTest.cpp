@@ -1,5 +1,9 @@
 #include "support/SimulatedStation.h"
 
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -81,6 +85,26 @@ TEST_F(CliHub, EmptyStationListsNoHubsAndKnowsNoneByName) {
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.standardError.contains("hub 1234ABCD has no port 7 (ports are 0 to 6)"));
     EXPECT_EQ(station.cli({"hub", "led", "0A"}).exitCode, 1);
+}
+
+// The verdict logs each failed port; the hub layer's own report of it must not double the line.
+TEST_F(CliHub, AFailedPortIsLoggedOnce) {
+    ASSERT_FALSE(station
+                     .start({"--station", station.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE",
+        "faults": [{"call": "port.setEnabled", "index": 1, "results": [6], "repeat": true}],
+        "macs": [{"port": 1, "ecid": "0x1", "serialNumber": "AAAA000001"}]}]})")})
+                     .isEmpty());
+    EXPECT_EQ(station.cli({"restart", "C0FFEE:1"}).exitCode, 1);
+    QString log;
+    for (const QFileInfo& file : QDir(station.logFolder()).entryInfoList(QDir::Files)) {
+        QFile opened(file.filePath());
+        if (opened.open(QIODevice::ReadOnly))
+            log += QString::fromUtf8(opened.readAll());
+    }
+    const QStringList failures =
+        log.split('\n').filter(QRegularExpression("C0FFEE:1.*fail|fail.*C0FFEE:1"));
+    EXPECT_EQ(failures.size(), 2) << log.toStdString();  // the port, then the verdict
+    EXPECT_EQ(log.count("port failed: C0FFEE:1"), 1) << log.toStdString();
 }
 
 }  // namespace

@@ -93,4 +93,28 @@ TEST_F(CliLocal, AutoRestoresThreeMacsPluggedInOneAfterAnother) {
     EXPECT_TRUE(output.contains("device unplugged. setting to check")) << shown;
 }
 
+TEST_F(CliLocal, AutoEndsWithFailureWhenTheSimulatorGoesAway) {
+    ASSERT_FALSE(station_.start().isEmpty());
+    QProcess cycle;
+    cycle.setProcessEnvironment(station_.environment());
+    cycle.start(testing_support::executablePath("tarvel-cli"),
+                {"--simulate=" + station_.socket(), "local", "auto", "--restore"});
+    ASSERT_TRUE(cycle.waitForStarted(5000));
+    QByteArray output;
+    const QDeadlineTimer started(15000);
+    while (!output.contains("Ctrl-C stops.") && !started.hasExpired() &&
+           cycle.state() == QProcess::Running) {
+        cycle.waitForReadyRead(200);
+        output += cycle.readAllStandardOutput();
+    }
+    ASSERT_TRUE(output.contains("Ctrl-C stops.")) << output.toStdString();
+
+    station_.simulator().kill();
+    ASSERT_TRUE(station_.simulator().waitForFinished(5000));
+    ASSERT_TRUE(cycle.waitForFinished(5000)) << "a cycle that hears nothing more must not hang";
+    EXPECT_EQ(cycle.exitCode(), 1);
+    EXPECT_TRUE(cycle.readAllStandardError().contains(
+        "tarvel-cli: local auto: the simulator closed its socket"));
+}
+
 }  // namespace

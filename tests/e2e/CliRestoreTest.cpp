@@ -147,4 +147,27 @@ TEST_F(CliRestore, InterruptCancelsTheRunningRestoreAndLeavesTheRestUnstarted) {
         << "the simulator stopped its restore";
 }
 
+TEST_F(CliRestore, TheBatchEndsWithFailureWhenTheSimulatorGoesAway) {
+    ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(600))}).isEmpty());
+    QProcess restore;
+    restore.setProcessEnvironment(station_.environment());
+    restore.start(testing_support::executablePath("tarvel-cli"),
+                  {"--simulate=" + station_.socket(), "restore", "0x11", "0x12"});
+    ASSERT_TRUE(restore.waitForStarted(5000));
+    QByteArray output;
+    const QDeadlineTimer firstStep(10000);
+    while (!output.contains("Preparing restore") && !firstStep.hasExpired()) {
+        restore.waitForReadyRead(100);
+        output += restore.readAllStandardOutput();
+    }
+    ASSERT_TRUE(output.contains("Preparing restore")) << output.toStdString();
+
+    station_.simulator().kill();
+    ASSERT_TRUE(station_.simulator().waitForFinished(5000));
+    ASSERT_TRUE(restore.waitForFinished(5000));
+    EXPECT_EQ(restore.exitCode(), 1);
+    EXPECT_TRUE(restore.readAllStandardError().contains(
+        "tarvel-cli: restore: the simulator closed its socket; the batch was abandoned"));
+}
+
 }  // namespace

@@ -2,9 +2,11 @@
 #include "FakeStem.h"
 #include "support/VirtualClock.h"
 
+#include "core/ZMRUnifiedLogger.h"
 #include "hubs/AcronameHub.h"
 #include "hubs/AcronamePort.h"
 #include "hubs/BrainStemWrapper.h"
+#include "hubs/ZMRAcronameManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -49,6 +51,19 @@ TEST_F(HubRecordsTest, ModelNameIsTheSerialInHexAndDescriptionsShowTheModelAsMod
     port.setHub(hub.get());
     port.setIsConnected(true);
     EXPECT_EQ(port.description(), "portID: 3, hub: " + expected + ", isConnected:1");
+}
+
+// Every front end runs its sequences on the process defaults, and a technician reads the log
+// after the fact: the port that stopped a sequence is there at level 0, named as on the bench.
+TEST_F(HubRecordsTest, TheProcessDefaultsLogEveryPortFailureWithHubAndPort) {
+    const auto environment = ZMRAcronameManagerEnvironment::processDefaults(std::nullopt);
+    ASSERT_TRUE(environment.portFailed);
+    auto hub = makeHub(0x1C3B4A01);
+    AcronamePort port;
+    port.setPortID(3);
+    port.setHub(hub.get());
+    environment.portFailed(port, "DFU command");
+    EXPECT_EQ(ZMRUnifiedLogger::sharedLogger().lastLine(), "Port 1C3B4A01:3 failed: DFU command");
 }
 
 TEST_F(HubRecordsTest, NeverConnectedHubSendsNothing) {

@@ -120,6 +120,43 @@ TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAP
     EXPECT_EQ(watchLines.size(), present + 2);
 }
 
+TEST_F(UsbCommandsAgainstSimulator, FollowingWatchWaitsForTheSimulatorToComeBack) {
+    watcher.setProcessEnvironment(station.environment());
+    watcher.start(testing_support::executablePath("tarvel-cli"),
+                  {"--simulate=" + station.socket(), "usb", "watch", "--follow"});
+    ASSERT_TRUE(watcher.waitForReadyRead(10000)) << "the watch lists what is attached first";
+    QByteArray errors;
+    auto readErrorsUntil = [&](const QByteArray& wanted, int milliseconds) {
+        const QDeadlineTimer deadline(milliseconds);
+        while (!errors.contains(wanted) && !deadline.hasExpired() &&
+               watcher.state() == QProcess::Running) {
+            watcher.waitForReadyRead(100);
+            watcher.readAllStandardOutput();
+            errors += watcher.readAllStandardError();
+        }
+        return errors.contains(wanted);
+    };
+
+    station.simulator().kill();
+    ASSERT_TRUE(station.simulator().waitForFinished(5000));
+    ASSERT_TRUE(readErrorsUntil("the simulator closed its socket; trying again every second", 5000))
+        << errors.toStdString();
+    EXPECT_EQ(watcher.state(), QProcess::Running);
+
+    ASSERT_EQ(station.start({}, 30), station.socket()) << "the same socket again";
+    ASSERT_TRUE(readErrorsUntil("is back; watching again", 5000)) << errors.toStdString();
+
+    // Watching again, not merely saying so: a port cycled now is seen.
+    ASSERT_TRUE(setFirstPortEnabled(false));
+    const QDeadlineTimer deadline(5000);
+    QByteArray output;
+    while (!output.contains("deviceRemoved") && !deadline.hasExpired()) {
+        watcher.waitForReadyRead(100);
+        output += watcher.readAllStandardOutput();
+    }
+    EXPECT_TRUE(output.contains("deviceRemoved (1)")) << output.toStdString();
+}
+
 TEST(UsbCommandsAgainstAStation, AnEcidTooLargeForTheRegistryIsLeftOutNotFatal) {
     testing_support::SimulatedStation station;
     ASSERT_FALSE(station
