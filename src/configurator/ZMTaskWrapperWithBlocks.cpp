@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <utility>
 
@@ -20,6 +21,9 @@ namespace {
 // One read takes at most a full pipe; a chunk gathers reads up to this cap.
 constexpr qsizetype readSize = 64 * 1024;
 constexpr qsizetype chunkCap = 1024 * 1024;
+// Less than this at a wake-up is a line or two, written whole (the most a pipe writes at once):
+// it goes over at once, so a tool's progress lines arrive one chunk each as they are printed.
+constexpr qsizetype bulkWrite = PIPE_BUF;
 
 // Text that is not UTF-8 gives a null string rather than a guess at what was meant.
 QString decodeChunk(const QByteArray& bytes) {
@@ -114,10 +118,10 @@ void ZMTaskWrapperWithBlocks::startProcess() {
     QObject::connect(settleTimer_.get(), &QTimer::timeout, [this] { settled(); });
 }
 
-// A tool prints one document in several write() calls (stdio flushes a buffer at a time), and we
-// are woken by the first of them. Standard output is therefore gathered for a moment after its
-// first bytes, so a document written in one go reaches the owner as one chunk: the device listing
-// parses each chunk by itself. The end of the output hands over what was gathered at once.
+// A tool prints a long document in several write() calls (stdio flushes a buffer at a time), and
+// we are woken by the first of them. Standard output that arrives in bulk is therefore gathered
+// for a moment, so a document written in one go reaches the owner as one chunk: the device
+// listing parses each chunk by itself. The end of the output hands over what was gathered at once.
 void ZMTaskWrapperWithBlocks::getData() {
     const auto keepAlive = weak_from_this().lock();
     if (!task_ || !outputNotifier_)
@@ -130,7 +134,11 @@ void ZMTaskWrapperWithBlocks::getData() {
             stopProcess();
         return;
     }
-    if (!pendingOutput_.isEmpty() && !settleTimer_->isActive())
+    if (settleTimer_->isActive() || pendingOutput_.isEmpty())
+        return;
+    if (pendingOutput_.size() < bulkWrite)
+        handOverOutput();
+    else
         settleTimer_->start(settleMilliseconds);
 }
 
