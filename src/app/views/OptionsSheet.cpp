@@ -10,11 +10,16 @@
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace views {
 namespace {
@@ -43,14 +48,34 @@ OptionsSheet::OptionsSheet(app::OptionsSheetModel& model, QWidget* parent)
     : QDialog(parent), model_(model) {
     setWindowTitle(QStringLiteral("Options"));
     setWindowModality(Qt::WindowModal);
-    auto* layout = new QVBoxLayout(this);
+    auto* content = new QWidget;
+    auto* groups = new QVBoxLayout(content);
+    groups->setContentsMargins(0, 0, 0, 0);
     for (QWidget* group : {ipswAndCacheGroup(), stayInFrontGroup(), hubPowerGroup(),
                            restoreQueueGroup(), eventScriptGroup()})
-        layout->addWidget(group);
+        groups->addWidget(group);
+    // The notes make the sheet taller than a small screen: the groups scroll, the Close button
+    // stays in view.
+    auto* scroll = new QScrollArea(this);
+    scroll->setWidget(content);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(scroll);
     layout->addWidget(buttons);
-    setMinimumWidth(620);
+
+    constexpr int width = 640;
+    const QMargins margins = layout->contentsMargins();
+    const int wanted = groups->totalHeightForWidth(width - margins.left() - margins.right()) +
+                       buttons->sizeHint().height() + layout->spacing() + margins.top() +
+                       margins.bottom();
+    const QScreen* shown = parent ? parent->screen() : QGuiApplication::primaryScreen();
+    const int room = shown ? shown->availableGeometry().height() * 9 / 10 : wanted;
+    setMinimumWidth(width);
+    resize(width, std::min(wanted, room));
 }
 
 QWidget* OptionsSheet::ipswAndCacheGroup() {
@@ -107,10 +132,8 @@ QWidget* OptionsSheet::hubPowerGroup() {
     layout->addWidget(addToggle(keys::acronameParallelHubs,
                                 QStringLiteral("Work All Hubs at the Same Time")));
     layout->addWidget(note(
-        QStringLiteral("If this setting is enabled, DFU, restart, recovery and power changes "
-                       "work the ports of every hub at once, one port after another on each hub, "
-                       "so a bench of several hubs takes about as long as one hub. If it is "
-                       "disabled, ports are worked one after another across all hubs."),
+        QStringLiteral("If this setting is enabled, DFU, restart and recovery work every hub "
+                       "at once, so a bench of several hubs takes about as long as one hub."),
         group));
     return group;
 }
