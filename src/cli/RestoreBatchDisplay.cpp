@@ -6,6 +6,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <QJsonDocument>
+
+#include <cmath>
 #include <cstdio>
 
 namespace cli {
@@ -20,13 +23,35 @@ int terminalWidth() {
 
 }  // namespace
 
-RestoreBatchDisplay::RestoreBatchDisplay(QList<Device> devices)
-    : RestoreBatchDisplay(std::move(devices), ::isatty(STDOUT_FILENO) == 1, terminalWidth()) {}
+RestoreBatchDisplay::RestoreBatchDisplay(QList<Device> devices, bool json)
+    : RestoreBatchDisplay(std::move(devices),
+                          json                             ? Style::Json
+                          : ::isatty(STDOUT_FILENO) == 1 ? Style::Terminal
+                                                         : Style::Plain,
+                          terminalWidth()) {}
 
-RestoreBatchDisplay::RestoreBatchDisplay(QList<Device> devices, bool terminal, int width)
-    : terminal_(terminal), width_(width) {
-    for (const Device& device : devices) rows_.append({device, QStringLiteral("waiting"), 0});
+RestoreBatchDisplay::RestoreBatchDisplay(QList<Device> devices, Style style, int width)
+    : style_(style), terminal_(style == Style::Terminal), width_(width) {
+    elapsed_.start();
+    QJsonArray listed;
+    for (const Device& device : devices) {
+        rows_.append({device, QStringLiteral("waiting"), 0});
+        listed.append(QJsonObject{{"ecid", formatEcid(device.ecid)}, {"serialNumber", device.serialNumber}});
+    }
+    if (style_ == Style::Json)
+        emitJson({{"event", "batch"}, {"devices", listed}});
     redraw();
+}
+
+void RestoreBatchDisplay::emitJson(QJsonObject event) const {
+    event.insert("time", std::round(double(elapsed_.elapsed()) / 10.0) / 100.0);
+    std::printf("%s\n", QJsonDocument(event).toJson(QJsonDocument::Compact).constData());
+}
+
+void RestoreBatchDisplay::end(const QJsonArray& history, int exitStatus) {
+    if (style_ == Style::Json)
+        emitJson({{"event", "end"}, {"history", history}, {"status", exitStatus}});
+    std::fflush(stdout);
 }
 
 void RestoreBatchDisplay::setDeviceText(std::uint64_t ecid, const QString& text, float progress) {
@@ -40,7 +65,13 @@ void RestoreBatchDisplay::setDeviceText(std::uint64_t ecid, const QString& text,
             return;
         row.text = text;
         row.progress = newProgress;
-        if (terminal_)
+        if (style_ == Style::Json)
+            emitJson({{"event", "device"},
+                      {"ecid", formatEcid(ecid)},
+                      {"serialNumber", row.device.serialNumber},
+                      {"status", text},
+                      {"progress", std::round(double(newProgress) * 1000) / 1000}});
+        else if (terminal_)
             redraw();
         else
             std::printf("%s\n", qPrintable(this->row(static_cast<int>(i))));
@@ -52,14 +83,21 @@ void RestoreBatchDisplay::setMessage(const QString& message) {
     if (message == message_)
         return;
     message_ = message;
-    if (terminal_)
+    if (style_ == Style::Json && !message.isEmpty())
+        emitJson({{"event", "message"}, {"text", message}});
+    else if (terminal_)
         redraw();
-    else if (!message.isEmpty())
+    else if (style_ == Style::Plain && !message.isEmpty())
         std::printf("%s\n", qPrintable(message));
     std::fflush(stdout);
 }
 
 void RestoreBatchDisplay::note(const QString& text) {
+    if (style_ == Style::Json) {
+        emitJson({{"event", "note"}, {"text", text}});
+        std::fflush(stdout);
+        return;
+    }
     erase();
     std::printf("%s\n", qPrintable(text));
     if (terminal_)

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QList>
 #include <QString>
 
@@ -9,16 +12,18 @@ namespace cli {
 
 // A batch of restores on the terminal: one live row per device (ECID, serial number, what it is
 // doing, a bar) and the batch's progress message under them, redrawn in place. Piped, every
-// change is one plain line instead, without control characters.
+// change is one plain line instead, without control characters; with --json, one JSON object.
 class RestoreBatchDisplay {
   public:
     struct Device {
         std::uint64_t ecid = 0;
         QString serialNumber;
     };
+    enum class Style { Terminal, Plain, Json };
 
-    explicit RestoreBatchDisplay(QList<Device> devices);
-    RestoreBatchDisplay(QList<Device> devices, bool terminal, int width);
+    // Standard output as it is: JSON when asked, live rows on a terminal, plain lines otherwise.
+    RestoreBatchDisplay(QList<Device> devices, bool json);
+    RestoreBatchDisplay(QList<Device> devices, Style style, int width);
 
     // progress < 0 keeps the bar where it was.
     void setDeviceText(std::uint64_t ecid, const QString& text, float progress = -1);
@@ -27,6 +32,8 @@ class RestoreBatchDisplay {
     void note(const QString& text);
     // Leaves the rows on the screen and the cursor under them.
     void finish();
+    // The batch's history and exit status; in JSON, the last event. Otherwise the caller prints.
+    void end(const QJsonArray& history, int exitStatus);
 
     // The row as drawn, cut to the width; for tests.
     QString row(int index) const;
@@ -41,11 +48,14 @@ class RestoreBatchDisplay {
     void redraw();
     void erase();
     QString cut(const QString& line) const;
+    void emitJson(QJsonObject event) const;
 
     QList<Row> rows_;
     QString message_;
+    Style style_;
     bool terminal_;
     int width_;
+    QElapsedTimer elapsed_;
     int drawnLines_ = 0;
 };
 

@@ -29,6 +29,7 @@ constexpr int exitCancelled = 130;
 
 struct Options {
     bool allInDFU = false;
+    bool json = false;
     std::vector<std::string> ecids;
     std::string historyJSON;
     std::optional<QString> simulator;
@@ -98,7 +99,7 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&appState));
     QList<RestoreBatchDisplay::Device> rows;
     for (const auto& device : devices) rows.append({device->ecid(), device->serialNumber()});
-    RestoreBatchDisplay display(rows);
+    RestoreBatchDisplay display(rows, options.json);
 
     QObject::connect(&session, &restore::RestoreSession::deviceProgress,
                      [&](const restore::DevicePtr& device, const QString& step, float progress) {
@@ -155,7 +156,6 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
         return exitFailure;
     }
 
-    printHistory(session.history());
     // The history keeps only the status; the tool's own reason is what a technician acts on.
     for (const auto& device : devices)
         for (const QString& line :
@@ -165,8 +165,12 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
                          qPrintable(line));
     if (!options.historyJSON.empty() &&
         !writeHistory(QString::fromStdString(options.historyJSON), session.history()))
-        return fail(exitFailure, QStringLiteral("could not write the history to %1")
-                                     .arg(QString::fromStdString(options.historyJSON)));
+        status = fail(exitFailure, QStringLiteral("could not write the history to %1")
+                                       .arg(QString::fromStdString(options.historyJSON)));
+    if (options.json)
+        display.end(historyRecords(session.history()), status);
+    else
+        printHistory(session.history());
     return status;
 }
 
@@ -191,6 +195,8 @@ void addRestoreCommands(CLI::App& app, CliContext& context) {
         "restore", "Restore devices one start after another (Ctrl-C cancels the batch)");
     restore->add_flag("--all-dfu", options->allInDFU, "every device in DFU mode");
     restore->add_option("ECID", options->ecids, "the devices' ECIDs, hexadecimal as `devices` prints them");
+    restore->add_flag("--json", options->json,
+                      "progress, notes and the history as JSON lines (one object per event)");
     restore->add_option("--history-json", options->historyJSON,
                         "write the batch's history records to this file as JSON");
     restore->callback([&context, options] {

@@ -118,6 +118,34 @@ TEST_F(CliRestore, RestoresEveryMacInDFUAndNamesTheOneThatFailed) {
     EXPECT_EQ(seen.count("restoreCompleted fail"), 1);
 }
 
+// A bench script follows the batch through JSON lines: the devices first, their progress, and the
+// history and exit status last.
+TEST_F(CliRestore, JsonLinesFollowTheBatchToItsHistory) {
+    station_.setPreference("timeBetweenProcesses", "0");
+    ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(20))}).isEmpty());
+    const ProcessResult run = station_.cli({"restore", "--json", "15", "23"});
+    EXPECT_EQ(run.exitCode, 1) << run.standardError.toStdString();
+
+    QList<QJsonObject> lines;
+    for (const QString& line : run.standardOutput.split('\n', Qt::SkipEmptyParts)) {
+        QJsonParseError error{};
+        lines << QJsonDocument::fromJson(line.toUtf8(), &error).object();
+        ASSERT_EQ(error.error, QJsonParseError::NoError) << line.toStdString();
+    }
+    ASSERT_GE(lines.size(), 3);
+    EXPECT_EQ(lines.first()["event"], "batch");
+    EXPECT_EQ(lines.first()["devices"].toArray().size(), 2);
+    const QJsonObject end = lines.last();
+    EXPECT_EQ(end["event"], "end");
+    EXPECT_EQ(end["status"], 1);
+    EXPECT_EQ(end["history"].toArray().size(), 2);
+    double furthest = 0;
+    for (const QJsonObject& event : lines)
+        if (event["event"] == "device" && event["ecid"] == "0x15")
+            furthest = std::max(furthest, event["progress"].toDouble());
+    EXPECT_DOUBLE_EQ(furthest, 1.0) << run.standardOutput.toStdString();
+}
+
 TEST_F(CliRestore, InterruptCancelsTheRunningRestoreAndLeavesTheRestUnstarted) {
     station_.setPreference("timeBetweenProcesses", "1");
     ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(600))}).isEmpty());
