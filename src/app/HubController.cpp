@@ -7,7 +7,11 @@
 namespace app {
 
 HubController::HubController(Environment environment, QObject* parent)
-    : QObject(parent), environment_(std::move(environment)) {}
+    : QObject(parent), environment_(std::move(environment)) {
+    // Countdowns and pauses move on the sheet while no event comes.
+    activityTick_.setInterval(1000);
+    connect(&activityTick_, &QTimer::timeout, this, &HubController::activityChanged);
+}
 
 HubController::~HubController() {
     for (const auto token : observers_) environment_.notifications->removeObserver(token);
@@ -87,17 +91,38 @@ void HubController::runSequence(Sequence sequence, const QSet<QUuid>& selectedDe
     if (ports.empty() || showModal_)
         return;
     setUpdateMessage(QString());
+    activity_ = {};
+    hubLines_ = environment_.station->worksHubsAtOnce();
+    sequenceClock_.start();
+    activityTick_.start();
+    emit activityChanged();
     setShowModal(true);
     auto update = [this, alive = alive()](const QString& text) {
         onMain(alive, [this, text] { setUpdateMessage(text); });
     };
     auto completion = [this, alive = alive()](bool) { onMain(alive, [this] { sequenceEnded(); }); };
-    ((*environment_.station).*sequence)(std::move(ports), std::move(update), std::move(completion));
+    // The event is put into words on the sequence's thread, while its port surely exists.
+    auto observer = [this, alive = alive()](const PortProgress& progress) {
+        onMain(alive, [this, event = PortActivity::describe(progress)] {
+            activity_.record(event, sequenceClock_.elapsed());
+            emit activityChanged();
+        });
+    };
+    ((*environment_.station).*sequence)(std::move(ports), std::move(update), std::move(completion),
+                                        std::move(observer));
+}
+
+QString HubController::activityText() const {
+    const qint64 now = sequenceClock_.isValid() ? sequenceClock_.elapsed() : 0;
+    if (!hubLines_ || activity_.isPaused())
+        return activity_.stepText(now, true);
+    return activity_.hubLines(now).join('\n');
 }
 
 // The sequence leaves the ports' hubs reconnected with new port records, so the rows are
 // rebuilt to act on what is there now.
 void HubController::sequenceEnded() {
+    activityTick_.stop();
     setShowModal(false);
     refreshAgain_ = false;
     refresh();

@@ -4,11 +4,14 @@
 #include "app/HubTableModel.h"
 
 #include "core/Dispatch.h"
+#include "hubs/PortActivity.h"
 #include "core/NotificationCenter.h"
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QSet>
+#include <QTimer>
 #include <QUuid>
 #include <QVariantMap>
 
@@ -24,6 +27,7 @@ class HubController : public QObject {
     Q_PROPERTY(bool isRefreshing READ isRefreshing NOTIFY isRefreshingChanged)
     Q_PROPERTY(bool showModal READ showModal NOTIFY showModalChanged)
     Q_PROPERTY(QString updateMessage READ updateMessage NOTIFY updateMessageChanged)
+    Q_PROPERTY(QString activityText READ activityText NOTIFY activityChanged)
 
   public:
     struct Environment {
@@ -45,6 +49,11 @@ class HubController : public QObject {
     bool isRefreshing() const { return isRefreshing_; }
     bool showModal() const { return showModal_; }
     QString updateMessage() const { return updateMessage_; }
+    // Under the sequence's text: the port and step being worked, or with hubs worked at once
+    // one line per hub; the countdowns move every second.
+    QString activityText() const;
+    int portsDone() const { return activity_.done(); }
+    int portsCount() const { return activity_.count(); }
 
     // The window was shown: watch for hubs coming and going, and rebuild the rows.
     void viewShown();
@@ -65,11 +74,12 @@ class HubController : public QObject {
     void isRefreshingChanged(bool refreshing);
     void showModalChanged(bool shown);
     void updateMessageChanged(const QString& message);
+    void activityChanged();
     void rowsRebuilt();
 
   private:
     using Sequence = void (HubStation::*)(AcronamePorts, HubStation::Update,
-                                          HubStation::Completion);
+                                          HubStation::Completion, PortObserver);
 
     AcronamePorts selectedPorts(const QSet<QUuid>& selectedDevices) const;
     void runSequence(Sequence sequence, const QSet<QUuid>& selectedDevices);
@@ -91,6 +101,10 @@ class HubController : public QObject {
     bool refreshAgain_ = false;
     bool showModal_ = false;
     QString updateMessage_;
+    PortActivity activity_;
+    bool hubLines_ = false;
+    QElapsedTimer sequenceClock_;
+    QTimer activityTick_;
     QList<core::NotificationCenter::Token> observers_;
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };

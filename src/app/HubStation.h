@@ -19,12 +19,15 @@ class HubStation {
 
     // Blocks while the hubs are reconnected and probed; the completion may come on any thread.
     virtual void refreshAcronameDevices(std::function<void(AC2Devices)> completion) = 0;
-    virtual void dfuModeForAcronamePorts(AcronamePorts ports, Update update,
-                                         Completion completion) = 0;
-    virtual void restartForAcronamePorts(AcronamePorts ports, Update update,
-                                         Completion completion) = 0;
+    // The observer hears, on the sequence's thread, which port and step are being worked.
+    virtual void dfuModeForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                         PortObserver observer) = 0;
+    virtual void restartForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                         PortObserver observer) = 0;
     virtual void recoveryForAcronamePorts(AcronamePorts ports, Update update,
-                                          Completion completion) = 0;
+                                          Completion completion, PortObserver observer) = 0;
+    // Whether sequences work every hub at once, as the acronameParallelHubs setting says now.
+    virtual bool worksHubsAtOnce() const = 0;
     // Blocking hub commands.
     virtual void rebootHub(AcronameHub& hub) = 0;
     virtual void toggleLED(AcronameHub& hub) = 0;

@@ -12,18 +12,25 @@ void ManagerHubStation::refreshAcronameDevices(std::function<void(AC2Devices)> c
 }
 
 void ManagerHubStation::dfuModeForAcronamePorts(AcronamePorts ports, Update update,
-                                                Completion completion) {
-    manager_->dfuModeForAcronamePorts(std::move(ports), std::move(update), std::move(completion));
+                                         Completion completion, PortObserver observer) {
+    manager_->dfuModeForAcronamePorts(std::move(ports), std::move(update), std::move(completion),
+                 std::move(observer));
 }
 
 void ManagerHubStation::restartForAcronamePorts(AcronamePorts ports, Update update,
-                                                Completion completion) {
-    manager_->restartForAcronamePorts(std::move(ports), std::move(update), std::move(completion));
+                                         Completion completion, PortObserver observer) {
+    manager_->restartForAcronamePorts(std::move(ports), std::move(update), std::move(completion),
+                 std::move(observer));
 }
 
 void ManagerHubStation::recoveryForAcronamePorts(AcronamePorts ports, Update update,
-                                                 Completion completion) {
-    manager_->recoveryForAcronamePorts(std::move(ports), std::move(update), std::move(completion));
+                                         Completion completion, PortObserver observer) {
+    manager_->recoveryForAcronamePorts(std::move(ports), std::move(update), std::move(completion),
+                 std::move(observer));
+}
+
+bool ManagerHubStation::worksHubsAtOnce() const {
+    return manager_->parallelHubs();
 }
 
 void ManagerHubStation::rebootHub(AcronameHub& hub) {

@@ -32,13 +32,6 @@ int terminalWidth() {
     return 80;
 }
 
-QString portPlace(const PortProgress& event) {
-    return QStringLiteral("port %1 of %2 · %3")
-        .arg(event.position)
-        .arg(event.count)
-        .arg(event.port->name());
-}
-
 QString resultText(const PortProgress& event) {
     if (event.kind == PortProgress::Kind::PortSkipped)
         return QStringLiteral("%1 nothing connected").arg(event.port->name());
@@ -141,39 +134,16 @@ void ProgressDisplay::headline(const QString& text) {
 
 void ProgressDisplay::port(const PortProgress& event) {
     std::lock_guard lock(mutex_);
-    if (event.count > 0)
-        count_ = event.count;
-    if (event.kind == PortProgress::Kind::PortResult && event.succeeded)
-        ++done_;
+    activity_.record(PortActivity::describe(event), elapsed_());
     if (options_.style == Style::Json) {
         emitJson(portJson(event));
         return;
     }
     const bool isResult = event.kind == PortProgress::Kind::PortResult ||
                           event.kind == PortProgress::Kind::PortSkipped;
-    if (!isResult) {
-        current_ = event;
-        currentSince_ = elapsed_();
-        if (options_.linePerHub && event.port) {
-            const QString hub = event.port->name().section(':', 0, 0);
-            auto lane = std::find_if(lanes_.begin(), lanes_.end(),
-                                     [&](const HubLane& known) { return known.hub == hub; });
-            if (lane == lanes_.end()) {
-                // Hubs keep the order of their ports in the list, whichever lane spoke first.
-                const auto later = std::find_if(lanes_.begin(), lanes_.end(), [&](const HubLane& known) {
-                    return known.firstPosition > event.position;
-                });
-                lane = lanes_.insert(later, {hub, event.position, {}, 0});
-            }
-            lane->step = event;
-            lane->since = currentSince_;
-        }
-        if (event.kind == PortProgress::Kind::PassPause)
-            for (HubLane& lane : lanes_) lane.step.reset();
-    }
     if (options_.style == Style::Plain) {
         emitPlain(QStringLiteral("  ") +
-                  (isResult ? resultText(event) : stepText(event, currentSince_, true)));
+                  (isResult ? resultText(event) : activity_.stepText(elapsed_(), true)));
         return;
     }
     // On the live line only failures stay on screen; successes show in the bar.
@@ -201,7 +171,7 @@ void ProgressDisplay::verifying(int confirmed, int count, const QString& mode) {
         return;
     }
     headline_ = text;
-    current_.reset();
+    activity_.clearStep();
     redraw();
 }
 
@@ -223,48 +193,32 @@ void ProgressDisplay::finish(const PortVerdict& verdict) {
     liveLinesDrawn_ = 0;
 }
 
-int ProgressDisplay::remainingSeconds(const PortProgress& step, qint64 since) const {
-    const qint64 spent = (elapsed_() - since) / 1000;
-    return int(std::max<qint64>(0, qint64(step.seconds) - spent));
-}
-
 QString ProgressDisplay::stepText(bool withPlace) const {
-    if (!current_)
-        return {};
     // With a line per hub the hubs' lines name the ports; the live line keeps the pauses.
-    if (options_.linePerHub && current_->kind != PortProgress::Kind::PassPause)
+    if (options_.linePerHub && !activity_.isPaused())
         return {};
-    return stepText(*current_, currentSince_, withPlace);
-}
-
-QString ProgressDisplay::stepText(const PortProgress& step, qint64 since, bool withPlace) const {
-    if (step.kind == PortProgress::Kind::PassPause)
-        return QStringLiteral("all ports · pause %1 s").arg(remainingSeconds(step, since));
-    QString text = (withPlace ? portPlace(step) : step.port->name()) + QStringLiteral(" · ") +
-                   portStepName(step.step);
-    if (step.step == PortProgress::Step::Settling)
-        text += QStringLiteral(" %1 s").arg(remainingSeconds(step, since));
-    return text;
+    return activity_.stepText(elapsed_(), withPlace);
 }
 
 QStringList ProgressDisplay::hubLines() const {
     QStringList lines;
-    for (const HubLane& lane : lanes_) {
-        const QString text = lane.step ? stepText(*lane.step, lane.since, true)
-                                       : QStringLiteral("waiting");
-        lines << QStringLiteral("  %1 | %2").arg(lane.hub, text).left(options_.width - 1);
-    }
+    if (!options_.linePerHub)
+        return lines;
+    for (const QString& line : activity_.hubLines(elapsed_()))
+        lines << (QStringLiteral("  ") + line).left(options_.width - 1);
     return lines;
 }
 
 QString ProgressDisplay::bar() const {
-    if (count_ <= 0)
+    const int done = activity_.done();
+    const int count = activity_.count();
+    if (count <= 0)
         return {};
-    const int filled = done_ * kBarWidth / count_;
+    const int filled = done * kBarWidth / count;
     return QStringLiteral("[%1%2] %3/%4")
         .arg(QString(filled, '#'), QString(kBarWidth - filled, '-'))
-        .arg(done_)
-        .arg(count_);
+        .arg(done)
+        .arg(count);
 }
 
 // The details after the headline, from the fullest to the barest: the bar goes first on a

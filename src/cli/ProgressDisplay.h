@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hubs/PortActivity.h"
 #include "hubs/PortProgress.h"
 
 #include <QByteArray>
@@ -55,12 +56,10 @@ class ProgressDisplay {
     void redraw();
     void printFailure(const QString& line);
     QString stepText(bool withPlace) const;
-    QString stepText(const PortProgress& step, qint64 since, bool withPlace) const;
     QStringList detailChoices() const;
     QString liveLine() const;
     QStringList hubLines() const;
     QString bar() const;
-    int remainingSeconds(const PortProgress& step, qint64 since) const;
     void eraseLiveArea();
 
     Options options_;
@@ -68,16 +67,7 @@ class ProgressDisplay {
     Elapsed elapsed_;
     std::mutex mutex_;
     QString headline_;
-    std::optional<PortProgress> current_;
-    qint64 currentSince_ = 0;
-    struct HubLane {
-        QString hub;
-        int firstPosition = 0;
-        std::optional<PortProgress> step;
-        qint64 since = 0;
-    };
-    // In the order of the hubs' ports in the sequence's list.
-    std::vector<HubLane> lanes_;
+    PortActivity activity_;
     int liveLinesDrawn_ = 0;
     int done_ = 0;
     int count_ = 0;

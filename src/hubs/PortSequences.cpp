@@ -53,12 +53,8 @@ struct ZMRAcronameManager::Sequence {
     bool parallel;
 
     Sequence(ZMRAcronameManagerEnvironment env, std::weak_ptr<ZMRAcronameManager> owner,
-             const AcronamePorts& list, PortObserver watcher)
-        : environment(std::move(env)),
-          manager(std::move(owner)),
-          worked(list),
-          parallel(environment.parallelHubs.value_or(
-              environment.settings->boolForKey(core::keys::acronameParallelHubs))) {
+             const AcronamePorts& list, PortObserver watcher, bool inLanes)
+        : environment(std::move(env)), manager(std::move(owner)), worked(list), parallel(inLanes) {
         for (const auto& port : list)
             if (port->hub()) hubs.push_back(port->hub()->shared_from_this());
         observer = parallel ? oneAtATime(std::move(watcher)) : std::move(watcher);
@@ -347,7 +343,7 @@ struct ZMRAcronameManager::Sequence {
 
 void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Completion completion,
                                       PortObserver observer) {
-    Sequence sequence(environment_, weak_from_this(), ports, std::move(observer));
+    Sequence sequence(environment_, weak_from_this(), ports, std::move(observer), parallelHubs());
     environment_.runInBackground(
         [sequence, mode, ports = std::move(ports), completion = std::move(completion)] {
             completion(sequence.powerModePass(mode, ports, true));
@@ -356,7 +352,7 @@ void ZMRAcronameManager::setPowerMode(std::int64_t mode, AcronamePorts ports, Co
 
 void ZMRAcronameManager::runSequence(AcronamePorts ports, Update update, Completion completion,
                                      SequenceStep step, PortObserver observer) {
-    Sequence sequence(environment_, weak_from_this(), ports, std::move(observer));
+    Sequence sequence(environment_, weak_from_this(), ports, std::move(observer), parallelHubs());
     environment_.runInBackground([sequence, step, ports = std::move(ports),
                                   update = sequence.oneAtATime(std::move(update)),
                                   completion = sequence.oneAtATime(std::move(completion))] {

@@ -77,6 +77,8 @@ public:
     void setHubs(std::vector<std::shared_ptr<AcronameHub>> hubs);
     AC2Devices ac2Devices() const;
     void setAc2Devices(AC2Devices devices);
+    // Whether sequences and the refresh work every hub at once (read at the start of each).
+    bool parallelHubs() const;
 
     // Power mode 0 is power delivery, 1 standard downstream, 2 charging downstream; anything
     // else power-cycles the ports without changing their mode. The optional observer is told,
@@ -98,7 +100,6 @@ public:
     void runSequence(AcronamePorts ports, Update update, Completion completion, SequenceStep step,
                      PortObserver observer);
 
-    bool parallelHubs() const;
     // Connects every hub, one after another or all at once; answers which connected.
     std::vector<bool> connectHubs(const std::vector<std::shared_ptr<AcronameHub>>& hubs);
     void listAndMatchDevices(

@@ -164,6 +164,45 @@ TEST_F(HubControllerTest, TheProgressSheetShowsTheSequencesTextUntilItEnds) {
     EXPECT_EQ(station->refreshes, refreshesBefore + 1) << "the rows are rebuilt after a sequence";
 }
 
+// The sheet names the port being worked, counts the ports done, and with hubs worked at once
+// gives each hub a line.
+TEST_F(HubControllerTest, TheSheetNamesThePortsAtWorkAndCountsThoseDone) {
+    showAndLoad();
+    const AcronamePorts ports = {station->hubs[0]->ports()[0], station->hubs[1]->ports()[0]};
+    const auto step = [&](int index, PortProgress::Step what, unsigned seconds = 0) {
+        station->runningObserver({.kind = PortProgress::Kind::PortStep,
+                                  .step = what,
+                                  .port = ports[index].get(),
+                                  .position = index + 1,
+                                  .count = 2,
+                                  .seconds = seconds});
+    };
+    controller().dfu(rows({0, 5}));
+    step(0, PortProgress::Step::Settling, 3);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return controller().portsCount() == 2; }, 2000));
+    EXPECT_EQ(controller().activityText().toStdString(), "port 1 of 2 · 1001:1 · settling 3 s");
+    station->runningObserver({.kind = PortProgress::Kind::PortResult,
+                              .port = ports[0].get(),
+                              .position = 1,
+                              .count = 2,
+                              .succeeded = true});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return controller().portsDone() == 1; }, 2000));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return controller().activityText() == "port 1 of 2 · 1001:1 · settling 2 s"; }, 2500))
+        << "the sheet is told every second, so the countdown moves";
+    finishSequence();
+
+    station->parallel = true;
+    controller().dfu(rows({0, 5}));
+    EXPECT_EQ(controller().portsDone(), 0) << "a new sequence counts from nothing";
+    step(1, PortProgress::Step::Disable);
+    step(0, PortProgress::Step::Enable);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return controller().activityText().contains('\n'); }, 2000));
+    EXPECT_EQ(controller().activityText().toStdString(),
+              "1001 | port 1 of 2 · 1001:1 · enable\n1002 | port 2 of 2 · 1002:1 · disable");
+    finishSequence();
+}
+
 TEST_F(HubControllerTest, HubCommandsGoToTheHubOfTheSelection) {
     showAndLoad();
     controller().rebootHub(rows({6, 8}));

@@ -50,20 +50,22 @@ class ScriptedHubStation final : public app::HubStation {
         else
             completion(entries);
     }
-    void dfuModeForAcronamePorts(AcronamePorts ports, Update update,
-                                 Completion completion) override {
+    void dfuModeForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                 PortObserver observer) override {
         start(QStringLiteral("dfu"), std::move(ports), std::move(update), std::move(completion));
+        runningObserver = std::move(observer);
     }
-    void restartForAcronamePorts(AcronamePorts ports, Update update,
-                                 Completion completion) override {
+    void restartForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                 PortObserver) override {
         start(QStringLiteral("restart"), std::move(ports), std::move(update),
               std::move(completion));
     }
-    void recoveryForAcronamePorts(AcronamePorts ports, Update update,
-                                  Completion completion) override {
+    void recoveryForAcronamePorts(AcronamePorts ports, Update update, Completion completion,
+                                  PortObserver) override {
         start(QStringLiteral("recovery"), std::move(ports), std::move(update),
               std::move(completion));
     }
+    bool worksHubsAtOnce() const override { return parallel; }
     void rebootHub(AcronameHub& hub) override {
         requests << QStringLiteral("reboot %1").arg(hub.serialNumber(), 0, 16);
     }
@@ -89,6 +91,8 @@ class ScriptedHubStation final : public app::HubStation {
     QStringList requests;
     Update runningUpdate;
     Completion runningCompletion;
+    PortObserver runningObserver;
+    bool parallel = false;
 
   private:
     void start(const QString& name, AcronamePorts ports, Update onUpdate, Completion onCompletion) {

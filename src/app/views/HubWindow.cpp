@@ -109,6 +109,10 @@ void HubWindow::buildContextMenu() {
 void HubWindow::bindController() {
     connect(&controller_, &app::HubController::updateMessageChanged, progressSheet_,
             &ProgressSheet::setMessage);
+    connect(&controller_, &app::HubController::activityChanged, progressSheet_, [this] {
+        progressSheet_->setActivity(controller_.activityText(), controller_.portsDone(),
+                                    controller_.portsCount());
+    });
     connect(&controller_, &app::HubController::showModalChanged, this, [this](bool shown) {
         progressSheet_->setMessage(controller_.updateMessage());
         progressSheet_->setVisible(shown);

@@ -3,6 +3,7 @@
 #include <QDialog>
 
 class QLabel;
+class QProgressBar;
 
 namespace views {
 
@@ -16,12 +17,18 @@ class ProgressSheet : public QDialog {
 
     void setMessage(const QString& message);
     QString message() const;
+    // What is being worked, under the message, and the ports done of how many in the bar
+    // (which stays busy while `count` is 0).
+    void setActivity(const QString& detail, int done, int count);
+    QString activity() const;
 
   protected:
     void reject() override {}
 
   private:
     QLabel* message_;
+    QLabel* activity_;
+    QProgressBar* bar_;
 };
 
 }  // namespace views
