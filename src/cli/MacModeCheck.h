@@ -22,12 +22,9 @@ class MacModeCheck {
     explicit MacModeCheck(usb::UsbRegistry& registry);
 
     // The mode of the Mac on each port named "HUB:PORT"; nullopt when the registry cannot be read.
-    std::optional<std::map<QString, MacMode>> modes(const QStringList& ports) const;
+    std::optional<std::map<QString, MacMode>> modes(const QStringList& names) const;
 
     static MacMode modeOf(const usb::PropertyMap& device);
-    // The location of the device on `port` of the hub at `hubLocation`; nullopt when the hub
-    // already uses every hop a location can hold.
-    static std::optional<std::uint64_t> portLocation(std::uint64_t hubLocation, int port);
 
   private:
     usb::UsbRegistry& registry_;

@@ -1,5 +1,7 @@
 #include "views/DesktopApplication.h"
 
+#include "usb/UsbRegistry.h"
+
 #include "views/DevicePanel.h"
 #include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
@@ -91,23 +93,22 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
     buildTools();
 }
 
+// Asked for each painted cell, so the registry is read at most once a second.
+QString DesktopApplication::hubPortOf(const AC2Device& device) {
+    if (!hubPortNames_ || !hubPortNamesAge_.isValid() || hubPortNamesAge_.hasExpired(1000)) {
+        hubPortNamesAge_.start();
+        if (const auto devices = usb::UsbRegistry::shared().devices())
+            hubPortNames_.emplace(*devices);
+    }
+    return hubPortNames_ ? hubPortNames_->nameOf(std::uint64_t(device.locationID())) : QString();
+}
+
 void DesktopApplication::buildDeviceArea() {
     restore::RestoreSession::Collaborators restoreEnvironment =
         restore::RestoreSession::defaultCollaborators(&state_);
     firmwareCachePath_ = restoreEnvironment.firmwareCachePath;
     session_ = std::make_unique<restore::RestoreSession>(restoreEnvironment);
-    // The hub window's last refresh matched the listed Macs to their ports; the table borrows it.
-    const auto hubPort = [this](const AC2Device& device) {
-        if (!hubManager_)
-            return QString();
-        for (const auto& entry : hubManager_->ac2Devices()) {
-            const bool same = (device.ecid() != 0 && entry->ecid() == device.ecid()) ||
-                              (device.locationID() != 0 && entry->locationID() == device.locationID());
-            if (same && entry->port() && entry->port()->hub())
-                return entry->port()->name();
-        }
-        return QString();
-    };
+    const auto hubPort = [this](const AC2Device& device) { return hubPortOf(device); };
     devices_ = std::make_unique<app::DeviceListModel>(app::DeviceListModel::Collaborators{
         &core::Settings::shared(), restoreEnvironment.events, &core::Clock::system(), hubPort});
     history_ = std::make_unique<app::HistoryModel>(*session_);

@@ -3,13 +3,16 @@
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "app/OptionsSheetModel.h"
+#include "usb/HubPortNames.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QSettings>
 
 #include <memory>
 
+class AC2Device;
 class FirmwareUpdater;
 class ZMRAcronameManager;
 
@@ -67,6 +70,7 @@ class DesktopApplication : public QObject {
     void quit();
     void showAbout();
     void logFirstExposure();
+    QString hubPortOf(const AC2Device& device);
 
     qint64 launchedAt_;
     app::AppState state_;
@@ -91,6 +95,9 @@ class DesktopApplication : public QObject {
     QPointer<DfuPortWindow> dfuPortWindow_;
     std::unique_ptr<FirmwareUpdater> firmwareUpdater_;
     std::unique_ptr<restore::LocalPortAutoRestore> localAutoRestore_;
+    // The bench's hub ports as the USB registry showed them at most a second ago.
+    std::optional<usb::HubPortNames> hubPortNames_;
+    QElapsedTimer hubPortNamesAge_;
 };
 
 }  // namespace views
