@@ -92,6 +92,14 @@ void RestoreBatchDisplay::setMessage(const QString& message) {
     std::fflush(stdout);
 }
 
+void RestoreBatchDisplay::setRestoreTime(const QString& text) {
+    if (!terminal_ || text == restoreTime_)
+        return;
+    restoreTime_ = text;
+    redraw();
+    std::fflush(stdout);
+}
+
 void RestoreBatchDisplay::note(const QString& text) {
     if (style_ == Style::Json) {
         emitJson({{"event", "note"}, {"text", text}});
@@ -138,7 +146,10 @@ void RestoreBatchDisplay::redraw() {
     erase();
     for (qsizetype i = 0; i < rows_.size(); ++i)
         std::printf("%s\n", qPrintable(row(static_cast<int>(i))));
-    std::printf("%s\n", qPrintable(cut(message_)));
+    const QString status = restoreTime_.isEmpty() || message_.isEmpty()
+                               ? restoreTime_ + message_
+                               : restoreTime_ + QStringLiteral(" · ") + message_;
+    std::printf("%s\n", qPrintable(cut(status)));
     drawnLines_ = static_cast<int>(rows_.size()) + 1;
 }
 

@@ -28,6 +28,9 @@ class RestoreBatchDisplay {
     // progress < 0 keeps the bar where it was.
     void setDeviceText(std::uint64_t ecid, const QString& text, float progress = -1);
     void setMessage(const QString& message);
+    // "Restore Time: 01:23", every second: on a terminal it leads the message line, so the
+    // screen moves while a tool is quiet; piped or as JSON it is left out.
+    void setRestoreTime(const QString& text);
     // A line of its own above the rows.
     void note(const QString& text);
     // Leaves the rows on the screen and the cursor under them.
@@ -52,6 +55,7 @@ class RestoreBatchDisplay {
 
     QList<Row> rows_;
     QString message_;
+    QString restoreTime_;
     Style style_;
     bool terminal_;
     int width_;

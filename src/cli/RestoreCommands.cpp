@@ -114,6 +114,8 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
                      });
     QObject::connect(&appState, &app::AppState::progressMessageChanged,
                      [&](const QString& message) { display.setMessage(message); });
+    QObject::connect(&session, &restore::RestoreSession::restoreTimeChanged,
+                     [&](const QString& text) { display.setRestoreTime(text); });
 
     int status = exitFailure;
     QObject::connect(&session, &restore::RestoreSession::batchFinished,
