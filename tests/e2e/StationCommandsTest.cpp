@@ -112,18 +112,6 @@ TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
     EXPECT_TRUE(macsReach("dfu", 10));
 }
 
-// Against hardware a DFU message without the power-delivery pass goes nowhere; the simulator
-// holds a client to that.
-TEST_F(StationCommands, DfuMessageWithoutThePowerRolePassLeavesTheMacBooted) {
-    ASSERT_FALSE(station.start().isEmpty());
-    const ProcessResult dfu = station.cli({"port", "dfu", "1C3B4A01:2"});
-    ASSERT_EQ(dfu.exitCode, 0) << "the wire reports no failure";
-    QThread::msleep(200);  // ten simulated seconds, well past the DFU delay
-    for (const auto& mac : station.macs())
-        EXPECT_NE(mac.toObject().value("state").toString(), "dfu")
-            << mac.toObject().value("port").toInt();
-}
-
 TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
     station.setPreference("acronameRecoveryRebootTimes", 4);
     ASSERT_FALSE(station.start().isEmpty());
@@ -134,28 +122,6 @@ TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
             .contains("Restarting 4 of 4 times\nFinishing Up...\nrecovery: 2 of 2 ports done"))
         << recovery.standardOutput.toStdString();
     EXPECT_TRUE(macsReach("recovery", 2));
-}
-
-TEST_F(StationCommands, DfuAsJsonLinesNamesEveryPortAndEndsWithTheVerdict) {
-    ASSERT_FALSE(station.start().isEmpty());
-    const ProcessResult dfu = station.cli({"dfu", "--all", "--json"});
-    ASSERT_EQ(dfu.exitCode, 0) << dfu.standardError.toStdString();
-    QSet<QString> ports;
-    QJsonObject last;
-    double time = 0;
-    for (const QString& line : dfu.standardOutput.split('\n', Qt::SkipEmptyParts)) {
-        QJsonParseError error{};
-        last = QJsonDocument::fromJson(line.toUtf8(), &error).object();
-        ASSERT_EQ(error.error, QJsonParseError::NoError) << line.toStdString();
-        EXPECT_GE(last.value("time").toDouble(), time) << "time never goes back";
-        time = last.value("time").toDouble();
-        if (last.value("event") == "result" && last.value("ok").toBool())
-            ports << last.value("port").toString();
-    }
-    EXPECT_EQ(ports.size(), 10);
-    EXPECT_EQ(last.value("event"), "verdict");
-    EXPECT_TRUE(last.value("ok").toBool());
-    EXPECT_EQ(last.value("summary"), "10 of 10 ports done");
 }
 
 // Seven hubs worked at once take about as long as one: the power-role pass of 35 ports one after
