@@ -203,13 +203,6 @@ TEST_F(HubControllerTest, TheSheetNamesThePortsAtWorkAndCountsThoseDone) {
     finishSequence();
 }
 
-TEST_F(HubControllerTest, HubCommandsGoToTheHubOfTheSelection) {
-    showAndLoad();
-    controller().rebootHub(rows({6, 8}));
-    controller().toggleLED(rows({2}));
-    EXPECT_EQ(station->requests, (QStringList{"reboot 1002", "led 1001"}));
-}
-
 TEST_F(HubControllerTest, RebuildsWhenAHubComesOrGoesButNotForAMac) {
     showAndLoad();
     const int refreshes = station->refreshes;

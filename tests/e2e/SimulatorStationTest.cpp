@@ -88,24 +88,6 @@ TEST_F(SimulatorStation, HubListThenDfuMakesThatMacComeBackInDfuMode) {
     EXPECT_FALSE(QFile::exists(station.socket())) << "the socket is removed on the way out";
 }
 
-TEST_F(SimulatorStation, TransientResultThreeOnSetEnabledIsRetried) {
-    // The CLI names hubs by the serial in hexadecimal without leading zeros.
-    const QString flaky = station.writeStation(R"({"hubs": [{"serial": "0x00C0FFEE", "faults": [
-        {"call": "port.setEnabled", "index": 3, "results": [3, 3]},
-        {"call": "port.setEnabled", "index": 4, "results": [3, 3, 3]}],
-      "macs": [{"port": 3, "ecid": "0x3", "serialNumber": "FLAKY00003"}]}]})");
-    ASSERT_EQ(station.start({"--station", flaky}), station.socket());
-
-    const ProcessResult twice = station.cli({"-v", "port", "disable", "C0FFEE:3"});
-    EXPECT_EQ(twice.exitCode, 0) << twice.standardError.toStdString();
-    EXPECT_TRUE(twice.standardError.contains("Disable port 3, Err: 0"));
-
-    const ProcessResult thrice = station.cli({"-v", "port", "disable", "C0FFEE:4"});
-    EXPECT_EQ(thrice.exitCode, 1);
-    EXPECT_TRUE(thrice.standardError.contains("Disable port 4, Err: 3"))
-        << thrice.standardError.toStdString();
-}
-
 TEST_F(SimulatorStation, InvalidStationFileIsRefusedWithItsErrors) {
     const QString bad = station.writeStation(R"({"hubs": [{"serial": "C0FFEE"}]})");
     const ProcessResult result = testing_support::runExecutable(

@@ -112,18 +112,6 @@ TEST_F(StationCommands, DfuAllPrintsTheUpdatesInOrderAndEveryMacEndsInDfu) {
     EXPECT_TRUE(macsReach("dfu", 10));
 }
 
-// Against hardware a DFU message without the power-delivery pass goes nowhere; the simulator
-// holds a client to that.
-TEST_F(StationCommands, DfuMessageWithoutThePowerRolePassLeavesTheMacBooted) {
-    ASSERT_FALSE(station.start().isEmpty());
-    const ProcessResult dfu = station.cli({"port", "dfu", "1C3B4A01:2"});
-    ASSERT_EQ(dfu.exitCode, 0) << "the wire reports no failure";
-    QThread::msleep(200);  // ten simulated seconds, well past the DFU delay
-    for (const auto& mac : station.macs())
-        EXPECT_NE(mac.toObject().value("state").toString(), "dfu")
-            << mac.toObject().value("port").toInt();
-}
-
 TEST_F(StationCommands, RecoveryRebootsMacsDuringStartUpIntoRecovery) {
     station.setPreference("acronameRecoveryRebootTimes", 4);
     ASSERT_FALSE(station.start().isEmpty());

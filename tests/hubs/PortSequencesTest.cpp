@@ -72,27 +72,6 @@ TEST_F(PortSequences, APortThatCannotBeEnabledIsLoggedAndStillPaused) {
     EXPECT_TRUE(logLines.contains("error enabling port: 1"));
 }
 
-TEST_F(PortSequences, DfuRunsPassCommandsPausesAndFinishesInOrder) {
-    backend->hub(0x1000).ports[2].orientation = 0;
-    const AcronamePorts ports = refreshedPorts();
-    manager->dfuModeForAcronamePorts({ports[0], ports[1]}, update(), completion());
-
-    QStringList expected{"update Putting devices into DFU mode (setting power role)"};
-    expected << cycle(1, true, 3) << "sleep 3"
-             << "update Putting devices into DFU mode (sending DFU command)"
-             << "update Putting ports into DFU Mode..."
-             << "note LastRequestedStayInFrontNotification"
-             << "pd[1].setUEIBytes"
-             << "sleep 1"
-             << "sleep 8"
-             << "update Finishing Up..."
-             << "done true";
-    EXPECT_EQ(timeline.events(), expected);
-    const auto& sent = backend->hub(0x1000).ports[1].lastUEIBytes;
-    EXPECT_TRUE(std::equal(sent.begin(), sent.end(), BrainStemWrapper::kDFUMessage.begin()));
-    EXPECT_TRUE(backend->hub(0x1000).ports[2].lastUEIBytes.empty());
-}
-
 TEST_F(PortSequences, DfuWithoutSkippingReturnsPortsToChargingMode) {
     settings.settings().setValue(core::keys::acronameSkipDFUSDPMode, false);
     const AcronamePorts ports = refreshedPorts();

@@ -222,14 +222,6 @@ TEST_F(RestoreBatch, PausesBetweenStartsFromTheSettingAndFailuresDoNotStopTheBat
         << seen[3].toStdString();
 }
 
-TEST_F(RestoreBatch, PauseSettingsThatAreNotNumbersMeanThreeSecondsAndZeroMeansNone) {
-    settings.settings().setValue(core::keys::timeBetweenProcesses, "-1");
-    ASSERT_TRUE(runBatch({device(0x111), device(0x333)}));
-    settings.settings().setValue(core::keys::timeBetweenProcesses, "0");
-    ASSERT_TRUE(runBatch({device(0x111), device(0x333)}));
-    EXPECT_EQ(clock.sleeps(), std::vector<unsigned>({3, 0}));
-}
-
 TEST_F(RestoreBatch, CancelStopsTheRunningRestoresAndLeavesTheRestUnstarted) {
     useEventScript();
     QFile(scripts.path("hold")).open(QIODevice::WriteOnly);

@@ -42,16 +42,6 @@ TEST_F(Faults, ScriptedResultCodesAreAnsweredInOrderWithoutActing) {
     for (int i = 0; i < 4; ++i) EXPECT_EQ(stem("system.getVersion", hub, 0), 6) << "a hard error";
 }
 
-TEST_F(Faults, MacThatIgnoresDfuStaysBooted) {
-    ASSERT_EQ(connectHub(hub), 3) << "the scripted first refusal";
-    ASSERT_EQ(connectHub(hub), 0);
-    negotiate(hub, 2);
-    EXPECT_EQ(message(hub, 2, dfuBytes), 0);
-    clock_.advance(7);  // the hub itself vanishes at 10
-    EXPECT_EQ(macNamed("BBBB222222").value("state").toString(), "booted");
-    EXPECT_TRUE(eventsNamed("usb.removed").empty());
-}
-
 TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilReconnected) {
     ASSERT_EQ(connectHub(hub), 3) << "the scripted first refusal";
     ASSERT_EQ(connectHub(hub), 0);

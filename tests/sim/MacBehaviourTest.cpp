@@ -132,13 +132,6 @@ TEST_F(MacBehaviour, HubResetPowerCyclesItsMacsAndComesBackWithSavedSettings) {
     EXPECT_EQ(usbAt(0x01120000).value("idProduct").toInt(), 0x1905) << "port 2 enabled again";
 }
 
-TEST_F(MacBehaviour, LocalDfuPortMac) {
-    ASSERT_EQ(call("local.dfu").value("result").toInt(), 0);
-    clock_.advance(2.5);
-    EXPECT_EQ(usbAt(0x00100000).value("idProduct").toInt(), 0x1227);
-    EXPECT_EQ(macNamed("V7QK2M9XHN").value("locationID").toInteger(), 0x00100000);
-}
-
 // A technician plugs Mac after Mac into the host's DFU port: each one restored is pulled a few
 // seconds later, and the next follows.
 TEST_F(MacBehaviour, LocalDfuPortTakesASequenceOfMacs) {
