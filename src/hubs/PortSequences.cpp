@@ -51,6 +51,9 @@ struct ZMRAcronameManager::Sequence {
     // The sequence's list, for each port's place in it.
     AcronamePorts worked;
     bool parallel;
+    // One lock for everything the lanes report, so texts, events and completions reach the
+    // listeners one at a time and in the order they happened.
+    std::shared_ptr<std::recursive_mutex> reporting = std::make_shared<std::recursive_mutex>();
 
     Sequence(ZMRAcronameManagerEnvironment env, std::weak_ptr<ZMRAcronameManager> owner,
              const AcronamePorts& list, PortObserver watcher, bool inLanes)
@@ -60,15 +63,13 @@ struct ZMRAcronameManager::Sequence {
         observer = parallel ? oneAtATime(std::move(watcher)) : std::move(watcher);
     }
 
-    // Lanes report from several threads; whoever listens hears one event at a time, in the
-    // order the events happened.
+    // Lanes report from several threads; whoever listens hears one report at a time.
     template <typename Callback>
     Callback oneAtATime(Callback callback) const {
         if (!callback || !parallel)
             return callback;
-        auto mutex = std::make_shared<std::recursive_mutex>();
-        return [mutex, callback = std::move(callback)](const auto& value) {
-            std::lock_guard lock(*mutex);
+        return [lock = reporting, callback = std::move(callback)](const auto& value) {
+            std::lock_guard hold(*lock);
             callback(value);
         };
     }
