@@ -166,17 +166,10 @@ TEST_F(CliConfigurator, UnreadableRestoreOutputIsWarnedOfOncePerDevice) {
 TEST_F(CliConfigurator, InterruptCancelsTheRestoreAndFailuresExitNonZero) {
     ASSERT_EQ(station.start({"--station", station.writeStation(kStation)}), station.socket());
 
-    restore.setProcessEnvironment(station.environment());
-    restore.start(testing_support::executablePath("tarvel-cli"),
-                  {"--simulate=" + station.socket(), "restore-device", "16594A1492801E"});
-    ASSERT_TRUE(restore.waitForStarted(5000));
+    ASSERT_TRUE(station.startCli(restore, {"restore-device", "16594A1492801E"}));
     QByteArray output;
-    const QDeadlineTimer firstStep(10000);
-    while (!output.contains("Preparing restore") && !firstStep.hasExpired()) {
-        restore.waitForReadyRead(100);
-        output += restore.readAllStandardOutput();
-    }
-    ASSERT_TRUE(output.contains("Preparing restore")) << output.toStdString();
+    ASSERT_TRUE(testing_support::readOutputUntil(restore, output, "Preparing restore", 10000))
+        << output.toStdString();
     ::kill(static_cast<pid_t>(restore.processId()), SIGINT);
     ASSERT_TRUE(restore.waitForFinished(10000));
     output += restore.readAllStandardOutput();

@@ -70,17 +70,9 @@ TEST_F(CliLocal, AnEmptyPortFailsWithTheAlertText) {
 TEST_F(CliLocal, AutoRestoresThreeMacsPluggedInOneAfterAnother) {
     ASSERT_FALSE(station_.start({"--station", station_.writeStation(threeMacs)}).isEmpty());
     QProcess cycle;
-    cycle.setProcessEnvironment(station_.environment());
-    cycle.start(testing_support::executablePath("tarvel-cli"),
-                {"--simulate=" + station_.socket(), "local", "auto", "--restore"});
-    ASSERT_TRUE(cycle.waitForStarted(5000));
+    ASSERT_TRUE(station_.startCli(cycle, {"local", "auto", "--restore"}));
     QByteArray output;
-    const QDeadlineTimer deadline(150000);
-    while (!output.contains("(3 restored so far)") && !deadline.hasExpired() &&
-           cycle.state() == QProcess::Running) {
-        cycle.waitForReadyRead(200);
-        output += cycle.readAllStandardOutput();
-    }
+    testing_support::readOutputUntil(cycle, output, "(3 restored so far)", 150000);
     ::kill(static_cast<pid_t>(cycle.processId()), SIGINT);
     ASSERT_TRUE(cycle.waitForFinished(15000));
     output += cycle.readAllStandardOutput();
@@ -96,18 +88,10 @@ TEST_F(CliLocal, AutoRestoresThreeMacsPluggedInOneAfterAnother) {
 TEST_F(CliLocal, AutoEndsWithFailureWhenTheSimulatorGoesAway) {
     ASSERT_FALSE(station_.start().isEmpty());
     QProcess cycle;
-    cycle.setProcessEnvironment(station_.environment());
-    cycle.start(testing_support::executablePath("tarvel-cli"),
-                {"--simulate=" + station_.socket(), "local", "auto", "--restore"});
-    ASSERT_TRUE(cycle.waitForStarted(5000));
+    ASSERT_TRUE(station_.startCli(cycle, {"local", "auto", "--restore"}));
     QByteArray output;
-    const QDeadlineTimer started(15000);
-    while (!output.contains("Ctrl-C stops.") && !started.hasExpired() &&
-           cycle.state() == QProcess::Running) {
-        cycle.waitForReadyRead(200);
-        output += cycle.readAllStandardOutput();
-    }
-    ASSERT_TRUE(output.contains("Ctrl-C stops.")) << output.toStdString();
+    ASSERT_TRUE(testing_support::readOutputUntil(cycle, output, "Ctrl-C stops.", 15000))
+        << output.toStdString();
 
     station_.simulator().kill();
     ASSERT_TRUE(station_.simulator().waitForFinished(5000));

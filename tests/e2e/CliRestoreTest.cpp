@@ -150,18 +150,10 @@ TEST_F(CliRestore, InterruptCancelsTheRunningRestoreAndLeavesTheRestUnstarted) {
     station_.setPreference("timeBetweenProcesses", "1");
     ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(600))}).isEmpty());
     QProcess restore;
-    restore.setProcessEnvironment(station_.environment());
-    restore.start(testing_support::executablePath("tarvel-cli"),
-                  {"--simulate=" + station_.socket(), "restore", "0x11", "0x12", "0x13",
-                   "--history-json", history});
-    ASSERT_TRUE(restore.waitForStarted(5000));
+    ASSERT_TRUE(station_.startCli(restore, {"restore", "0x11", "0x12", "0x13", "--history-json", history}));
     QByteArray output;
-    const QDeadlineTimer firstStep(10000);
-    while (!output.contains("Preparing restore") && !firstStep.hasExpired()) {
-        restore.waitForReadyRead(100);
-        output += restore.readAllStandardOutput();
-    }
-    ASSERT_TRUE(output.contains("Preparing restore")) << output.toStdString();
+    ASSERT_TRUE(testing_support::readOutputUntil(restore, output, "Preparing restore", 10000))
+        << output.toStdString();
     ::kill(static_cast<pid_t>(restore.processId()), SIGINT);
     ASSERT_TRUE(restore.waitForFinished(15000));
     output += restore.readAllStandardOutput();
@@ -178,17 +170,10 @@ TEST_F(CliRestore, InterruptCancelsTheRunningRestoreAndLeavesTheRestUnstarted) {
 TEST_F(CliRestore, TheBatchEndsWithFailureWhenTheSimulatorGoesAway) {
     ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(600))}).isEmpty());
     QProcess restore;
-    restore.setProcessEnvironment(station_.environment());
-    restore.start(testing_support::executablePath("tarvel-cli"),
-                  {"--simulate=" + station_.socket(), "restore", "0x11", "0x12"});
-    ASSERT_TRUE(restore.waitForStarted(5000));
+    ASSERT_TRUE(station_.startCli(restore, {"restore", "0x11", "0x12"}));
     QByteArray output;
-    const QDeadlineTimer firstStep(10000);
-    while (!output.contains("Preparing restore") && !firstStep.hasExpired()) {
-        restore.waitForReadyRead(100);
-        output += restore.readAllStandardOutput();
-    }
-    ASSERT_TRUE(output.contains("Preparing restore")) << output.toStdString();
+    ASSERT_TRUE(testing_support::readOutputUntil(restore, output, "Preparing restore", 10000))
+        << output.toStdString();
 
     station_.simulator().kill();
     ASSERT_TRUE(station_.simulator().waitForFinished(5000));

@@ -1,5 +1,6 @@
 #include "support/ProcessRun.h"
 
+#include <QDeadlineTimer>
 #include <QProcess>
 
 namespace testing_support {
@@ -25,6 +26,18 @@ ProcessResult runExecutable(const QString& name, const QStringList& arguments,
     result.standardOutput = QString::fromUtf8(process.readAllStandardOutput());
     result.standardError = QString::fromUtf8(process.readAllStandardError());
     return result;
+}
+
+bool readOutputUntil(QProcess& process, QByteArray& output, const QByteArray& wanted,
+                     int milliseconds) {
+    const QDeadlineTimer deadline(milliseconds);
+    while (!output.contains(wanted) && !deadline.hasExpired() &&
+           process.state() == QProcess::Running) {
+        process.waitForReadyRead(100);
+        output += process.readAllStandardOutput();
+    }
+    output += process.readAllStandardOutput();
+    return output.contains(wanted);
 }
 
 }  // namespace testing_support

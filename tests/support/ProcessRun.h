@@ -1,8 +1,11 @@
 #pragma once
 
+#include <QByteArray>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+
+class QProcess;
 
 namespace testing_support {
 
@@ -19,5 +22,10 @@ QString executablePath(const QString& name);
 // Runs a built executable to its end (30 s at most) and collects both streams.
 ProcessResult runExecutable(const QString& name, const QStringList& arguments,
                             const QProcessEnvironment& environment);
+
+// Reads a running process's standard output into `output` until it holds `wanted`, the process
+// ends, or `milliseconds` pass; answers whether `wanted` came.
+bool readOutputUntil(QProcess& process, QByteArray& output, const QByteArray& wanted,
+                     int milliseconds);
 
 }  // namespace testing_support

@@ -40,6 +40,12 @@ ProcessResult SimulatedStation::cli(const QStringList& arguments) const {
     return runExecutable("tarvel-cli", QStringList{"--simulate=" + socket_} + arguments, environment_);
 }
 
+bool SimulatedStation::startCli(QProcess& process, const QStringList& arguments) const {
+    process.setProcessEnvironment(environment_);
+    process.start(executablePath("tarvel-cli"), QStringList{"--simulate=" + socket_} + arguments);
+    return process.waitForStarted(5000);
+}
+
 ProcessResult SimulatedStation::cliWithoutSimulator(const QStringList& arguments) const {
     return runExecutable("tarvel-cli", arguments, environment_);
 }

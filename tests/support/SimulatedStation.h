@@ -20,6 +20,8 @@ public:
     QString start(const QStringList& arguments = {}, double speed = 50);
     // Runs tarvel-cli against this station.
     ProcessResult cli(const QStringList& arguments) const;
+    // Starts tarvel-cli against this station and leaves it running; answers whether it started.
+    bool startCli(QProcess& process, const QStringList& arguments) const;
     // Runs tarvel-cli with this station's preferences and log folder but no --simulate.
     ProcessResult cliWithoutSimulator(const QStringList& arguments) const;
     // Writes a station file into the private folder and answers its path.

@@ -148,12 +148,8 @@ TEST_F(UsbCommandsAgainstSimulator, FollowingWatchWaitsForTheSimulatorToComeBack
 
     // Watching again, not merely saying so: a port cycled now is seen.
     ASSERT_TRUE(setFirstPortEnabled(false));
-    const QDeadlineTimer deadline(5000);
     QByteArray output;
-    while (!output.contains("deviceRemoved") && !deadline.hasExpired()) {
-        watcher.waitForReadyRead(100);
-        output += watcher.readAllStandardOutput();
-    }
+    testing_support::readOutputUntil(watcher, output, "deviceRemoved", 5000);
     EXPECT_TRUE(output.contains("deviceRemoved (1)")) << output.toStdString();
 }
 
