@@ -34,7 +34,8 @@ MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* pa
     buildToolBar();
     bindStatusLine();
     setCentralWidget(emptyDeviceArea());
-    resize(900, 560);
+    // Tall enough for a hub's worth of Macs in the table above the history and the local port.
+    resize(1040, 720);
     if (windowState_)
         restoreGeometry(windowState_->value(kGeometryKey).toByteArray());
 }
