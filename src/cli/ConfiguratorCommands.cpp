@@ -104,7 +104,7 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     Interrupts interrupts([&] {
         // A second Ctrl-C while the tool winds down leaves at once.
         if (cancelled)
-            std::_Exit(130);
+            std::_Exit(exitInterrupted);
         cancelled = utility.task(*ecid);
         bar.note(QStringLiteral("cancelling…"));
         utility.cancelRestore(device);
@@ -128,7 +128,7 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                 std::printf("Restore of %s was cancelled (the tool ended with status %d).\n",
                             qPrintable(formatEcid(*ecid)),
                             cancelled ? cancelled->terminationStatus() : -1);
-                status = 130;
+                status = exitInterrupted;
             } else {
                 status = fail(exitFailure, message);
                 for (const QString& line : utility.restoreErrorLines(*ecid))

@@ -173,6 +173,7 @@ void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const Devi
         for (const DevicePtr& device : unstarted) {
             session_.appendHistory(device, restoreCancelled);
             session_.setDeviceStatus(device, restoreCancelled);
+            emit session_.deviceFinished(device);
         }
         if (c_.settings->boolForKey(core::keys::shouldUseEventScript))
             postEvent(QStringLiteral("restoreCancelled"), true,
@@ -211,6 +212,11 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
         session_.setRestoreError(message);
         if (c_.settings->boolForKey(core::keys::shouldPlaySound))
             c_.sounds->play(true);
+    } else if (!failed && !device->didCancel()) {
+        // Restored to the end while the batch was being cancelled: it is recorded as it ended.
+        session_.appendHistory(device, restoredSuccessfully);
+        session_.setDeviceStatus(device, QStringLiteral("Successful"));
+        session_.countRestored();
     } else if (device->didCancel()) {
         batch->cancelled = true;
         session_.appendHistory(device, restoreCancelled);
@@ -219,6 +225,7 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
             postEvent(QStringLiteral("restoreCancelled"), true, devices);
         session_.setWasLastDeviceCancelled();
     }
+    emit session_.deviceFinished(device);
     settle(batch, 1);
 }
 

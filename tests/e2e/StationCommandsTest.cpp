@@ -193,8 +193,11 @@ TEST_F(StationCommands, AHardDfuMessageErrorFailsTheRunAndSaysWhatHappenedToEver
     const ProcessResult dfu = station.cli({"dfu", "--all"});
     EXPECT_EQ(dfu.exitCode, 1);
     const QString verdict =
-        "dfu: 2 of 10 ports done; failed: 1C3B4A01:3 (DFU message, result 6); not reached: "
-        "1C3B4A01:4, 1C3B4A01:5, 1C3B4A02:1, 1C3B4A02:2, 1C3B4A02:3, 1C3B4A02:4, 1C3B4A02:5";
+        "dfu: 2 of 10 ports done; failed: 1C3B4A01:3 (DFU message, result 6); partly done: "
+        "1C3B4A01:4 (power-cycled, DFU message not sent), 1C3B4A01:5 (power-cycled, DFU message "
+        "not sent), 1C3B4A02:1 (power-cycled, DFU message not sent), 1C3B4A02:2 (power-cycled, "
+        "DFU message not sent), 1C3B4A02:3 (power-cycled, DFU message not sent), 1C3B4A02:4 "
+        "(power-cycled, DFU message not sent), 1C3B4A02:5 (power-cycled, DFU message not sent)";
     EXPECT_EQ(dfu.standardError.trimmed(), "tarvel-cli: " + verdict);
     EXPECT_TRUE(dfu.standardOutput.contains("Refreshing Devices...\nFinishing Up...\n"))
         << "the sequence's own texts are unchanged";
