@@ -33,8 +33,7 @@ void verifyModes(PortVerdict& verdict, MacMode expected, ProgressDisplay& displa
     const QStringList ports = verdict.donePorts();
     if (ports.isEmpty())
         return;
-    const double timeout =
-        std::max(0.0, core::Settings::shared().doubleForKey(core::keys::verifyTimeoutSeconds));
+    const double timeout = core::Settings::shared().boundedNumber(core::keys::verifyTimeoutSeconds);
     const MacModeCheck check(usb::UsbRegistry::shared());
     std::optional<std::map<QString, MacMode>> modes;
     qsizetype shown = -1;
