@@ -93,6 +93,22 @@ TEST_F(CliDefaults, AValueAKnownKeyCannotUseIsStoredWithAWarning) {
     }
 }
 
+TEST_F(CliDefaults, AnUnknownCommandIsAUsageErrorEvenWithHelp) {
+    for (const QStringList& arguments :
+         {QStringList{"frobnicate"}, QStringList{"frobnicate", "--help"},
+          QStringList{"--help", "frobnicate"}, QStringList{"-v", "frobnicate", "-h"}}) {
+        const ProcessResult result = cli(arguments);
+        EXPECT_EQ(result.exitCode, 2) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(result.standardError.startsWith("tarvel-cli: unknown command: frobnicate\n"))
+            << result.standardError.toStdString();
+        EXPECT_EQ(result.standardOutput, "");
+    }
+    EXPECT_EQ(cli({"--help"}).exitCode, 0);
+    const ProcessResult commandHelp = cli({"defaults", "--help"});
+    EXPECT_EQ(commandHelp.exitCode, 0);
+    EXPECT_TRUE(commandHelp.standardOutput.contains("defaults")) << "a real command keeps its help";
+}
+
 TEST_F(CliDefaults, EveryRunLeavesAnAuditLineWhereTheLogFolderPreferencePoints) {
     QTemporaryDir elsewhere;
     EXPECT_EQ(cli({"defaults", "write", "LogFolderPath", elsewhere.path()}).exitCode, 0);
