@@ -155,6 +155,16 @@ TEST_F(QuitGuardTest, TheStatusLineFollowsTheApplicationState) {
     EXPECT_EQ(mainWindow.statusMessage()->text(), "Waiting to start next process");
 }
 
+TEST_F(QuitGuardTest, AnUnwritableLogStaysInTheStatusLine) {
+    EXPECT_FALSE(mainWindow.logProblem()->isVisible());
+    mainWindow.showLogProblem(
+        QStringLiteral("Cannot write the log file /x/generic.log (<b>x</b>)"));
+    EXPECT_TRUE(mainWindow.logProblem()->isVisible());
+    EXPECT_EQ(mainWindow.logProblem()->textFormat(), Qt::PlainText);
+    state.setProgressMessage(QStringLiteral("Waiting to start next process"));
+    EXPECT_TRUE(mainWindow.logProblem()->text().startsWith("Cannot write the log file"));
+}
+
 class OptionsSheetTest : public ::testing::Test {
   protected:
     core::Settings& store() { return settings.settings(); }
