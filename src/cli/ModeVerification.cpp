@@ -14,8 +14,7 @@ void verifyModes(const CliContext& context, PortVerdict& verdict, MacMode expect
     const QStringList ports = verdict.donePorts();
     if (ports.isEmpty())
         return;
-    const double timeout =
-        std::max(0.0, core::Settings::shared().doubleForKey(core::keys::verifyTimeoutSeconds));
+    const double timeout = core::Settings::shared().boundedNumber(core::keys::verifyTimeoutSeconds);
     const MacModeCheck check(usb::UsbRegistry::shared());
     std::optional<std::map<QString, MacMode>> modes;
     qsizetype shown = -1;

@@ -125,10 +125,9 @@ struct ZMRAcronameManager::Sequence {
     core::Settings& settings() const { return *environment.settings; }
     core::Clock& clock() const { return *environment.clock; }
 
-    // Whole seconds, truncated toward zero; a negative setting does not pause.
+    // Whole seconds, truncated toward zero.
     unsigned secondsOf(const char* key) const {
-        const double seconds = settings().doubleForKey(key);
-        return seconds > 0 ? static_cast<unsigned>(std::trunc(seconds)) : 0u;
+        return static_cast<unsigned>(std::trunc(settings().boundedNumber(key)));
     }
 
     void pauseSeconds(const char* key) const { clock().sleepSeconds(secondsOf(key)); }
@@ -366,7 +365,7 @@ struct ZMRAcronameManager::Sequence {
             return;
         }
         passPause(core::keys::acronameDelayAfterSettingPowerMode);
-        const double delay = settings().doubleForKey(core::keys::acronameRecoveryRebootDelay);
+        const double delay = settings().boundedNumber(core::keys::acronameRecoveryRebootDelay);
         const std::int64_t cycles = recoveryReboots();
         for (std::int64_t i = 1; i <= cycles && !stopping(); ++i) {
             update(QString::asprintf("Restarting %i of %li times", int(i), long(cycles)));

@@ -7,6 +7,7 @@
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Clock.h"
 #include "core/Log.h"
+#include "core/SettingRanges.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "usb/AutoDFU.h"
@@ -14,6 +15,9 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdint>
+#include <limits>
+#include <optional>
 
 namespace restore {
 namespace {
@@ -58,9 +62,10 @@ RestoreQueue::RestoreQueue(RestoreSession& session)
 RestoreQueue::~RestoreQueue() = default;
 
 unsigned RestoreQueue::pauseBetweenStarts(const QString& text) {
-    bool ok = false;
-    const unsigned seconds = text.toUInt(&ok, 10);
-    return ok ? seconds : 3;
+    const std::optional<qint64> seconds = core::strictDecimalInteger(text);
+    if (!seconds || *seconds < 0 || *seconds > std::numeric_limits<std::uint32_t>::max())
+        return 3;
+    return static_cast<unsigned>(*seconds);
 }
 
 QString RestoreQueue::joinedEcids(const DeviceList& devices) {

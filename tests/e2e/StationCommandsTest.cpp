@@ -234,6 +234,16 @@ TEST_F(StationCommands, AMacThatIgnoresDfuIsNamedByTheCheckAfterwards) {
     const ProcessResult unchecked = station.cli({"dfu", "1C3B4A01:2", "--no-verify"});
     EXPECT_EQ(unchecked.exitCode, 0) << unchecked.standardError.toStdString();
     EXPECT_FALSE(unchecked.standardOutput.contains("Checking the Macs"));
+
+    // A timeout no one can wait out is replaced by the shipped one, and the log says so.
+    station.setPreference("verifyTimeoutSeconds", 1e30);
+    const ProcessResult bounded = station.cli({"dfu", "1C3B4A01:2"});
+    EXPECT_EQ(bounded.exitCode, 1);
+    EXPECT_TRUE(bounded.standardError.contains("Mac still booted after 30 s"))
+        << bounded.standardError.toStdString();
+    EXPECT_TRUE(
+        log().contains("Setting verifyTimeoutSeconds: \"1e+30\" is not a number from 0 to "
+                       "600; using 30"));
 }
 
 TEST_F(StationCommands, UsbWatchEndsWithFailureWhenTheSimulatorDies) {
