@@ -246,19 +246,6 @@ TEST_F(StationCommands, AMacThatIgnoresDfuIsNamedByTheCheckAfterwards) {
                        "600; using 30"));
 }
 
-TEST_F(StationCommands, UsbWatchEndsWithFailureWhenTheSimulatorDies) {
-    ASSERT_FALSE(station.start().isEmpty());
-    QProcess watch;
-    watch.setProcessEnvironment(station.environment());
-    watch.start(testing_support::executablePath("tarvel-cli"),
-                {"--simulate=" + station.socket(), "usb", "watch"});
-    ASSERT_TRUE(watch.waitForReadyRead(10000)) << "the watch lists what is attached first";
-    station.simulator().kill();
-    ASSERT_TRUE(watch.waitForFinished(5000)) << "a watch that hears nothing more must not hang";
-    EXPECT_EQ(watch.exitCode(), 1);
-    EXPECT_TRUE(watch.readAllStandardError().contains("the simulator closed its socket"));
-}
-
 TEST_F(StationCommands, BadTargetsAreClearErrors) {
     ASSERT_FALSE(station.start().isEmpty());
     const ProcessResult unknown = station.cli({"restart", "1C3B4A01:6"});

@@ -202,8 +202,16 @@ QList<Cell> faultCells() {
          .interrupt = Interrupt::KillSimulator,
          .at = "Waiting to start next process",
          .exit = 1,
-         .said = "Restore Abandoned"},
-        // The bus across a simulator that restarts: the Macs are still there.
+         .said = "the simulator closed its socket; the batch was abandoned"},
+        // The bus: a watch that can hear nothing more ends; one that follows the simulator
+        // across a restart sees the Macs still there.
+        {.name = "UsbWatchSimulatorKilled",
+         .command = {"usb", "watch"},
+         .interrupt = Interrupt::KillSimulator,
+         .at = "deviceAdded",
+         .exit = 1,
+         .said = "the simulator closed its socket",
+         .boundSeconds = 10},
         {.name = "UsbWatchAcrossASimulatorRestart",
          .command = {"usb", "watch", "--follow", "--json"},
          .interrupt = Interrupt::RestartSimulator,
