@@ -29,20 +29,6 @@ constexpr std::array kRanges{
     SettingRange{keys::timeBetweenProcesses, 0, kUInt32Max, 3},
 };
 
-bool isNumericType(const QVariant& value) {
-    switch (value.typeId()) {
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Double:
-        case QMetaType::Float:
-            return true;
-        default:
-            return false;
-    }
-}
-
 // Both texts the options sheet stores as typed; their readers take whole decimal numbers only.
 bool holdsWholeNumberText(const SettingKey& key) {
     return QLatin1String(key.name) == QLatin1String(keys::timeBetweenProcesses) ||
@@ -155,6 +141,20 @@ QString settingValueProblem(const SettingKey& key, const QVariant& value) {
             return textProblem(key, value);
     }
     return {};
+}
+
+bool isNumericType(const QVariant& value) {
+    switch (value.typeId()) {
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Double:
+        case QMetaType::Float:
+            return true;
+        default:
+            return false;
+    }
 }
 
 }  // namespace core

@@ -32,4 +32,7 @@ std::optional<qint64> strictDecimalInteger(const QString& text);
 // take), or an empty text when it does.
 QString settingValueProblem(const SettingKey& key, const QVariant& value);
 
+// Whether a stored value is a number in itself (not a text holding one).
+bool isNumericType(const QVariant& value);
+
 }  // namespace core

@@ -17,20 +17,6 @@ namespace {
 // Skips leading blanks and answers the longest prefix that strtoll/strtod accept.
 QByteArray trimmedLatin1(const QString& text) { return text.trimmed().toLatin1(); }
 
-bool isNumericType(const QVariant& value) {
-    switch (value.typeId()) {
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Double:
-        case QMetaType::Float:
-            return true;
-        default:
-            return false;
-    }
-}
-
 }  // namespace
 
 bool textAsBool(const QString& text) {

@@ -67,15 +67,7 @@ class StationCommands : public ::testing::Test {
         return station.writeStation(R"({"hubs": [)" + hubs.join(',') + "]}");
     }
 
-    QString log() const {
-        QString text;
-        for (const QFileInfo& file : QDir(station.logFolder()).entryInfoList(QDir::Files)) {
-            QFile log(file.filePath());
-            if (log.open(QIODevice::ReadOnly))
-                text += QString::fromUtf8(log.readAll());
-        }
-        return text;
-    }
+    QString log() const { return station.log(); }
 
     SimulatedStation station;
 };

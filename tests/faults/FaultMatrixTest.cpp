@@ -126,15 +126,7 @@ class FaultMatrix : public ::testing::Test {
         }
     }
 
-    QString log() const {
-        QString text;
-        for (const QFileInfo& file : QDir(station.logFolder()).entryInfoList(QDir::Files)) {
-            QFile log(file.filePath());
-            if (log.open(QIODevice::ReadOnly))
-                text += QString::fromUtf8(log.readAll());
-        }
-        return text;
-    }
+    QString log() const { return station.log(); }
 
     static std::optional<QJsonObject> lastEvent(const QString& output, const QString& event) {
         std::optional<QJsonObject> found;

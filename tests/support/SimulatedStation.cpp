@@ -74,6 +74,16 @@ bool SimulatedStation::waitForContract(const QString& hub, int port) const {
     return false;
 }
 
+QString SimulatedStation::log() const {
+    QString text;
+    for (const QFileInfo& file : QDir(logFolder()).entryInfoList(QDir::Files)) {
+        QFile log(file.filePath());
+        if (log.open(QIODevice::ReadOnly))
+            text += QString::fromUtf8(log.readAll());
+    }
+    return text;
+}
+
 void SimulatedStation::setPreference(const QString& key, const QVariant& value) const {
     QSettings store(folder_.filePath("config/kestrune.com/Tarvel.conf"), QSettings::IniFormat);
     store.setValue(key, value);

@@ -37,6 +37,8 @@ public:
     QString socket() const { return socket_; }
     // The folder the LogFolderPath preference names (it exists from the start).
     QString logFolder() const { return folder_.filePath("logs"); }
+    // Everything written to the log folder so far.
+    QString log() const;
     QProcess& simulator() { return simulator_; }
     QProcessEnvironment& environment() { return environment_; }
 
