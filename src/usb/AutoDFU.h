@@ -106,9 +106,13 @@ class AutoDFU : public QObject {
     void autoTarvStateChanged(AutoTarvState state);
     // The recovery run started after an automatic restore has ended.
     void recoveryAfterRestoreFinished();
+    // The helper refused the cycle's DFU request, or its prompt was dismissed: automatic DFU is
+    // off now.
+    void automaticDFURefused(const HelperFailure& failure);
 
   private:
     void requestDFU();
+    void dfuRequestFailed(const HelperFailure& failure);
     void dropTimer();
     void print(const QString& line) const;
 

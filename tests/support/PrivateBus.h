@@ -31,19 +31,4 @@ class PrivateBus {
     mutable QStringList connections_;
 };
 
-// python3-dbusmock's polkitd on the private bus, denying everything until told otherwise.
-class FakePolkit {
-  public:
-    explicit FakePolkit(const PrivateBus& bus);
-    ~FakePolkit();
-
-    bool isRunning() const { return running_; }
-    void allow(const QStringList& actions);
-
-  private:
-    const PrivateBus& bus_;
-    QProcess mock_;
-    bool running_ = false;
-};
-
 }  // namespace testing_support
