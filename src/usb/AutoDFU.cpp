@@ -271,8 +271,16 @@ void AutoDFU::restoreFinished() {
     setAutoTarvState(AutoTarvState::restored);
     if (!shouldBootToRecoveryAfterRestore())
         return;
-    dispatch::global([this] {
-        recoveryMode([](const QString&) {}, [this] { emit recoveryAfterRestoreFinished(); });
+    // The end is announced from the main thread, after everything the run did.
+    std::weak_ptr<int> alive = lifetime_;
+    dispatch::global([this, alive] {
+        recoveryMode([](const QString&) {},
+                     [this, alive] {
+                         dispatch::main([this, alive] {
+                             if (!alive.expired())
+                                 emit recoveryAfterRestoreFinished();
+                         });
+                     });
     });
 }
 
