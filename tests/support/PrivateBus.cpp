@@ -4,9 +4,17 @@
 
 #include <QDBusConnectionInterface>
 
+#include <signal.h>
+#include <sys/prctl.h>
+
 namespace testing_support {
 
+void endWithThisProcess(QProcess& process) {
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+}
+
 PrivateBus::PrivateBus() {
+    endWithThisProcess(daemon_);
     daemon_.start(QStringLiteral(TARVEL_TEST_DBUS_DAEMON),
                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
                    QStringLiteral("--print-address=1")});

@@ -7,6 +7,9 @@
 
 namespace testing_support {
 
+// A test killed at its time limit must not leave its bus or services running.
+void endWithThisProcess(QProcess& process);
+
 // A dbus-daemon of the test's own (session configuration), stopped when it goes. Processes the
 // test starts reach it as their system and session bus through the environment.
 class PrivateBus {

@@ -8,6 +8,7 @@ SubjectPolkit::SubjectPolkit(const PrivateBus& bus)
     : connection_(bus.connect(QStringLiteral("subject-polkit-control"))) {
     authority_.setProcessEnvironment(bus.environment());
     authority_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    endWithThisProcess(authority_);
     authority_.start(QStringLiteral(TARVEL_TEST_PYTHON),
                      {QStringLiteral(TARVEL_TEST_SUPPORT_DIR "/polkit_per_subject.py")});
     running_ = authority_.waitForStarted(5000) &&
