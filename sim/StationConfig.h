@@ -93,11 +93,17 @@ struct StationConfig {
 };
 
 struct StationLoad {
+    // Enough to fix a file by; a hostile one could otherwise fill the terminal and the memory.
+    static constexpr qsizetype maxErrors = 20;
+    // Far above any real station, far below what would strain the simulator.
+    static constexpr qint64 maxFileBytes = 16 * 1024 * 1024;
+
     std::optional<StationConfig> station;
-    QStringList errors;  // "file: field: reason"
+    QStringList errors;            // "file: field: reason", the first maxErrors of them
+    qsizetype unlistedErrors = 0;  // the ones after those
 };
 
-// Parses and validates a station; every problem found is reported, not just the first.
+// Parses and validates a station; every problem found is counted, not just the first.
 StationLoad parseStation(const QByteArray& json, const QString& fileName);
 StationLoad loadStationFile(const QString& path);
 StationConfig defaultStation();

@@ -1,4 +1,6 @@
 #include "Hub.h"
+#include "JsonScan.h"
+#include "StationBytes.h"
 #include "StationConfig.h"
 #include "StationReader.h"
 
@@ -7,11 +9,34 @@
 #include <QJsonDocument>
 #include <QSet>
 
+#include <algorithm>
+
 namespace sim {
 
 namespace {
 
 constexpr std::uint64_t maxEcid = 0xFFFFFFFFFFFFFFFFull;
+
+// What the simulator is built for; a longer list is a mistake or an attack, and reading past the
+// limit would only make more of the same errors.
+constexpr qsizetype maxMacsPerHub = 8;
+constexpr qsizetype maxFaultsPerHub = 64;
+constexpr qsizetype maxResultsPerFault = 256;
+constexpr qsizetype maxLocalDfuMacs = 64;
+constexpr qsizetype maxHubs = 15;
+// A station at every limit above has about 2,500 objects and arrays and 250,000 values.
+constexpr qsizetype maxContainers = 10000;
+constexpr qsizetype maxValues = 500000;
+
+void checkLimit(StationReader& reader, const QString& field, qsizetype count, qsizetype maximum,
+                const QString& reason = {}) {
+    if (count > maximum)
+        reader.error(
+            field,
+            reason.isEmpty()
+                ? QStringLiteral("has %1 entries; at most %2 are allowed").arg(count).arg(maximum)
+                : reason);
+}
 
 std::optional<std::uint32_t> parseVersion(const QString& written) {
     const QStringList parts = written.split(u'.');
@@ -131,7 +156,8 @@ FaultConfig readFault(StationReader& reader, const QJsonObject& object, const QS
         return fault;
     }
     const QJsonArray codes = results.toArray();
-    for (qsizetype i = 0; i < codes.size(); ++i) {
+    checkLimit(reader, field, codes.size(), maxResultsPerFault);
+    for (qsizetype i = 0; i < std::min(codes.size(), maxResultsPerFault); ++i) {
         const double code = codes[i].toDouble(-1);
         if (!codes[i].isDouble() || code < 0 || code > 255 || code != static_cast<int>(code))
             reader.error(QStringLiteral("%1[%2]").arg(field).arg(i),
@@ -144,7 +170,7 @@ FaultConfig readFault(StationReader& reader, const QJsonObject& object, const QS
 
 template <typename Read>
 void readArray(StationReader& reader, const QJsonObject& object, const QString& path,
-               const char* key, Read read) {
+               const char* key, qsizetype maximum, Read read, const QString& tooMany = {}) {
     const QString field = StationReader::join(path, QLatin1String(key));
     const QJsonValue value = object.value(QLatin1String(key));
     if (value.isUndefined())
@@ -154,7 +180,8 @@ void readArray(StationReader& reader, const QJsonObject& object, const QString& 
         return;
     }
     const QJsonArray items = value.toArray();
-    for (qsizetype i = 0; i < items.size(); ++i) {
+    checkLimit(reader, field, items.size(), maximum, tooMany);
+    for (qsizetype i = 0; i < std::min(items.size(), maximum); ++i) {
         const QString itemPath = QStringLiteral("%1[%2]").arg(field).arg(i);
         if (!items[i].isObject())
             reader.error(itemPath, QStringLiteral("must be an object"));
@@ -192,19 +219,20 @@ HubConfig readHub(StationReader& reader, const QJsonObject& object, const QStrin
     if (hub.returnAfter && !hub.vanishAfter)
         reader.error(StationReader::join(path, QStringLiteral("returnAfter")),
                      QStringLiteral("needs vanishAfter"));
-    readArray(reader, object, path, "faults",
+    readArray(reader, object, path, "faults", maxFaultsPerHub,
               [&](const QJsonObject& item, const QString& itemPath) {
                   hub.faults.push_back(readFault(reader, item, itemPath));
               });
     QSet<int> ports;
-    readArray(reader, object, path, "macs", [&](const QJsonObject& item, const QString& itemPath) {
-        MacConfig mac = readMac(reader, item, itemPath, MacPlace::hubPort);
-        if (mac.port != 0 && ports.contains(mac.port))
-            reader.error(StationReader::join(itemPath, QStringLiteral("port")),
-                         QStringLiteral("port %1 already has a Mac").arg(mac.port));
-        ports.insert(mac.port);
-        hub.macs.push_back(std::move(mac));
-    });
+    readArray(reader, object, path, "macs", maxMacsPerHub,
+              [&](const QJsonObject& item, const QString& itemPath) {
+                  MacConfig mac = readMac(reader, item, itemPath, MacPlace::hubPort);
+                  if (mac.port != 0 && ports.contains(mac.port))
+                      reader.error(StationReader::join(itemPath, QStringLiteral("port")),
+                                   QStringLiteral("port %1 already has a Mac").arg(mac.port));
+                  ports.insert(mac.port);
+                  hub.macs.push_back(std::move(mac));
+              });
     return hub;
 }
 
@@ -279,7 +307,8 @@ void readLocalDfu(StationReader& reader, const QJsonObject& root, StationConfig&
     const qsizetype count = local.toArray().size();
     qsizetype index = 0;
     readArray(
-        reader, root, QString(), "localDFU", [&](const QJsonObject& item, const QString& path) {
+        reader, root, QString(), "localDFU", maxLocalDfuMacs,
+        [&](const QJsonObject& item, const QString& path) {
             station.localDfuSequence.push_back(readPlug(reader, item, path, ++index == count));
         });
 }
@@ -312,7 +341,16 @@ void checkUnique(StationReader& reader, const StationConfig& station) {
 
 StationLoad parseStation(const QByteArray& json, const QString& fileName) {
     StationLoad load;
-    StationReader reader(fileName, load.errors);
+    StationReader reader(fileName, load);
+    const JsonShape shape = measureJson(json);
+    if (shape.containers > maxContainers || shape.commas + shape.containers > maxValues) {
+        reader.error(QStringLiteral("(document)"),
+                     QStringLiteral("has more objects, arrays or values than any station (at "
+                                    "most %1 objects and arrays and %2 values)")
+                         .arg(maxContainers)
+                         .arg(maxValues));
+        return load;
+    }
     QJsonParseError parseError{};
     const QJsonDocument document = QJsonDocument::fromJson(json, &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
@@ -324,6 +362,9 @@ StationLoad parseStation(const QByteArray& json, const QString& fileName) {
                          : QStringLiteral("must be a JSON object"));
         return load;
     }
+    findDuplicateKeys(json, [&reader](const QString& path) {
+        reader.error(path, QStringLiteral("is given more than once"));
+    });
     const QJsonObject root = document.object();
     reader.rejectUnknown(root, QString(), {"timing", "cfgutil", "hubs", "localDFU"});
     StationConfig station;
@@ -339,12 +380,12 @@ StationLoad parseStation(const QByteArray& json, const QString& fileName) {
     }
     if (!root.value(QLatin1String("hubs")).isArray())
         reader.error(QStringLiteral("hubs"), QStringLiteral("must be an array of hubs"));
-    readArray(reader, root, QString(), "hubs", [&](const QJsonObject& item, const QString& path) {
-        station.hubs.push_back(readHub(reader, item, path));
-    });
-    if (station.hubs.size() > 15)
-        reader.error(QStringLiteral("hubs"),
-                     QStringLiteral("at most 15 hubs fit on one USB bus position nibble"));
+    readArray(
+        reader, root, QString(), "hubs", maxHubs,
+        [&](const QJsonObject& item, const QString& path) {
+            station.hubs.push_back(readHub(reader, item, path));
+        },
+        QStringLiteral("at most 15 hubs fit on one USB bus position nibble"));
     readLocalDfu(reader, root, station);
     checkUnique(reader, station);
     if (load.errors.isEmpty())
@@ -353,14 +394,14 @@ StationLoad parseStation(const QByteArray& json, const QString& fileName) {
 }
 
 StationLoad loadStationFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    QString problem;
+    const std::optional<QByteArray> json = readStationBytes(path, problem);
+    if (!json) {
         StationLoad load;
-        load.errors
-            << QStringLiteral("%1: (file): cannot be read: %2").arg(path, file.errorString());
+        load.errors << QStringLiteral("%1: (file): %2").arg(path, problem);
         return load;
     }
-    return parseStation(file.readAll(), path);
+    return parseStation(*json, path);
 }
 
 StationConfig defaultStation() {

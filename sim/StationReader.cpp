@@ -6,11 +6,14 @@
 
 namespace sim {
 
-StationReader::StationReader(QString fileName, QStringList& errors)
-    : fileName_(std::move(fileName)), errors_(errors) {}
+StationReader::StationReader(QString fileName, StationLoad& load)
+    : fileName_(std::move(fileName)), load_(load) {}
 
 void StationReader::error(const QString& field, const QString& reason) {
-    errors_ << QStringLiteral("%1: %2: %3").arg(fileName_, field, reason);
+    if (load_.errors.size() < StationLoad::maxErrors)
+        load_.errors << QStringLiteral("%1: %2: %3").arg(fileName_, field, reason);
+    else
+        ++load_.unlistedErrors;
 }
 
 bool StationReader::absent(const QJsonValue& value, const QString& field, bool required) {
@@ -27,16 +30,12 @@ QString StationReader::join(const QString& path, const QString& key) {
 
 void StationReader::rejectUnknown(const QJsonObject& object, const QString& path,
                                   std::initializer_list<const char*> known) {
-    for (const QString& key : object.keys()) {
-        bool found = false;
-        for (const char* name : known) found = found || key == QLatin1String(name);
-        if (!found) {
-            QStringList names;
-            for (const char* name : known) names << QLatin1String(name);
-            error(join(path, key),
-                  QStringLiteral("unknown field (known fields: %1)").arg(names.join(", ")));
-        }
-    }
+    QStringList names;
+    for (const char* name : known) names << QLatin1String(name);
+    const QString reason = QStringLiteral("unknown field (known fields: %1)").arg(names.join(", "));
+    for (auto it = object.begin(); it != object.end(); ++it)
+        if (!names.contains(it.key()))
+            error(join(path, it.key()), reason);
 }
 
 std::optional<qint64> StationReader::integer(const QJsonObject& object, const QString& path,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "StationConfig.h"
+
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
@@ -12,10 +14,11 @@
 namespace sim {
 
 // Typed reads of one station file's JSON that record "file: field: reason" for every problem and
-// let parsing carry on, so one run reports all of them.
+// let parsing carry on, so one run reports all of them (the first StationLoad::maxErrors in full,
+// the rest counted).
 class StationReader {
   public:
-    StationReader(QString fileName, QStringList& errors);
+    StationReader(QString fileName, StationLoad& load);
 
     void error(const QString& field, const QString& reason);
     // True when the field is missing, after noting the error if it had to be there.
@@ -39,7 +42,7 @@ class StationReader {
 
   private:
     QString fileName_;
-    QStringList& errors_;
+    StationLoad& load_;
 };
 
 }  // namespace sim

@@ -72,6 +72,9 @@ int main(int argc, char** argv) {
         sim::StationLoad load = sim::loadStationFile(parser.value(stationOption));
         for (const QString& error : load.errors)
             std::fprintf(stderr, "tarvel-sim: %s\n", qPrintable(error));
+        if (load.unlistedErrors > 0)
+            std::fprintf(stderr, "tarvel-sim: and %lld more errors\n",
+                         static_cast<long long>(load.unlistedErrors));
         if (!load.station)
             return 1;
         config = std::move(*load.station);

@@ -1,15 +1,16 @@
 #include "app/StayInFront.h"
 
+#include "core/SettingRanges.h"
+
 namespace app::stay_in_front {
 
 qint64 seconds(const QVariant& stored) {
     if (!stored.isValid())
         return defaultSeconds;
-    bool isNumber = false;
-    const qint64 value = stored.toString().toLongLong(&isNumber);
-    if (!isNumber)
+    const std::optional<qint64> value = core::strictDecimalInteger(stored.toString());
+    if (!value)
         return defaultSeconds;
-    return value < 0 ? 0 : value;
+    return *value < 0 ? 0 : *value;
 }
 
 bool pullsBack(const QDateTime& requested, const QDateTime& now, qint64 seconds) {

@@ -5,6 +5,7 @@
 #include <QUrl>
 
 #include <functional>
+#include <optional>
 
 class QNetworkAccessManager;
 class QNetworkReply;
@@ -31,7 +32,17 @@ class VersionCheck : public QObject {
     };
 
     // How a check ended, for the log and for tests.
-    enum class Outcome { NoURL, NetworkError, BadStatus, BadDocument, NoEntry, NotNewer, Newer };
+    enum class Outcome {
+        NoURL,
+        NetworkError,
+        BadStatus,
+        TooLarge,
+        BadDocument,
+        NoEntry,
+        BadVersion,
+        NotNewer,
+        Newer
+    };
     Q_ENUM(Outcome)
 
     explicit VersionCheck(Environment environment, QObject* parent = nullptr);
@@ -40,20 +51,33 @@ class VersionCheck : public QObject {
     // Starts the request; the answer and any alert come later on this object's thread.
     void start();
 
+    // A reply's body beyond this is not read: a version document is a few hundred bytes.
+    static constexpr qint64 maxBodyBytes = 64 * 1024;
+
     // Dot-separated versions compared number by number; a missing component counts as 0.
     static bool isNewer(const QString& candidate, const QString& installed);
+    // Digits and dots, as a version this application could have: anything else is not shown.
+    static bool isVersionText(const QString& text);
+    // The reply's body judged against this application's entry; `newerVersion` is set for Newer.
+    static Outcome decode(const QByteArray& body, const QString& appIdentifier,
+                          const QString& appVersion, QString& newerVersion);
 
   signals:
     void finished(app::VersionCheck::Outcome outcome);
 
   private:
     QString uniqueID();
+    void readBody(QNetworkReply* reply);
     void handleReply(QNetworkReply* reply);
-    Outcome evaluate(QNetworkReply* reply, QString& newerVersion) const;
+    std::optional<Outcome> transportOutcome(QNetworkReply* reply) const;
+    void decodeAway(const QByteArray& body);
+    void conclude(Outcome outcome, const QString& newerVersion);
     void offerUpdate(const QString& newerVersion);
 
     Environment environment_;
     QNetworkAccessManager* network_;
+    QByteArray body_;
+    bool tooLarge_ = false;
 };
 
 }  // namespace app

@@ -16,6 +16,8 @@ namespace cli {
 inline constexpr int exitSuccess = 0;
 inline constexpr int exitFailure = 1;
 inline constexpr int exitUsage = 2;
+// Stopped by Ctrl-C, as a shell reports a command that SIGINT ended.
+inline constexpr int exitInterrupted = 130;
 
 // What parsing decided: the one command to run (main() runs it only after the audit line is in
 // the log) and the global options every command group reads.

@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QSettings>
 #include <QTemporaryDir>
+#include <QTimer>
 
 
 #include <cstdio>
@@ -21,6 +22,7 @@
 namespace cli {
 namespace {
 
+constexpr int listingTimeoutSeconds = 120;
 
 QJsonObject describe(const AC2Device& device) {
     const QVariantMap info = device.deviceinfo();
@@ -104,7 +106,7 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     Interrupts interrupts([&] {
         // A second Ctrl-C while the tool winds down leaves at once.
         if (cancelled)
-            std::_Exit(130);
+            std::_Exit(exitInterrupted);
         cancelled = utility.task(*ecid);
         bar.note(QStringLiteral("cancelling…"));
         utility.cancelRestore(device);
@@ -128,7 +130,7 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                 std::printf("Restore of %s was cancelled (the tool ended with status %d).\n",
                             qPrintable(formatEcid(*ecid)),
                             cancelled ? cancelled->terminationStatus() : -1);
-                status = 130;
+                status = exitInterrupted;
             } else {
                 status = fail(exitFailure, message);
                 for (const QString& line : utility.restoreErrorLines(*ecid))
@@ -169,11 +171,27 @@ std::optional<int> listAttachedDevices(ZMRConfigurator2Utility& utility,
                                        configurator::DeviceList* listed) {
     if (const auto refused = refuseWithoutTool(utility))
         return refused;
+    // A tool that never finishes its listing must not hold the terminal for ever; a listing
+    // takes seconds even on a full bench.
+    bool timedOut = false;
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    QObject::connect(&deadline, &QTimer::timeout, [&timedOut] {
+        timedOut = true;
+        QCoreApplication::exit(1);
+    });
+    deadline.start(listingTimeoutSeconds * 1000);
     utility.attachedDevicesWithCallback([listed](const configurator::DeviceList& devices) {
         *listed = devices;
         QCoreApplication::exit(0);
     });
     QCoreApplication::exec();
+    if (timedOut) {
+        utility.attachedDevicesWrapper()->stopProcess();
+        return fail(exitFailure, QStringLiteral("%1 did not finish listing the devices within %2 s")
+                                     .arg(utility.toolPath())
+                                     .arg(listingTimeoutSeconds));
+    }
     // The listing itself ignores how the tool ended; a technician must not mistake a tool that
     // failed (no simulator, no permission) for an empty bench.
     const int status = utility.attachedDevicesWrapper()->terminationStatus();

@@ -1,5 +1,6 @@
 #include "cli/DefaultsCommands.h"
 
+#include "core/SettingRanges.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 
@@ -108,6 +109,19 @@ std::optional<QVariant> typedValue(const QString& type, const QString& text, QSt
     return value;
 }
 
+// The value is stored as given, as the platform's tool does; a known key that cannot use it says
+// so now, rather than leaving the surprise for the next run on the bench.
+void store(core::Settings& settings, const QString& key, const QVariant& value) {
+    settings.setValue(key, value);
+    const core::SettingKey* known = core::findSettingKey(key);
+    if (!known)
+        return;
+    const QString problem = core::settingValueProblem(*known, value);
+    if (!problem.isEmpty())
+        std::fprintf(stderr, "tarvel-cli: warning: %s %s; \"%s\" was stored anyway\n",
+                     qPrintable(key), qPrintable(problem), qPrintable(value.toString()));
+}
+
 int write(core::Settings& settings, const std::vector<std::string>& arguments) {
     QStringList args;
     for (const auto& argument : arguments) args << QString::fromStdString(argument);
@@ -121,12 +135,12 @@ int write(core::Settings& settings, const std::vector<std::string>& arguments) {
                             .arg(args[2], args[1].mid(1), args[0]);
             return fail(exitUsage, QStringLiteral("defaults write: ") + error);
         }
-        settings.setValue(args[0], *value);
+        store(settings, args[0], *value);
         return exitSuccess;
     }
     const QStringList typeFlags{"-string", "-bool", "-boolean", "-int", "-integer", "-float"};
     if (args.size() == 2 && !typeFlags.contains(args[1])) {
-        settings.setValue(args[0], args[1]);
+        store(settings, args[0], args[1]);
         return exitSuccess;
     }
     return fail(

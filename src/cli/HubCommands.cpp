@@ -1,6 +1,7 @@
 #include "cli/HubCommands.h"
 
 #include "cli/HubListOutput.h"
+#include "cli/ModeVerification.h"
 
 #include "hubs/AcronameHub.h"
 #include "hubs/AcronamePort.h"
@@ -14,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace cli {
 namespace {
@@ -22,6 +24,12 @@ constexpr std::int64_t kLastPort = BrainStemWrapper::kProbedPortCount - 1;
 
 struct HubOptions {
     bool json = false;
+};
+
+struct MessageOptions {
+    bool json = false;
+    bool force = false;
+    bool noVerify = false;
 };
 
 void printJson(const QJsonObject& object) {
@@ -160,6 +168,101 @@ int portCommand(const CliContext& context, const HubOptions& options, const std:
     });
 }
 
+// Why a vendor message to the port would go nowhere, if it would: the message travels only
+// over a power-delivery contract with a powered Mac.
+// The port as the hub's connect probed it, if it did.
+std::shared_ptr<AcronamePort> probedPort(const AcronameHub& hub, std::int64_t port) {
+    for (const auto& probed : hub.ports())
+        if (probed->portID() == port)
+            return probed;
+    return nullptr;
+}
+
+std::optional<QString> messageRefusal(AcronameHub& hub, std::int64_t port) {
+    const auto probed = probedPort(hub, port);
+    if (!probed)
+        return QStringLiteral("the port could not be read");
+    if (!probed->isEnabled())
+        return QStringLiteral("the port is disabled (`port enable` first)");
+    if (!probed->isConnected())
+        return QStringLiteral("nothing is connected to the port");
+    if (!hub.inPDModeForPort(port))
+        return QStringLiteral(
+                   "the port is not in power-delivery mode (`port power-mode %1:%2 pd` "
+                   "first)")
+            .arg(hub.modelName())
+            .arg(port);
+    return std::nullopt;
+}
+
+// Waits for the Mac on a port that was sent the DFU message to show DFU mode on USB, as `dfu`
+// checks its ports; answers the verdict's word and what to say.
+std::pair<bool, QString> verifyDfu(const CliContext& context, const AcronamePort& port, bool json) {
+    PortVerdict verdict({port.name()});
+    verdict.record({.kind = PortProgress::Kind::PortResult,
+                    .step = PortProgress::Step::DfuMessage,
+                    .port = &port,
+                    .succeeded = true});
+    verdict.recordCompletion(true);
+    ProgressDisplay display = ProgressDisplay::forStandardOutput(json);
+    verifyModes(context, verdict, MacMode::Dfu, display);
+    if (verdict.succeeded())
+        return {true, QStringLiteral("the Mac is in DFU mode")};
+    return {false, verdict.unverifiedDescriptions().join("; ")};
+}
+
+// `port dfu` and `port reboot`: the port is read first and a message that could not reach the
+// Mac is refused unless forced; a DFU message is then checked on USB as `dfu` checks it.
+int messageCommand(const CliContext& context, const MessageOptions& options,
+                   const std::string& target, bool dfu) {
+    const QString action = dfu ? QStringLiteral("dfu") : QStringLiteral("reboot");
+    const auto address = parsePortAddress(target);
+    if (!address || !isHubName(address->hub) || address->port < 0 || address->port > kLastPort)
+        return fail(exitUsage, QStringLiteral("%1 is not HUB:PORT with the hub in hexadecimal and "
+                                              "a port from 0 to %2 (for example 1234ABCD:3)")
+                                   .arg(QString::fromStdString(target))
+                                   .arg(kLastPort));
+    return withHub(context, address->hub, [&](AcronameHub& hub) {
+        const QString name = QStringLiteral("%1:%2").arg(hub.modelName()).arg(address->port);
+        QJsonObject json{{"hub", hub.modelName()},
+                         {"port", static_cast<qint64>(address->port)},
+                         {"action", action}};
+        const auto refusal = messageRefusal(hub, address->port);
+        if (refusal && !options.force) {
+            json.insert("ok", false);
+            json.insert("refused", *refusal);
+            report({options.json}, json,
+                   QStringLiteral("%1 %2: not sent: %3; --force sends it anyway")
+                       .arg(action, name, *refusal),
+                   false);
+            return false;
+        }
+        const bool sent = dfu ? hub.dfuPort(address->port) : hub.rebootPort(address->port);
+        json.insert("sent", sent);
+        if (!sent) {
+            json.insert("ok", false);
+            report({options.json}, json,
+                   QStringLiteral("%1 %2: failed (%3)")
+                       .arg(action, name, portResultText(hub.lastPortResult(), hub.modelName())),
+                   false);
+            return false;
+        }
+        const auto probed = probedPort(hub, address->port);
+        if (!dfu || options.noVerify || !probed) {
+            json.insert("ok", true);
+            report({options.json}, json, QStringLiteral("%1 %2: sent").arg(action, name), true);
+            return true;
+        }
+        if (!options.json)
+            std::printf("%s\n", qPrintable(QStringLiteral("%1 %2: sent").arg(action, name)));
+        const auto [verified, outcome] = verifyDfu(context, *probed, options.json);
+        json.insert("ok", verified);
+        json.insert("verified", verified);
+        report({options.json}, json, QStringLiteral("dfu %1: %2").arg(name, outcome), verified);
+        return verified;
+    });
+}
+
 int hubCommand(const CliContext& context, const HubOptions& options, const std::string& serial,
                const QString& action, const std::function<void(AcronameHub&)>& run) {
     if (!isHubName(QString::fromStdString(serial)))
@@ -203,10 +306,26 @@ void addPortCommands(CLI::App& app, CliContext& context) {
            [](AcronameHub& hub, std::int64_t p) { return hub.enablePort(p); });
     simple("disable", "Disable the port (the device on it loses power)", "disable",
            [](AcronameHub& hub, std::int64_t p) { return hub.disablePort(p); });
-    simple("dfu", "Send the Mac on the port the DFU message", "dfu",
-           [](AcronameHub& hub, std::int64_t p) { return hub.dfuPort(p); });
-    simple("reboot", "Send the Mac on the port the reboot message", "reboot",
-           [](AcronameHub& hub, std::int64_t p) { return hub.rebootPort(p); });
+    const auto message = [&](const char* name, const char* help, bool dfu) {
+        auto options = std::make_shared<MessageOptions>();
+        auto target = std::make_shared<std::string>();
+        CLI::App* command = port->add_subcommand(name, help);
+        command->add_flag("--json", options->json, "print the result as JSON");
+        command->add_flag("--force", options->force,
+                          "send even when the port shows the Mac cannot hear it");
+        if (dfu)
+            command->add_flag("--no-verify", options->noVerify,
+                              "do not wait for the Mac to show DFU mode on USB afterwards");
+        command->add_option("HUB:PORT", *target, "hub serial and port number")->required();
+        command->callback([&context, options, target, dfu] {
+            context.action = [&context, options, target, dfu] {
+                return messageCommand(context, *options, *target, dfu);
+            };
+        });
+    };
+    message("dfu", "Send the Mac on the port the DFU message and check it arrives in DFU mode",
+            true);
+    message("reboot", "Send the Mac on the port the reboot message", false);
 
     auto options = std::make_shared<HubOptions>();
     auto target = std::make_shared<std::string>();

@@ -22,7 +22,6 @@
 namespace cli {
 namespace {
 
-constexpr int exitInterrupted = 130;
 const QString cancelledMessage = QStringLiteral("Restore Cancelled");
 
 void printLine(const QString& line) {

@@ -17,6 +17,8 @@ QString macModeText(MacMode mode) {
     switch (mode) {
         case MacMode::Absent:
             return QStringLiteral("no Mac");
+        case MacMode::HubAbsent:
+            return QStringLiteral("no hub");
         case MacMode::Booted:
             return QStringLiteral("booted");
         case MacMode::Dfu:
@@ -50,8 +52,8 @@ std::optional<std::map<QString, MacMode>> MacModeCheck::modes(const QStringList&
     const usb::HubPortNames ports(*devices);
     std::map<QString, MacMode> found;
     for (const QString& name : names) {
-        MacMode mode = MacMode::Absent;
         const auto location = ports.locationOf(name);
+        MacMode mode = location ? MacMode::Absent : MacMode::HubAbsent;
         for (const usb::PropertyMap& device : *devices)
             if (location && usb::unsignedProperty(device, usb::keys::locationID) == location &&
                 modeOf(device) != MacMode::Absent)

@@ -10,9 +10,10 @@
 
 namespace cli {
 
-enum class MacMode { Absent, Booted, Dfu, Recovery };
+// HubAbsent: the port's hub itself is not on USB, so nothing can be said of its Mac.
+enum class MacMode { Absent, HubAbsent, Booted, Dfu, Recovery };
 
-// "no Mac", "booted", "in DFU mode", "in recovery".
+// "no Mac", "no hub", "booted", "in DFU mode", "in recovery".
 QString macModeText(MacMode mode);
 
 // Where the Mac on a hub port is in its boot, as the USB registry shows it: the Mac hangs one hop

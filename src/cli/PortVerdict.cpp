@@ -1,17 +1,28 @@
 #include "cli/PortVerdict.h"
 
 #include "hubs/AcronamePort.h"
+#include "hubs/stem/Types.h"
 
 #include <QJsonArray>
 
+#include <algorithm>
+
 namespace cli {
 
-PortVerdict::PortVerdict(QStringList ports) : ports_(std::move(ports)) {}
+PortVerdict::PortVerdict(QStringList ports, std::optional<PortProgress::Step> message)
+    : ports_(std::move(ports)), message_(message) {}
 
 void PortVerdict::record(const PortProgress& event) {
     if (!event.port)
         return;
     PortState& state = states_[event.port->name()];
+    if (event.kind == PortProgress::Kind::PortStep) {
+        // The pause after a port came back on ends its power cycle.
+        if (event.step == PortProgress::Step::Settling &&
+            state.lastStep == PortProgress::Step::Enable)
+            state.powerCycled = true;
+        state.lastStep = event.step;
+    }
     // A failure stays on record whatever comes after it; work done outranks an earlier skip.
     if (state.outcome == Outcome::Failed)
         return;
@@ -34,43 +45,108 @@ void PortVerdict::recordUnverified(const QString& port, const QString& reason) {
     unverified_.append({port, reason});
 }
 
+void PortVerdict::recordWasDisabled(const QString& port) {
+    wasDisabled_.insert(port);
+}
+
+void PortVerdict::recordLeftDisabled(const QString& port) {
+    if (!leftDisabled_.contains(port))
+        leftDisabled_ << port;
+}
+
+void PortVerdict::recordLoss(const QString& reason) {
+    loss_ = reason;
+}
+
 QStringList PortVerdict::donePorts() const {
     return portsWith(Outcome::Done);
 }
 
 bool PortVerdict::succeeded() const {
     return completions_ > 0 && !anyFalseCompletion_ && portsWith(Outcome::Failed).isEmpty() &&
-           portsWith(Outcome::NotReached).isEmpty() && unverified_.isEmpty();
+           portsWith(Outcome::PartlyDone).isEmpty() && portsWith(Outcome::NotReached).isEmpty() &&
+           unverified_.isEmpty() && leftDisabled_.isEmpty() && !interrupted_;
+}
+
+PortVerdict::Outcome PortVerdict::outcomeOf(const QString& port) const {
+    const auto found = states_.find(port);
+    if (found == states_.end())
+        return Outcome::NotReached;
+    const PortState& state = found->second;
+    // Power-cycled for a message that never went: the Mac is on, in power-delivery mode.
+    if (state.outcome == Outcome::NotReached && state.powerCycled && message_)
+        return Outcome::PartlyDone;
+    return state.outcome;
 }
 
 QStringList PortVerdict::portsWith(Outcome outcome) const {
     QStringList matching;
-    for (const QString& port : ports_) {
-        const auto found = states_.find(port);
-        const Outcome actual = found == states_.end() ? Outcome::NotReached : found->second.outcome;
-        if (actual == outcome)
+    for (const QString& port : ports_)
+        if (outcomeOf(port) == outcome)
             matching << port;
-    }
     return matching;
+}
+
+QString PortVerdict::answerOf(const QString& port, std::int64_t result) const {
+    if (result == stem::aErrConnection && !loss_.isEmpty())
+        return loss_;
+    return portResultText(result, port.section(':', 0, 0));
 }
 
 QString PortVerdict::failure(const QString& port) const {
     const PortState& state = states_.at(port);
-    const QString answer = state.result >= 0 ? QStringLiteral("result %1").arg(state.result)
-                                             : QStringLiteral("no answer from the hub");
-    return QStringLiteral("%1 (%2, %3)").arg(port, portStepName(state.step), answer);
+    return annotated(
+        port, QStringLiteral("%1, %2").arg(portStepName(state.step), answerOf(port, state.result)));
+}
+
+QString PortVerdict::partly(const QString& port) const {
+    return annotated(port,
+                     QStringLiteral("power-cycled, %1 not sent").arg(portStepName(*message_)));
+}
+
+QString PortVerdict::annotated(const QString& port, const QString& detail) const {
+    if (wasDisabled_.count(port))
+        return QStringLiteral("%1 (was disabled; %2)").arg(port, detail);
+    return QStringLiteral("%1 (%2)").arg(port, detail);
+}
+
+QString PortVerdict::named(const QString& port) const {
+    return wasDisabled_.count(port) ? port + QStringLiteral(" (was disabled)") : port;
+}
+
+QStringList PortVerdict::namedList(const QStringList& ports) const {
+    QStringList names;
+    for (const QString& port : ports) names << named(port);
+    return names;
 }
 
 QStringList PortVerdict::failureDescriptions() const {
     QStringList lines;
-    for (const QString& port : portsWith(Outcome::Failed)) lines << failure(port);
+    for (const QString& port : portsWith(Outcome::Failed))
+        lines << QStringLiteral("failed: ") + failure(port);
+    for (const QString& port : portsWith(Outcome::PartlyDone))
+        lines << QStringLiteral("partly done: ") + partly(port);
+    for (const QString& port : leftDisabled_) lines << QStringLiteral("left disabled: ") + port;
     return lines;
+}
+
+QList<std::pair<QStringList, QString>> PortVerdict::unverifiedByReason() const {
+    QList<std::pair<QStringList, QString>> groups;
+    for (const auto& [port, reason] : unverified_) {
+        const auto group = std::find_if(groups.begin(), groups.end(),
+                                        [&](const auto& known) { return known.second == reason; });
+        if (group == groups.end())
+            groups.append({{port}, reason});
+        else
+            group->first << port;
+    }
+    return groups;
 }
 
 QStringList PortVerdict::unverifiedDescriptions() const {
     QStringList lines;
-    for (const auto& [port, reason] : unverified_)
-        lines << QStringLiteral("%1: %2").arg(port, reason);
+    for (const auto& [ports, reason] : unverifiedByReason())
+        lines << QStringLiteral("%1: %2").arg(ports.join(", "), reason);
     return lines;
 }
 
@@ -80,19 +156,29 @@ QString PortVerdict::summary() const {
                        .arg(portsWith(Outcome::Done).size())
                        .arg(total)
                        .arg(total == 1 ? "" : "s");
-    if (const QStringList failed = failureDescriptions(); !failed.isEmpty())
+    QStringList failed;
+    for (const QString& port : portsWith(Outcome::Failed)) failed << failure(port);
+    if (!failed.isEmpty())
         text += QStringLiteral("; failed: ") + failed.join(", ");
+    QStringList partlyDone;
+    for (const QString& port : portsWith(Outcome::PartlyDone)) partlyDone << partly(port);
+    if (!partlyDone.isEmpty())
+        text += QStringLiteral("; partly done: ") + partlyDone.join(", ");
+    if (!leftDisabled_.isEmpty())
+        text += QStringLiteral("; left disabled: ") + leftDisabled_.join(", ");
     if (const QStringList skipped = portsWith(Outcome::Skipped); !skipped.isEmpty())
-        text += QStringLiteral("; nothing connected: ") + skipped.join(", ");
+        text += QStringLiteral("; nothing connected: ") + namedList(skipped).join(", ");
     if (const QStringList missed = portsWith(Outcome::NotReached); !missed.isEmpty())
-        text += QStringLiteral("; not reached: ") + missed.join(", ");
+        text += QStringLiteral("; not reached: ") + namedList(missed).join(", ");
     QStringList unverified;
-    for (const auto& [port, reason] : unverified_)
-        unverified << QStringLiteral("%1 (%2)").arg(port, reason);
+    for (const auto& [ports, reason] : unverifiedByReason())
+        unverified << QStringLiteral("%1 (%2)").arg(ports.join(", "), reason);
     if (!unverified.isEmpty())
         text += QStringLiteral("; unverified: ") + unverified.join(", ");
-    if (anyFalseCompletion_ && failureDescriptions().isEmpty())
+    if (anyFalseCompletion_ && failed.isEmpty() && partlyDone.isEmpty())
         text += QStringLiteral("; the sequence reported a failure");
+    if (interrupted_)
+        text += QStringLiteral("; stopped by Ctrl-C");
     return text;
 }
 
@@ -100,20 +186,34 @@ QJsonObject PortVerdict::json() const {
     QJsonArray failed;
     for (const QString& port : portsWith(Outcome::Failed)) {
         const PortState& state = states_.at(port);
-        QJsonObject entry{{"port", port}, {"step", portStepName(state.step)}};
+        QJsonObject entry{{"port", port},
+                          {"step", portStepName(state.step)},
+                          {"reason", answerOf(port, state.result)}};
         if (state.result >= 0)
             entry.insert("result", qint64(state.result));
         failed.append(entry);
     }
+    QJsonArray partlyDone;
+    for (const QString& port : portsWith(Outcome::PartlyDone))
+        partlyDone.append(QJsonObject{
+            {"port", port}, {"done", "power-cycled"}, {"notSent", portStepName(*message_)}});
     QJsonArray unverified;
     for (const auto& [port, reason] : unverified_)
         unverified.append(QJsonObject{{"port", port}, {"reason", reason}});
+    QStringList wasDisabled;
+    for (const QString& port : ports_)
+        if (wasDisabled_.count(port))
+            wasDisabled << port;
     return {{"event", "verdict"},
             {"unverified", unverified},
             {"ok", succeeded()},
+            {"interrupted", interrupted_},
             {"summary", summary()},
             {"done", QJsonArray::fromStringList(portsWith(Outcome::Done))},
             {"failed", failed},
+            {"partlyDone", partlyDone},
+            {"leftDisabled", QJsonArray::fromStringList(leftDisabled_)},
+            {"wasDisabled", QJsonArray::fromStringList(wasDisabled)},
             {"nothingConnected", QJsonArray::fromStringList(portsWith(Outcome::Skipped))},
             {"notReached", QJsonArray::fromStringList(portsWith(Outcome::NotReached))}};
 }

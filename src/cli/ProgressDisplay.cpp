@@ -37,10 +37,9 @@ QString resultText(const PortProgress& event) {
         return QStringLiteral("%1 nothing connected").arg(event.port->name());
     if (event.succeeded)
         return QStringLiteral("%1 done").arg(event.port->name());
-    const QString answer = event.result >= 0 ? QStringLiteral("result %1").arg(event.result)
-                                             : QStringLiteral("no answer from the hub");
     return QStringLiteral("%1 failed: %2, %3")
-        .arg(event.port->name(), portStepName(event.step), answer);
+        .arg(event.port->name(), portStepName(event.step),
+             portResultText(event.result, event.port->name().section(':', 0, 0)));
 }
 
 QString kindName(PortProgress::Kind kind) {

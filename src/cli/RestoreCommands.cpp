@@ -8,6 +8,7 @@
 #include "app/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Dispatch.h"
+#include "core/SimulatorAddress.h"
 #include "restore/RestoreSession.h"
 
 #include <QCoreApplication>
@@ -16,7 +17,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 #include <QSaveFile>
+#include <QSet>
 
 #include <cstdio>
 #include <memory>
@@ -24,8 +27,6 @@
 
 namespace cli {
 namespace {
-
-constexpr int exitCancelled = 130;
 
 struct Options {
     bool allInDFU = false;
@@ -62,22 +63,40 @@ std::optional<int> selectDevices(const Options& options, const configurator::Dev
     return std::nullopt;
 }
 
-QJsonArray historyRecords(const QList<restore::History>& history) {
+// A Mac of the batch whose outcome never came: the run ended under it.
+const QString restoreAbandoned = QStringLiteral("Restore Abandoned");
+
+// The batch's history as scripts read it: the records, each with the tool's exit status and its
+// last error lines when the restore ended, and one "Restore Abandoned" record for every Mac
+// whose outcome never came.
+QJsonArray historyRecords(const QList<restore::History>& history,
+                          const QList<restore::History>& abandoned) {
+    const ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
     QJsonArray records;
-    for (const restore::History& record : history)
-        records.append(QJsonObject{{"device", record.device},
-                                   {"serialNumber", record.serialNumber},
-                                   {"date", record.date.toString(Qt::ISODate)},
-                                   {"message", record.message},
-                                   {"identifier", record.identifier.toString(QUuid::WithoutBraces)}});
+    for (const restore::History& record : history + abandoned) {
+        QJsonObject object{{"device", record.device},
+                           {"serialNumber", record.serialNumber},
+                           {"date", record.date.toString(Qt::ISODate)},
+                           {"message", record.message},
+                           {"identifier", record.identifier.toString(QUuid::WithoutBraces)}};
+        bool hex = false;
+        const std::uint64_t ecid = record.device.toULongLong(&hex, 16);
+        if (const auto status = hex ? utility.restoreExitStatus(ecid) : std::nullopt;
+            status && record.message != restoreAbandoned) {
+            object.insert("status", *status);
+            if (const QStringList errors = utility.restoreErrorLines(ecid); !errors.isEmpty())
+                object.insert("error", errors.join('\n'));
+        }
+        records.append(object);
+    }
     return records;
 }
 
-bool writeHistory(const QString& path, const QList<restore::History>& history) {
+bool writeHistory(const QString& path, const QJsonArray& records) {
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return false;
-    file.write(QJsonDocument(historyRecords(history)).toJson(QJsonDocument::Indented));
+    file.write(QJsonDocument(records).toJson(QJsonDocument::Indented));
     return file.commit();
 }
 
@@ -87,6 +106,33 @@ void printHistory(const QList<restore::History>& history) {
         std::printf("  %s  %-18s %-12s %s\n", qPrintable(restore::History::dateFormatter(record.date)),
                     qPrintable(record.device), qPrintable(record.serialNumber),
                     qPrintable(record.message));
+}
+
+// "restore: 9 of 10 restored; failed: 1A2B" for standard error when the batch did not succeed.
+QString batchSummary(const restore::DeviceList& devices, const QList<restore::History>& history) {
+    QMap<QString, QString> outcomes;
+    for (const restore::History& record : history)
+        if (!outcomes.contains(record.device) || record.message == "Restored Successfully")
+            outcomes.insert(record.device, record.message);
+    QStringList failed, cancelled, abandoned;
+    int restored = 0;
+    for (const auto& [device, message] : outcomes.asKeyValueRange()) {
+        if (message == "Restored Successfully")
+            ++restored;
+        else if (message == "Restore Cancelled")
+            cancelled << device;
+        else if (message == restoreAbandoned)
+            abandoned << device;
+        else
+            failed << device;
+    }
+    QString text = QStringLiteral("restore: %1 of %2 restored").arg(restored).arg(devices.size());
+    for (const auto& [word, ecids] :
+         {std::pair{"failed", failed}, std::pair{"cancelled", cancelled},
+          std::pair{"abandoned", abandoned}})
+        if (!ecids.isEmpty())
+            text += QStringLiteral("; %1: %2").arg(QLatin1String(word), ecids.join(", "));
+    return text;
 }
 
 // The output callback's status ("ECID:step:progress") is shown from the progress signal instead.
@@ -120,16 +166,44 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     int status = exitFailure;
     QObject::connect(&session, &restore::RestoreSession::batchFinished,
                      [&](bool failed, bool cancelled) {
-                         status = cancelled ? exitCancelled : failed ? exitFailure : exitSuccess;
+                         status = cancelled ? exitInterrupted : failed ? exitFailure : exitSuccess;
                          // After the event scripts the batch's end has queued.
                          dispatch::main([] { QCoreApplication::exit(0); });
                      });
+    QSet<std::uint64_t> finished;
+    QObject::connect(&session, &restore::RestoreSession::deviceFinished,
+                     [&](const restore::DevicePtr& device) { finished.insert(device->ecid()); });
+    // Every Mac of the batch is in the history, whichever way the run ends.
+    const auto abandonedRecords = [&] {
+        QList<restore::History> abandoned;
+        for (const auto& device : devices)
+            if (!finished.contains(device->ecid()))
+                abandoned.append(restore::History::make(device->ecid(), device->serialNumber(),
+                                                        QDateTime::currentDateTime(),
+                                                        restoreAbandoned));
+        return abandoned;
+    };
+    const auto writeHistoryFile = [&](const QList<restore::History>& abandoned) {
+        if (options.historyJSON.empty())
+            return true;
+        const QString path = QString::fromStdString(options.historyJSON);
+        if (writeHistory(path, historyRecords(session.history(), abandoned)))
+            return true;
+        fail(exitFailure, QStringLiteral("could not write the history to %1").arg(path));
+        return false;
+    };
 
     QElapsedTimer sinceCancel;
     Interrupts interrupts([&] {
-        // A second Ctrl-C within two seconds leaves at once.
-        if (sinceCancel.isValid() && sinceCancel.elapsed() < 2000)
-            std::_Exit(exitCancelled);
+        // A second Ctrl-C within two seconds leaves at once, with the history as it stands.
+        if (sinceCancel.isValid() && sinceCancel.elapsed() < 2000) {
+            display.finish();
+            const QList<restore::History> abandoned = abandonedRecords();
+            writeHistoryFile(abandoned);
+            printHistory(session.history() + abandoned);
+            std::fflush(stdout);
+            std::_Exit(exitInterrupted);
+        }
         sinceCancel.start();
         display.note(QStringLiteral("Cancelling the batch (Ctrl-C again within 2 s to leave at once)"));
         session.cancel(devices);
@@ -153,9 +227,14 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     if (!started)
         return exitFailure;
     display.finish();
+    const QList<restore::History> abandoned = abandonedRecords();
+    // The restores may have ended on their own, failed by the simulator's going, before its
+    // socket was heard to close.
+    if (options.simulator && core::simulatorProblem(*options.simulator))
+        simulatorLost = true;
     if (simulatorLost) {
         reportSimulatorLost("restore", QStringLiteral("the batch was abandoned"));
-        return exitFailure;
+        status = exitFailure;
     }
 
     // The history keeps only the status; the tool's own reason is what a technician acts on.
@@ -165,14 +244,14 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
             std::fprintf(stderr, "cfgutil (0x%s): %s\n",
                          qPrintable(QString::number(device->ecid(), 16).toUpper()),
                          qPrintable(line));
-    if (!options.historyJSON.empty() &&
-        !writeHistory(QString::fromStdString(options.historyJSON), session.history()))
-        status = fail(exitFailure, QStringLiteral("could not write the history to %1")
-                                       .arg(QString::fromStdString(options.historyJSON)));
+    if (!writeHistoryFile(abandoned))
+        status = exitFailure;
+    if (status != exitSuccess)
+        fail(status, batchSummary(devices, session.history() + abandoned));
     if (options.json)
-        display.end(historyRecords(session.history()), status);
+        display.end(historyRecords(session.history(), abandoned), status);
     else
-        printHistory(session.history());
+        printHistory(session.history() + abandoned);
     return status;
 }
 

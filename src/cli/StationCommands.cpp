@@ -1,6 +1,7 @@
 #include "cli/StationCommands.h"
 
 #include "cli/MacModeCheck.h"
+#include "cli/ModeVerification.h"
 #include "cli/StationSession.h"
 
 #include "configurator/AC2Device.h"
@@ -27,46 +28,6 @@ struct PortTargets {
     std::vector<std::string> names;
 };
 
-// Waits, a second of the station's clock at a time, for the Mac of every done port to show
-// `expected`, up to the verifyTimeoutSeconds setting; what never does goes into the verdict.
-void verifyModes(PortVerdict& verdict, MacMode expected, ProgressDisplay& display) {
-    const QStringList ports = verdict.donePorts();
-    if (ports.isEmpty())
-        return;
-    const double timeout =
-        std::max(0.0, core::Settings::shared().doubleForKey(core::keys::verifyTimeoutSeconds));
-    const MacModeCheck check(usb::UsbRegistry::shared());
-    std::optional<std::map<QString, MacMode>> modes;
-    qsizetype shown = -1;
-    for (unsigned waited = 0;; ++waited) {
-        modes = check.modes(ports);
-        const auto confirmed =
-            modes ? std::count_if(modes->begin(), modes->end(),
-                                  [&](const auto& entry) { return entry.second == expected; })
-                  : 0;
-        if (confirmed != shown)
-            display.verifying(int(confirmed), int(ports.size()), macModeText(expected));
-        shown = confirmed;
-        if (confirmed == ports.size() || waited >= timeout)
-            break;
-        core::Clock::system().sleepSeconds(1);
-    }
-    const QString after = QStringLiteral("after %1 s").arg(timeout);
-    for (const QString& port : ports) {
-        if (!modes) {
-            verdict.recordUnverified(port,
-                                     QStringLiteral("the USB registry could not be read ") + after);
-            continue;
-        }
-        const MacMode mode = modes->at(port);
-        if (mode == MacMode::Absent)
-            verdict.recordUnverified(port, QStringLiteral("no Mac on USB ") + after);
-        else if (mode != expected)
-            verdict.recordUnverified(
-                port, QStringLiteral("Mac still %1 %2").arg(macModeText(mode), after));
-    }
-}
-
 void addTargets(CLI::App* command, PortTargets& targets) {
     command->add_flag("--all", targets.all, "every usable port of every hub");
     command->add_flag("--json", targets.json, "progress and verdict as JSON lines");
@@ -77,7 +38,7 @@ void addTargets(CLI::App* command, PortTargets& targets) {
 // standard error otherwise. The log keeps every failed port and the verdict.
 int reportVerdict(const char* what, const PortVerdict& verdict, bool json) {
     for (const QString& failure : verdict.failureDescriptions())
-        ZMRLogLevel0(QStringLiteral("%1: port failed: %2").arg(what, failure));
+        ZMRLogLevel0(QStringLiteral("%1: port %2").arg(what, failure));
     for (const QString& line : verdict.unverifiedDescriptions()) {
         ZMRLogLevel0(QStringLiteral("%1: %2").arg(what, line));
         std::fprintf(stderr, "%s\n", qPrintable(line));
@@ -85,7 +46,7 @@ int reportVerdict(const char* what, const PortVerdict& verdict, bool json) {
     const QString line = QStringLiteral("%1: %2").arg(what, verdict.summary());
     if (!verdict.succeeded()) {
         ZMRLogLevel0(line);
-        return fail(exitFailure, line);
+        return fail(verdict.interrupted() ? exitInterrupted : exitFailure, line);
     }
     ZMRLogLevel1(line);
     if (!json)
@@ -121,14 +82,17 @@ int printHubs(const CliContext& context, bool json) {
                                     {"voltage", oneDecimal(port->vBusVoltage())},
                                     {"current", oneDecimal(port->vBusCurrent())},
                                     {"power", oneDecimal(power)},
-                                    {"connected", port->isConnected()}});
+                                    {"connected", port->isConnected()},
+                                    {"enabled", port->isEnabled()}});
             continue;
         }
         std::printf("%-10s %-16s %4lld %11s %11s %9s  %s\n", qPrintable(serial),
                     qPrintable(firmware), static_cast<long long>(port->portID()),
                     qPrintable(oneDecimal(port->vBusVoltage())),
                     qPrintable(oneDecimal(port->vBusCurrent())), qPrintable(oneDecimal(power)),
-                    port->isConnected() ? "yes" : "no");
+                    !port->isEnabled()    ? "disabled (a Mac may be on it)"
+                    : port->isConnected() ? "yes"
+                                          : "no");
     }
     if (json)
         std::printf("%s",
@@ -159,17 +123,34 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
         return fail(exitFailure, *problem);
     StationSession session(context);
     QString error;
-    const auto ports = session.selectPorts(session.refresh(), targets.all, targets.names, error);
+    auto ports = session.selectPorts(session.refresh(), targets.all, targets.names, error);
     if (!ports)
         return fail(exitFailure, error);
     if (ports->empty())
         return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
+    // A disabled port hides whether a Mac is on it: enabled, it shows, and is worked like the rest.
+    QStringList names;
+    std::vector<std::string> chosen;
+    for (const auto& port : *ports) {
+        names << port->name();
+        chosen.push_back(port->name().toStdString());
+    }
+    const QStringList wereDisabled = session.enableDisabledPorts(*ports);
+    if (!wereDisabled.isEmpty()) {
+        ports = session.selectPorts(session.refresh(), false, chosen, error);
+        if (!ports)
+            return fail(exitFailure, error);
+    }
 
     ProgressDisplay display =
         ProgressDisplay::forStandardOutput(targets.json, context.parallelHubs());
     PortVerdict verdict = run(session, *ports, display);
+    for (const QString& port : wereDisabled) verdict.recordWasDisabled(port);
+    for (const QString& port : session.portsLeftDisabled(names)) verdict.recordLeftDisabled(port);
+    if (context.simulatorProblem())
+        verdict.recordLoss(QStringLiteral("lost the simulator"));
     if (expected && !targets.noVerify)
-        verifyModes(verdict, *expected, display);
+        verifyModes(context, verdict, *expected, display);
     display.finish(verdict);
     return reportVerdict(what, verdict, targets.json);
 }

@@ -33,6 +33,13 @@ class StationSession {
                                              const std::vector<std::string>& names,
                                              QString& error) const;
 
+    // Enables every listed port that reads disabled, so that the Mac behind it, unknown until
+    // then, can be worked; answers the names of the ports that were disabled.
+    QStringList enableDisabledPorts(const AcronamePorts& ports);
+    // Reads each named port ("HUB:PORT") again after a run; one that reads disabled is enabled
+    // once more. Answers the ports that stay disabled.
+    QStringList portsLeftDisabled(const QStringList& names);
+
     enum class Sequence { DFU, Restart, Recovery };
     // Runs a sequence to its end, showing its work on `display` (left open for what follows);
     // answers what it did to each port and whether it succeeded.
@@ -41,8 +48,10 @@ class StationSession {
                              ProgressDisplay& display);
 
   private:
+    std::shared_ptr<AcronameHub> hubNamed(const QString& name) const;
     PortVerdict runUntilIdle(
-        const AcronamePorts& ports, ProgressDisplay& display,
+        const AcronamePorts& ports, std::optional<PortProgress::Step> message,
+        ProgressDisplay& display,
         const std::function<void(ZMRAcronameManager&, const PortObserver&,
                                  const ZMRAcronameManager::Completion&)>& start);
 

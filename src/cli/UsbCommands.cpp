@@ -135,7 +135,10 @@ int watch(const CliContext& context, bool json, bool follow) {
         if (!registry.resumeWatching())
             return;
         retry.stop();
-        std::fprintf(stderr, "tarvel-cli: usb watch: the simulator at %s is back; watching again\n",
+        std::fprintf(stderr,
+                     "tarvel-cli: usb watch: the simulator at %s is back; watching again, from "
+                     "the devices attached now (what changed meanwhile is reported as removals "
+                     "and arrivals)\n",
                      qPrintable(context.simulatorSocket().value_or(QString())));
         std::fflush(stderr);
     });

@@ -90,8 +90,13 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
+        // Help for a command that does not exist would read as success to a script.
+        if (const auto unknown = unknownCommand(app, argc, argv))
+            return reportUnknownCommand(app, *unknown);
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        if (const auto unknown = unknownCommand(app, argc, argv))
+            return reportUnknownCommand(app, *unknown);
         return app.exit(e);
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);

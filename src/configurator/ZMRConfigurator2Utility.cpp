@@ -20,6 +20,8 @@ namespace {
 
 // Enough of a broken listing to recognise what the tool printed instead.
 constexpr qsizetype kShownListingStart = 300;
+// A listing this long is not a bench's: it is refused rather than read as an empty one.
+constexpr qsizetype kListingBound = 64 * 1024 * 1024;
 
 QString defaultToolPath() {
     const QString named = qEnvironmentVariable("TARVEL_CFGUTIL");
@@ -135,13 +137,17 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
                 callback(*records);
             },
             [records, output, usb](const QString& chunk) {
-                output->append(chunk);
+                // Past the bound the listing is refused whole; what came is kept only to say so.
+                if (output->size() < kListingBound)
+                    output->append(chunk.left(kListingBound));
                 records->append(configurator::parseDeviceListing(chunk, *usb));
             },
             [](const QString& chunk) { ZMRLogDebug(QStringLiteral("> %1").arg(chunk)); },
             QStringList{c_.toolPath, QStringLiteral("--format"), QStringLiteral("plist"),
                         QStringLiteral("list")},
             *c_.clock);
+        // The listing is one document, read whole however it is written.
+        attachedDevicesWrapper_->handOverOutputWhole();
     }
     std::weak_ptr<int> alive = lifetime_;
     dispatch::main([this, alive] {
@@ -155,7 +161,14 @@ void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback cal
 
 void ZMRConfigurator2Utility::noteListingOutput(const QString& output) {
     std::optional<QString> problem;
-    if (!output.trimmed().isEmpty() && !configurator::isReadableDeviceListing(output)) {
+    if (output.size() >= kListingBound) {
+        problem = output.left(kShownListingStart) +
+                  QStringLiteral("… (%1 MiB or more: too large to read)")
+                      .arg(kListingBound / (1024 * 1024));
+        ZMRLogLevel0(QStringLiteral("Apple Configurator's device list is too large to read "
+                                    "(%1 MiB or more)")
+                         .arg(kListingBound / (1024 * 1024)));
+    } else if (!output.trimmed().isEmpty() && !configurator::isReadableDeviceListing(output)) {
         problem = output.left(kShownListingStart);
         ZMRLogLevel0(
             QStringLiteral("Apple Configurator's device list could not be read; it began: %1")
@@ -187,9 +200,18 @@ void ZMRConfigurator2Utility::restoreWithAC2ForDevice(DevicePtr device,
                                                       RestoreErrorBlock errorBlock,
                                                       RestoreCompletedBlock completedBlock) {
     std::weak_ptr<int> alive = lifetime_;
+    if (device) {
+        std::lock_guard lock(pendingMutex_);
+        pendingStarts_.insert(device->ecid());
+    }
     dispatch::main([=, this] {
-        if (!alive.expired())
-            startDeviceRestore(device, outputBlock, errorBlock, completedBlock);
+        if (alive.expired())
+            return;
+        if (device) {
+            std::lock_guard lock(pendingMutex_);
+            pendingStarts_.erase(device->ecid());
+        }
+        startDeviceRestore(device, outputBlock, errorBlock, completedBlock);
     });
 }
 
@@ -202,6 +224,11 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
         return;
     }
     const std::uint64_t ecid = device->ecid();
+    // Cancelled before its start came round: it never starts.
+    if (device->didCancel()) {
+        completedBlock(device, true, QStringLiteral("Restore Cancelled"));
+        return;
+    }
     // The stopped run's end handling removes it from tasks and reports it as failed.
     if (Runner running = task(ecid))
         running->stopProcess();
@@ -228,8 +255,10 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
             tasks_.erase(ecid);
             restoreErrors_[ecid] = *errors;
         }
-        dispatch::main([runner, device, completedBlock, errors, ecid] {
+        dispatch::main([this, alive, runner, device, completedBlock, errors, ecid] {
             const int status = runner ? runner->terminationStatus() : -1;
+            if (!alive.expired())
+                restoreStatuses_[ecid] = status;
             if (status == 0) {
                 completedBlock(device, false, QString(""));
                 return;
@@ -280,6 +309,11 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     runner->startProcess();
 }
 
+std::optional<int> ZMRConfigurator2Utility::restoreExitStatus(std::uint64_t ecid) const {
+    const auto found = restoreStatuses_.find(ecid);
+    return found == restoreStatuses_.end() ? std::nullopt : std::optional<int>(found->second);
+}
+
 QStringList ZMRConfigurator2Utility::restoreErrorLines(std::uint64_t ecid) const {
     const auto found = restoreErrors_.find(ecid);
     return found == restoreErrors_.end() ? QStringList() : found->second;
@@ -292,12 +326,16 @@ void ZMRConfigurator2Utility::setUnreadableProgressObserver(UnreadableProgressOb
 void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {
     if (!device || device->ecid() == 0)
         return;
-    Runner runner = task(device->ecid());
-    if (!runner)
+    if (Runner runner = task(device->ecid())) {
+        // Set first, so the completion that follows can tell a cancel from a failure.
+        device->setDidCancel(true);
+        runner->stopProcess();
         return;
-    // Set first, so the completion that follows can tell a cancel from a failure.
-    device->setDidCancel(true);
-    runner->stopProcess();
+    }
+    // A restore whose start is still on its way to the main thread sees the mark and never starts.
+    std::lock_guard lock(pendingMutex_);
+    if (pendingStarts_.count(device->ecid()))
+        device->setDidCancel(true);
 }
 
 void ZMRConfigurator2Utility::cancelOperation() {

@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 
 // The one object through which the system talks to Apple Configurator's command-line tool: it
 // lists the attached devices, restores and cancels, and clears the tool's temporary files.
@@ -95,6 +96,8 @@ class ZMRConfigurator2Utility {
     Runner task(std::uint64_t ecid) const;
     // The tool's last error lines of the last restore of an ECID that has ended (main thread).
     QStringList restoreErrorLines(std::uint64_t ecid) const;
+    // The tool's exit status of the last restore of an ECID that has ended (main thread).
+    std::optional<int> restoreExitStatus(std::uint64_t ecid) const;
 
   private:
     void startDeviceRestore(const DevicePtr& device, const RestoreOutputBlock& outputBlock,
@@ -110,6 +113,10 @@ class ZMRConfigurator2Utility {
     Runner taskWrapper_;
     std::map<std::uint64_t, Runner> tasks_;
     std::map<std::uint64_t, QStringList> restoreErrors_;
+    std::map<std::uint64_t, int> restoreStatuses_;
+    // Restores asked for whose start has not reached the main thread yet, by ECID.
+    std::mutex pendingMutex_;
+    std::set<std::uint64_t> pendingStarts_;
     UnreadableProgressObserver unreadableProgressObserver_;
     // Work queued to the main thread checks this before touching an object that may be gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);

@@ -18,9 +18,10 @@
 
 namespace {
 
-// One read takes at most a full pipe; a chunk gathers reads up to this cap.
+// One read takes at most a full pipe; a chunk gathers reads up to this cap. A tool's document
+// is parsed chunk by chunk, so the cap is far above any listing a bench can produce.
 constexpr qsizetype readSize = 64 * 1024;
-constexpr qsizetype chunkCap = 1024 * 1024;
+constexpr qsizetype chunkCap = ZMTaskWrapperWithBlocks::kChunkCap;
 // Less than this at a wake-up is a line or two, written whole (the most a pipe writes at once):
 // it goes over at once, so a tool's progress lines arrive one chunk each as they are printed.
 constexpr qsizetype bulkWrite = PIPE_BUF;
@@ -134,12 +135,14 @@ void ZMTaskWrapperWithBlocks::getData() {
             stopProcess();
         return;
     }
-    if (settleTimer_->isActive() || pendingOutput_.isEmpty())
+    if (pendingOutput_.isEmpty() || outputWhole_)
         return;
-    if (pendingOutput_.size() < bulkWrite)
-        handOverOutput();
-    else
+    // Bulk output is handed over once the writer has paused for a moment, however long it
+    // writes: the pipe holds only so much, and a busy machine reads it in many wake-ups.
+    if (!drained.chunk.isEmpty() && pendingOutput_.size() >= bulkWrite)
         settleTimer_->start(settleMilliseconds);
+    else if (!settleTimer_->isActive())
+        handOverOutput();
 }
 
 void ZMTaskWrapperWithBlocks::settled() {

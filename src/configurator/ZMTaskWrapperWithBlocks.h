@@ -39,6 +39,8 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     static constexpr unsigned killGraceSeconds = 5;
     // How long standard output is gathered after its first bytes before they are handed over.
     static constexpr int settleMilliseconds = 10;
+    // The most standard output handed over as one chunk; more comes as further chunks.
+    static constexpr qsizetype kChunkCap = 64 * 1024 * 1024;
 
     // arguments[0] is the program's path, the rest its arguments. The clock serves the grace
     // of terminationStatus().
@@ -62,6 +64,10 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     std::int32_t terminationStatus();
 
     const QStringList& arguments() const { return arguments_; }
+
+    // For a tool that prints one document and ends: its standard output is handed over as one
+    // chunk when it ends (or reaches the cap), however slowly it came. Set before startProcess.
+    void handOverOutputWhole() { outputWhole_ = true; }
 
   private:
     struct NotifierDeleter {
@@ -91,4 +97,5 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     Notifier errorNotifier_;
     std::unique_ptr<QTimer, TimerDeleter> settleTimer_;
     QByteArray pendingOutput_;
+    bool outputWhole_ = false;
 };

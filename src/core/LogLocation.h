@@ -24,8 +24,8 @@ struct LogLocationInputs {
 struct LogLocation {
     QString folder;
     QString fileName;
-    // Set for folders under the shared /tmp, where another user could plant a link.
-    bool refuseLinks = false;
+    // Set for folders under the shared /tmp: the file is made readable by its owner only.
+    bool ownerOnly = false;
 
     QString filePath() const { return folder + '/' + fileName; }
 };

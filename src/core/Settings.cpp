@@ -1,10 +1,15 @@
 #include "core/Settings.h"
 
+#include "core/Log.h"
+#include "core/SettingRanges.h"
+
 #include <QFile>
 
 #include <sys/stat.h>
 
+#include <cmath>
 #include <cstdlib>
+#include <limits>
 
 namespace core {
 namespace {
@@ -59,8 +64,17 @@ bool variantAsBool(const QVariant& value) {
 qint64 variantAsInteger(const QVariant& value) {
     if (!value.isValid()) return 0;
     if (value.typeId() == QMetaType::Bool) return value.toBool() ? 1 : 0;
-    if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float)
-        return static_cast<qint64>(value.toDouble());
+    if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float) {
+        // A double beyond 64 bits has no integer value; converting it anyway is undefined.
+        const double number = value.toDouble();
+        if (std::isnan(number))
+            return 0;
+        if (number >= 9223372036854775807.0)
+            return std::numeric_limits<qint64>::max();
+        if (number <= -9223372036854775808.0)
+            return std::numeric_limits<qint64>::min();
+        return static_cast<qint64>(number);
+    }
     if (isNumericType(value)) return value.toLongLong();
     return textAsInteger(value.toString());
 }
@@ -134,6 +148,37 @@ QString Settings::stringForKey(const QString& key) const {
     if (!value.isValid()) return {};
     if (value.typeId() == QMetaType::Bool) return value.toBool() ? "1" : "0";
     return value.toString();
+}
+
+double Settings::boundedNumber(const char* key) const {
+    const SettingRange* range = findSettingRange(QLatin1String(key));
+    Q_ASSERT(range);
+    const auto acceptable = [range](const QVariant& value) {
+        const std::optional<double> number = finiteNumber(value);
+        return number && *number >= range->minimum && *number <= range->maximum ? number
+                                                                                : std::nullopt;
+    };
+    const QVariant user = userValue(QLatin1String(key));
+    if (const auto number = acceptable(user))
+        return *number;
+    const QVariant fallback = registeredDefault(QLatin1String(key));
+    const double used = acceptable(fallback).value_or(range->fallback);
+    const QVariant& rejected = user.isValid() ? user : fallback;
+    if (!rejected.isValid())
+        return used;
+    bool firstTime = false;
+    {
+        std::lock_guard lock(mutex_);
+        firstTime = !reportedKeys_.contains(QLatin1String(key));
+        reportedKeys_.insert(QLatin1String(key));
+    }
+    if (firstTime)
+        ZMRLogLevel1(QStringLiteral("Setting %1: \"%2\" is not a number from %3 to %4; using %5")
+                         .arg(QLatin1String(key), rejected.toString())
+                         .arg(range->minimum)
+                         .arg(range->maximum)
+                         .arg(used));
+    return used;
 }
 
 void Settings::setValue(const QString& key, const QVariant& value) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QSet>
 #include <QSettings>
 #include <QString>
 #include <QStringList>
@@ -39,6 +40,11 @@ public:
     double doubleForKey(const QString& key) const;
     QString stringForKey(const QString& key) const;
 
+    // A pause or a bound: the user's value when it is a finite number in the key's range (see
+    // SettingRanges), else the registered default when that is, else the range's own fallback.
+    // A key that falls back is logged once per Settings object, so once per run.
+    double boundedNumber(const char* key) const;
+
     void setValue(const QString& key, const QVariant& value);
     void remove(const QString& key);
 
@@ -61,6 +67,7 @@ private:
     mutable FileStamp stamp_;
     mutable bool synced_ = false;
     QVariantMap defaults_;
+    mutable QSet<QString> reportedKeys_;
 };
 
 // Conversions shared by the typed reads; exposed because the command line prints and parses

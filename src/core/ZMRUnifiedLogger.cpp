@@ -1,18 +1,21 @@
 #include "core/ZMRUnifiedLogger.h"
 
 #include "core/Clock.h"
+#include "core/NotificationCenter.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 
 #include <QFile>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -20,16 +23,35 @@ constexpr qint64 kRepeatWindowMs = 2000;
 constexpr qint64 kStandardOutputCopyThreshold = 1001;
 std::atomic<bool> processEcho{true};
 
-void writeAll(int fd, const QByteArray& bytes) {
+bool writeAll(int fd, const QByteArray& bytes) {
     const char* data = bytes.constData();
     qsizetype left = bytes.size();
     while (left > 0) {
         const ssize_t written = ::write(fd, data, static_cast<size_t>(left));
         if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return;
+        if (written <= 0)
+            return false;
         data += written;
         left -= written;
     }
+    return true;
+}
+
+QString systemError() {
+    return QString::fromLocal8Bit(std::strerror(errno));
+}
+
+// A log folder may be shared or planted: what is there must be our own plain file, or another
+// account could have the log written into a file of its choosing (a link, a device, a FIFO).
+QString refusal(int fd) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0)
+        return systemError();
+    if (!S_ISREG(info.st_mode))
+        return QStringLiteral("not a regular file");
+    if (info.st_uid != ::geteuid())
+        return QStringLiteral("owned by another user");
+    return {};
 }
 
 }  // namespace
@@ -60,12 +82,14 @@ ZMRUnifiedLogger& ZMRUnifiedLogger::sharedLogger() {
 
 ZMRUnifiedLogger::Streams ZMRUnifiedLogger::processStreams() {
     return {[](const QByteArray& bytes) {
-                if (processEcho) writeAll(STDERR_FILENO, bytes);
+                if (processEcho)
+                    writeAll(STDERR_FILENO, bytes);
             },
             [](const QByteArray& bytes) {
                 std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
                 std::fflush(stdout);
-            }};
+            },
+            [](const QByteArray& bytes) { writeAll(STDERR_FILENO, bytes); }};
 }
 
 void ZMRUnifiedLogger::setProcessEcho(bool echo) { processEcho = echo; }
@@ -90,19 +114,46 @@ bool ZMRUnifiedLogger::isRepeat(const QString& message, const QDateTime& now) co
            message == lastLine_;
 }
 
-void ZMRUnifiedLogger::append(const QByteArray& bytes) const {
-    int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
-    if (location_.refuseLinks) flags |= O_NOFOLLOW;
+QString ZMRUnifiedLogger::writeProblem() const {
+    std::lock_guard lock(mutex_);
+    return writeProblem_;
+}
+
+// Never through a link, and never waiting on a FIFO someone put in the file's place.
+QString ZMRUnifiedLogger::append(const QByteArray& bytes) const {
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     const int fd = ::open(QFile::encodeName(logFileURL()).constData(), flags,
-                          location_.refuseLinks ? 0600 : 0644);
-    if (fd < 0) return;
-    writeAll(fd, bytes);
+                          location_.ownerOnly ? 0600 : 0644);
+    if (fd < 0)
+        return errno == ELOOP ? QStringLiteral("a symbolic link, which is not followed")
+                              : systemError();
+    QString problem = refusal(fd);
+    if (problem.isEmpty() && !writeAll(fd, bytes))
+        problem = systemError();
     ::close(fd);
+    return problem;
+}
+
+QString ZMRUnifiedLogger::noteWriteProblem(const QString& reason) {
+    if (!writeProblem_.isEmpty())
+        return {};
+    writeProblem_ = QStringLiteral("Cannot write the log file %1 (%2); log lines are not kept")
+                        .arg(logFileURL(), reason);
+    if (streams_.notice)
+        streams_.notice(prefix_.toUtf8() + ": " + writeProblem_.toUtf8() + '\n');
+    return writeProblem_;
 }
 
 void ZMRUnifiedLogger::logString(const QString& message, int level) {
     if (level == levelDebug && !settings_.boolForKey(core::keys::showDebug)) return;
+    // Posted outside the lock: an observer may well log.
+    const QString notice = writeLine(message);
+    if (!notice.isEmpty())
+        core::NotificationCenter::defaultCenter().post(writeProblemNotification,
+                                                       {{QStringLiteral("message"), notice}});
+}
 
+QString ZMRUnifiedLogger::writeLine(const QString& message) {
     std::lock_guard lock(mutex_);
     const QByteArray text = message.toUtf8();
     if (streams_.standardError) streams_.standardError(text + '\n');
@@ -113,7 +164,7 @@ void ZMRUnifiedLogger::logString(const QString& message, int level) {
             streams_.standardOutput(text + '\n');
         ++repeated_;
         lastLine_ = message;
-        return;
+        return {};
     }
 
     const QByteArray timestamp = iso8601LocalTimestamp(now).toUtf8();
@@ -124,7 +175,8 @@ void ZMRUnifiedLogger::logString(const QString& message, int level) {
         lastLine_.clear();
     }
     lines += timestamp + ' ' + prefix_.toUtf8() + ": " + text + '\n';
-    append(lines);
+    const QString problem = append(lines);
     lastLoggedDate_ = now;
     lastLine_ = message;
+    return problem.isEmpty() ? QString() : noteWriteProblem(problem);
 }

@@ -24,7 +24,12 @@ public:
     struct Streams {
         std::function<void(const QByteArray&)> standardError;
         std::function<void(const QByteArray&)> standardOutput;
+        // Standard error whatever the echo: where the one notice of an unwritable log goes.
+        std::function<void(const QByteArray&)> notice;
     };
+
+    // Posted once, with the notice as "message", when the log file first cannot be written.
+    static constexpr auto writeProblemNotification = "LogFileWriteProblemNotification";
 
     ZMRUnifiedLogger(core::LogLocation location, core::Settings& settings, core::Clock& clock,
                      Streams streams, QString processPrefix);
@@ -36,6 +41,8 @@ public:
     QString logFileURL() const { return location_.filePath(); }
     QString lastLine() const;
     qint64 repeated() const;
+    // Why the log file could not be written, from the first failure on; empty while it can.
+    QString writeProblem() const;
 
     static Streams processStreams();
     // Whether this process's log lines are echoed to standard error (on by default). The
@@ -45,8 +52,13 @@ public:
     static QString processPrefix();
 
 private:
+    // Writes or collapses the line; answers the notice to post when the file first failed.
+    QString writeLine(const QString& message);
     bool isRepeat(const QString& message, const QDateTime& now) const;
-    void append(const QByteArray& bytes) const;
+    // Empty when the bytes went into the file, else why not.
+    QString append(const QByteArray& bytes) const;
+    // Answers the notice to post when this is the first failure.
+    QString noteWriteProblem(const QString& reason);
 
     core::LogLocation location_;
     core::Settings& settings_;
@@ -58,6 +70,7 @@ private:
     QString lastLine_;
     QDateTime lastLoggedDate_;  // invalid stands for the distant past
     qint64 repeated_ = 0;
+    QString writeProblem_;
 };
 
 // Local time with its numeric offset, e.g. 2024-05-02T14:03:11+02:00.

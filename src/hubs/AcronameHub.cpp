@@ -161,6 +161,11 @@ bool AcronameHub::inPDModeForPort(std::int64_t port) {
     return wrapper && wrapper->inPDMode(portByte(port));
 }
 
+std::optional<bool> AcronameHub::portEnabled(std::int64_t port) {
+    const auto wrapper = brainStemWrapper();
+    return wrapper ? wrapper->portEnabled(portByte(port)) : std::nullopt;
+}
+
 std::int64_t AcronameHub::lastPortResult() const {
     const auto wrapper = brainStemWrapper();
     return wrapper ? wrapper->lastPortResult() : -1;

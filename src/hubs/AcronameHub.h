@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 class BrainStemWrapper;
@@ -75,6 +76,8 @@ public:
     bool setPowerModeStandardDownstreamForPort(std::int64_t port);
     bool setPowerModePowerDeliveryForPort(std::int64_t port);
     bool inPDModeForPort(std::int64_t port);
+    // The port's enabled state as the hub reports it now; nothing without an answer.
+    std::optional<bool> portEnabled(std::int64_t port);
     // The library's answer to the last enable, disable or vendor message, -1 without a driver.
     std::int64_t lastPortResult() const;
     bool setPowerLimit(std::uint32_t limit, std::int64_t port);

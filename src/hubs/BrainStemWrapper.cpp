@@ -3,6 +3,8 @@
 #include "hubs/AcronameHub.h"
 #include "hubs/StemRetry.h"
 
+#include "core/Log.h"
+
 namespace {
 
 constexpr std::uint8_t kPowerModeStandardDownstream = 1;
@@ -77,15 +79,36 @@ void BrainStemWrapper::rebootHub() {
     chub->system().reset();
 }
 
+// Logs each busy answer to a port command: a port that needed retries leaves a trace.
+std::function<void(int)> BrainStemWrapper::busyLog(const char* command, std::uint8_t port) const {
+    return [this, command, port](int attempt) {
+        const auto hub = connectedHub();
+        const QString what = QStringLiteral("hub %1 port %2: %3 answered busy (result 3)")
+                                 .arg(hub ? hub->modelName() : QStringLiteral("?"))
+                                 .arg(port)
+                                 .arg(QLatin1String(command));
+        ZMRLogLevel1(attempt < hubs_detail::kTransientAttempts
+                         ? QStringLiteral("%1, trying again (%2 of %3)")
+                               .arg(what)
+                               .arg(attempt + 1)
+                               .arg(hubs_detail::kTransientAttempts)
+                         : QStringLiteral("%1 %2 times, giving up")
+                               .arg(what)
+                               .arg(hubs_detail::kTransientAttempts));
+    };
+}
+
 bool BrainStemWrapper::enablePort(std::uint8_t port) {
-    const stem::aErr err = hubs_detail::retryTransient([&] { return chub->port(port).setEnabled(1); });
+    const stem::aErr err = hubs_detail::retryTransient(
+        [&] { return chub->port(port).setEnabled(1); }, busyLog("enable", port));
     lastPortResult_ = static_cast<std::int32_t>(err);
     print(formatConsoleText("Enable port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;
 }
 
 bool BrainStemWrapper::disablePort(std::uint8_t port) {
-    const stem::aErr err = hubs_detail::retryTransient([&] { return chub->port(port).setEnabled(0); });
+    const stem::aErr err = hubs_detail::retryTransient(
+        [&] { return chub->port(port).setEnabled(0); }, busyLog("disable", port));
     lastPortResult_ = static_cast<std::int32_t>(err);
     print(formatConsoleText("Disable port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;
@@ -118,7 +141,8 @@ bool BrainStemWrapper::setPowerModePowerDeliveryForPort(std::uint8_t port) {
 
 bool BrainStemWrapper::setPowerMode(std::uint8_t port, std::uint8_t mode) {
     stem::PortClass& entity = chub->port(port);
-    if (hubs_detail::retryTransient([&] { return entity.setPowerMode(mode); }) != stem::aErrNone)
+    if (hubs_detail::retryTransient([&] { return entity.setPowerMode(mode); },
+                                    busyLog("power mode", port)) != stem::aErrNone)
         return false;
     // The value read back is not compared: the read only shows that the port still answers.
     std::uint8_t readBack = 0;
@@ -131,6 +155,14 @@ bool BrainStemWrapper::setPowerMode(std::uint8_t port, std::uint8_t mode) {
     else
         print(formatConsoleText("Set port %d power mode to standard downstream, Err: %d\n", port, 0));
     return true;
+}
+
+std::optional<bool> BrainStemWrapper::portEnabled(std::uint8_t port) {
+    std::uint8_t enabled = 0;
+    if (hubs_detail::retryTransient([&] { return chub->port(port).getEnabled(&enabled); }) !=
+        stem::aErrNone)
+        return std::nullopt;
+    return enabled != 0;
 }
 
 bool BrainStemWrapper::inPDMode(std::uint8_t port) {
@@ -190,9 +222,11 @@ bool BrainStemWrapper::dfuPort(std::uint8_t port) {
 
 bool BrainStemWrapper::sendVendorMessage(std::uint8_t port,
                                          const std::array<std::uint8_t, 16>& message) {
-    const stem::aErr err = hubs_detail::retryTransient([&] {
-        return chub->pd(port).setUEIBytes(kVendorMessageOption, message.data(), message.size());
-    });
+    const stem::aErr err = hubs_detail::retryTransient(
+        [&] {
+            return chub->pd(port).setUEIBytes(kVendorMessageOption, message.data(), message.size());
+        },
+        busyLog(message == kDFUMessage ? "DFU message" : "reboot message", port));
     lastPortResult_ = static_cast<std::int32_t>(err);
     // Both messages report in the DFU words.
     print(formatConsoleText("DFU port %d, Err: %d\n", port, err));

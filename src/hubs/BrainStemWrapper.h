@@ -10,8 +10,10 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 class AcronameHub;
@@ -68,6 +70,8 @@ public:
     bool setPowerModeChargingDownstreamForPort(std::uint8_t port);
     bool setPowerModePowerDeliveryForPort(std::uint8_t port);
     bool inPDMode(std::uint8_t port);
+    // Whether the port is enabled, read from the hub now; nothing when the hub does not answer.
+    std::optional<bool> portEnabled(std::uint8_t port);
     bool setPowerRoleToSourceForPort(std::uint8_t port);
     bool setPowerRoleToSinkForPort(std::uint8_t port);
     bool isPowerRoleSinkForPort(std::uint8_t port);
@@ -91,6 +95,7 @@ private:
     // Linked and bound to a hub: what the operations that touch the hub record require.
     bool isLinkedToHub();
 
+    std::function<void(int)> busyLog(const char* command, std::uint8_t port) const;
     void print(const std::string& text) const;
     void log(const std::string& text) const;
 

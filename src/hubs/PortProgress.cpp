@@ -1,5 +1,7 @@
 #include "hubs/PortProgress.h"
 
+#include "hubs/stem/Types.h"
+
 QString portStepName(PortProgress::Step step) {
     switch (step) {
         case PortProgress::Step::Disable:
@@ -16,4 +18,11 @@ QString portStepName(PortProgress::Step step) {
             return QStringLiteral("reboot");
     }
     return {};
+}
+
+QString portResultText(std::int64_t result, const QString& hubName) {
+    if (result == stem::aErrConnection)
+        return QStringLiteral("hub %1 went away").arg(hubName);
+    return result >= 0 ? QStringLiteral("result %1").arg(result)
+                       : QStringLiteral("no answer from the hub");
 }

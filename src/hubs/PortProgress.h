@@ -39,3 +39,7 @@ using PortObserver = std::function<void(const PortProgress&)>;
 
 // "disable", "power mode", "enable", "settling", "DFU message", "reboot".
 QString portStepName(PortProgress::Step step);
+
+// A hub's answer to a port command in words: "result 6"; "hub 1C3B4A01 went away" for the
+// connection error a vanished hub answers; "no answer from the hub" without a result.
+QString portResultText(std::int64_t result, const QString& hubName);

@@ -125,15 +125,18 @@ struct ZMRAcronameManager::Sequence {
     core::Settings& settings() const { return *environment.settings; }
     core::Clock& clock() const { return *environment.clock; }
 
-    // Whole seconds, truncated toward zero; a negative setting does not pause.
+    // Whole seconds, truncated toward zero.
     unsigned secondsOf(const char* key) const {
-        const double seconds = settings().doubleForKey(key);
-        return seconds > 0 ? static_cast<unsigned>(std::trunc(seconds)) : 0u;
+        return static_cast<unsigned>(std::trunc(settings().boundedNumber(key)));
     }
 
     void pauseSeconds(const char* key) const { clock().sleepSeconds(secondsOf(key)); }
 
+    bool stopping() const { return environment.stopRequested && environment.stopRequested(); }
+
     void passPause(const char* key) const {
+        if (stopping())
+            return;
         const unsigned seconds = secondsOf(key);
         tellPassPause(seconds);
         clock().sleepSeconds(seconds);
@@ -180,27 +183,60 @@ struct ZMRAcronameManager::Sequence {
         return true;
     }
 
+    // Whether a lane may begin its next port: no lane has failed yet. The check and the port's
+    // first report are made under the reporting lock, where failures are raised, so once a
+    // failure has been told no lane begins another port.
+    template <typename Begin>
+    bool beginPort(const std::atomic<bool>& failed, Begin&& begin) const {
+        std::lock_guard hold(*reporting);
+        if (failed || stopping())
+            return false;
+        begin();
+        return true;
+    }
+
+    // Raises the sequence's failure and tells it; answers whether this was the first failure.
+    bool raiseFailure(std::atomic<bool>& failed, const AcronamePort& port,
+                      PortProgress::Step step) const {
+        std::lock_guard hold(*reporting);
+        const bool first = !failed.exchange(true);
+        tellFailed(port, step);
+        return first;
+    }
+
+    enum class PortStart { Skip, Cycle };
+
+    // What the pass does with a port: nothing when nothing is connected, or when it is already in
+    // power-delivery mode and such ports are skipped; else it is power-cycled.
+    PortStart startPowerCycle(const AcronamePort& port, bool lastWork) const {
+        AcronameHub* hub = port.hub();
+        if (!port.isConnected() || !hub) {
+            tellSkipped(port);
+            return PortStart::Skip;
+        }
+        if (hub->inPDModeForPort(port.portID()) &&
+            settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) {
+            if (lastWork)
+                tellDone(port, PortProgress::Step::Enable);
+            return PortStart::Skip;
+        }
+        tellStep(port, PortProgress::Step::Disable);
+        return PortStart::Cycle;
+    }
+
     void powerModeLane(std::int64_t mode, const AcronamePorts& ports, bool lastWork,
                        std::atomic<bool>& failed, std::atomic<std::int64_t>& cycled) const {
         for (const auto& port : ports) {
-            if (failed) return;
+            PortStart start = PortStart::Skip;
+            if (!beginPort(failed, [&] { start = startPowerCycle(*port, lastWork); }))
+                return;
+            if (start == PortStart::Skip)
+                continue;
             AcronameHub* hub = port->hub();
-            if (!port->isConnected() || !hub) {
-                tellSkipped(*port);
-                continue;
-            }
             const std::int64_t id = port->portID();
-            if (hub->inPDModeForPort(id) &&
-                settings().boolForKey(core::keys::acronameSkipDFUSDPMode)) {
-                if (lastWork)
-                    tellDone(*port, PortProgress::Step::Enable);
-                continue;
-            }
-            tellStep(*port, PortProgress::Step::Disable);
             if (!hub->disablePort(id)) {
-                tellFailed(*port, PortProgress::Step::Disable);
+                raiseFailure(failed, *port, PortProgress::Step::Disable);
                 reportFailure(*port, "disable");
-                failed = true;
                 return;
             }
             if (mode >= 0 && mode <= 2)
@@ -210,10 +246,9 @@ struct ZMRAcronameManager::Sequence {
             tellStep(*port, PortProgress::Step::Enable);
             const bool enabled = hub->enablePort(id);
             if (!enabled) {
-                tellFailed(*port, PortProgress::Step::Enable);
+                raiseFailure(failed, *port, PortProgress::Step::Enable);
                 environment.log(QString::asprintf("error enabling port: %li", long(id)));
                 reportFailure(*port, "enable");
-                failed = true;
             }
             const unsigned settling = secondsOf(core::keys::acronameDelayAfterSettingPowerMode);
             tellStep(*port, PortProgress::Step::Settling, settling);
@@ -256,17 +291,20 @@ struct ZMRAcronameManager::Sequence {
 
     void dfuLane(const AcronamePorts& ports, const Update& update, std::atomic<bool>& failed) const {
         for (const auto& port : ports) {
-            if (failed) return;
             if (!port->isConnected()) continue;
-            update(QStringLiteral("Putting ports into DFU Mode..."));
-            environment.notifications->post(kLastRequestedStayInFront);
-            tellStep(*port, PortProgress::Step::DfuMessage);
+            const bool begun = beginPort(failed, [&] {
+                update(QStringLiteral("Putting ports into DFU Mode..."));
+                environment.notifications->post(kLastRequestedStayInFront);
+                tellStep(*port, PortProgress::Step::DfuMessage);
+            });
+            if (!begun)
+                return;
             AcronameHub* hub = port->hub();
             const bool sent = hub && hub->dfuPort(port->portID());
             if (sent)
                 tellDone(*port, PortProgress::Step::DfuMessage);
             else
-                tellFailed(*port, PortProgress::Step::DfuMessage);
+                raiseFailure(failed, *port, PortProgress::Step::DfuMessage);
             const unsigned settling = secondsOf(core::keys::acronameDelayAfterSendingDFUCommand);
             tellStep(*port, PortProgress::Step::Settling, settling);
             clock().sleepSeconds(settling);
@@ -274,7 +312,6 @@ struct ZMRAcronameManager::Sequence {
                 reportFailure(*port, "DFU command");
                 environment.notifications->post(kCancelStayInFront);
                 environment.sounds->beep();
-                failed = true;
                 return;
             }
         }
@@ -289,14 +326,17 @@ struct ZMRAcronameManager::Sequence {
         std::atomic<bool> failed = false;
         inLanes(ports, [&](const AcronamePorts& lane) {
             for (const auto& port : lane) {
-                if (failed) return;
-                if (rebootPort(*port)) {
+                if (!beginPort(failed, [&] { tellStep(*port, PortProgress::Step::Reboot); }))
+                    return;
+                AcronameHub* hub = port->hub();
+                if (hub && hub->rebootPort(port->portID())) {
                     tellDone(*port, PortProgress::Step::Reboot);
                     continue;
                 }
-                reportFailure(*port, "reboot");
                 // Lanes failing together still make one failure of the sequence.
-                if (!failed.exchange(true)) {
+                const bool first = raiseFailure(failed, *port, PortProgress::Step::Reboot);
+                reportFailure(*port, "reboot");
+                if (first) {
                     environment.sounds->beep();
                     completion(false);
                 }
@@ -325,9 +365,9 @@ struct ZMRAcronameManager::Sequence {
             return;
         }
         passPause(core::keys::acronameDelayAfterSettingPowerMode);
-        const double delay = settings().doubleForKey(core::keys::acronameRecoveryRebootDelay);
+        const double delay = settings().boundedNumber(core::keys::acronameRecoveryRebootDelay);
         const std::int64_t cycles = recoveryReboots();
-        for (std::int64_t i = 1; i <= cycles; ++i) {
+        for (std::int64_t i = 1; i <= cycles && !stopping(); ++i) {
             update(QString::asprintf("Restarting %i of %li times", int(i), long(cycles)));
             inLanes(ports, [&](const AcronamePorts& lane) {
                 for (const auto& port : lane)

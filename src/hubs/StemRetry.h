@@ -8,15 +8,22 @@ namespace hubs_detail {
 inline constexpr int kTransientAttempts = 3;
 
 // Calls `call` until it answers something other than the transient result, three times at most,
-// and answers the last result.
-template <typename Call>
-stem::aErr retryTransient(Call&& call) {
+// and answers the last result. `busy` hears each transient answer with its attempt (1 to 3), so
+// a port that needed retries can leave a trace.
+template <typename Call, typename Busy>
+stem::aErr retryTransient(Call&& call, Busy&& busy) {
     stem::aErr err = stem::aErrNotFound;
-    for (int attempt = 0; attempt < kTransientAttempts; ++attempt) {
+    for (int attempt = 1; attempt <= kTransientAttempts; ++attempt) {
         err = call();
         if (err != stem::aErrNotFound) break;
+        busy(attempt);
     }
     return err;
+}
+
+template <typename Call>
+stem::aErr retryTransient(Call&& call) {
+    return retryTransient(std::forward<Call>(call), [](int) {});
 }
 
 }  // namespace hubs_detail

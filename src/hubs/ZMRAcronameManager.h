@@ -53,6 +53,9 @@ struct ZMRAcronameManagerEnvironment {
     DriverConsole console;
     // The manager's log lines (the shared log by default).
     std::function<void(const QString&)> log;
+    // Asked before each port a sequence begins and before each pause over all ports: true stops
+    // the sequence there, as a failure would, without counting as one. Optional.
+    std::function<bool()> stopRequested;
     // Told which port made a sequence stop and what it was asked to do; optional.
     std::function<void(const AcronamePort&, const QString& command)> portFailed;
 

@@ -1,5 +1,7 @@
 #include "restore/EventNotification.h"
 
+#include "restore/ScriptOutputLog.h"
+
 #include "configurator/ZMTaskWrapperWithBlocks.h"
 #include "core/Dispatch.h"
 #include "core/Log.h"
@@ -9,25 +11,15 @@
 #include <QJsonObject>
 
 namespace restore {
-namespace {
-
-// Each line a script writes is one log line, however the pipe cut the output.
-void logLines(const QString& prefix, const QString& chunk) {
-    for (const QString& line : chunk.split('\n', Qt::SkipEmptyParts)) {
-        const QString trimmed = line.trimmed();
-        if (!trimmed.isEmpty())
-            ZMRLogDebug(prefix + trimmed);
-    }
-}
-
-}  // namespace
 
 EventNotification& EventNotification::shared() {
     static EventNotification instance;
     return instance;
 }
 
-EventNotification::EventNotification(core::Clock& clock) : clock_(clock) {}
+EventNotification::EventNotification(core::Clock& clock, LogLine debugLog)
+    : clock_(clock),
+      debugLog_(debugLog ? std::move(debugLog) : [](const QString& line) { ZMRLogDebug(line); }) {}
 
 EventNotification::~EventNotification() = default;
 
@@ -67,7 +59,9 @@ void EventNotification::runScript(const QString& event, bool status, const QVari
         return;
     std::weak_ptr<int> alive = lifetime_;
     auto self = std::make_shared<std::weak_ptr<ZMTaskWrapperWithBlocks>>();
-    auto ended = [this, alive, self](std::int32_t) {
+    auto output = std::make_shared<ScriptOutputLog>(debugLog_);
+    auto ended = [this, alive, self, output](std::int32_t) {
+        output->finish();
         if (alive.expired())
             return;
         const auto runner = self->lock();
@@ -75,8 +69,8 @@ void EventNotification::runScript(const QString& event, bool status, const QVari
     };
     taskWrapper_ = std::make_shared<ZMTaskWrapperWithBlocks>(
         nullptr, ended,
-        [](const QString& chunk) { logLines(QStringLiteral("Message: "), chunk); },
-        [](const QString& chunk) { logLines(QStringLiteral("ErrorMessage: "), chunk); },
+        [output](const QString& chunk) { output->add(QStringLiteral("Message: "), chunk); },
+        [output](const QString& chunk) { output->add(QStringLiteral("ErrorMessage: "), chunk); },
         arguments(*scriptPath, event, status, info), clock_);
     *self = taskWrapper_;
     running_.push_back(taskWrapper_);

@@ -8,6 +8,7 @@
 #include <QVariantMap>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -20,8 +21,11 @@ namespace restore {
 // started, completed or cancelled. It never waits for a script and ignores what it returns.
 class EventNotification {
   public:
+    using LogLine = std::function<void(const QString&)>;
+
     static EventNotification& shared();
-    explicit EventNotification(core::Clock& clock = core::Clock::system());
+    // `debugLog` receives what scripts print (by default the log's debug lines).
+    explicit EventNotification(core::Clock& clock = core::Clock::system(), LogLine debugLog = {});
     ~EventNotification();
     EventNotification(const EventNotification&) = delete;
     EventNotification& operator=(const EventNotification&) = delete;
@@ -48,6 +52,7 @@ class EventNotification {
                    const std::optional<QString>& scriptPath);
 
     core::Clock& clock_;
+    LogLine debugLog_;
     std::atomic<bool> isDisabled_{false};
     std::shared_ptr<ZMTaskWrapperWithBlocks> taskWrapper_;
     // Earlier scripts that still run keep their runner, so their output still reaches the log.

@@ -7,6 +7,7 @@
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Clock.h"
 #include "core/Log.h"
+#include "core/SettingRanges.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "usb/AutoDFU.h"
@@ -14,6 +15,9 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdint>
+#include <limits>
+#include <optional>
 
 namespace restore {
 namespace {
@@ -58,9 +62,10 @@ RestoreQueue::RestoreQueue(RestoreSession& session)
 RestoreQueue::~RestoreQueue() = default;
 
 unsigned RestoreQueue::pauseBetweenStarts(const QString& text) {
-    bool ok = false;
-    const unsigned seconds = text.toUInt(&ok, 10);
-    return ok ? seconds : 3;
+    const std::optional<qint64> seconds = core::strictDecimalInteger(text);
+    if (!seconds || *seconds < 0 || *seconds > std::numeric_limits<std::uint32_t>::max())
+        return 3;
+    return static_cast<unsigned>(*seconds);
 }
 
 QString RestoreQueue::joinedEcids(const DeviceList& devices) {
@@ -173,6 +178,7 @@ void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const Devi
         for (const DevicePtr& device : unstarted) {
             session_.appendHistory(device, restoreCancelled);
             session_.setDeviceStatus(device, restoreCancelled);
+            emit session_.deviceFinished(device);
         }
         if (c_.settings->boolForKey(core::keys::shouldUseEventScript))
             postEvent(QStringLiteral("restoreCancelled"), true,
@@ -211,6 +217,11 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
         session_.setRestoreError(message);
         if (c_.settings->boolForKey(core::keys::shouldPlaySound))
             c_.sounds->play(true);
+    } else if (!failed && !device->didCancel()) {
+        // Restored to the end while the batch was being cancelled: it is recorded as it ended.
+        session_.appendHistory(device, restoredSuccessfully);
+        session_.setDeviceStatus(device, QStringLiteral("Successful"));
+        session_.countRestored();
     } else if (device->didCancel()) {
         batch->cancelled = true;
         session_.appendHistory(device, restoreCancelled);
@@ -219,6 +230,7 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
             postEvent(QStringLiteral("restoreCancelled"), true, devices);
         session_.setWasLastDeviceCancelled();
     }
+    emit session_.deviceFinished(device);
     settle(batch, 1);
 }
 

@@ -115,6 +115,8 @@ class RestoreSession : public QObject {
     void deviceStatusChanged(const restore::DevicePtr& device);
     // The tool's own step and progress (-1 without a value) for a device.
     void deviceProgress(const restore::DevicePtr& device, const QString& step, float progress);
+    // A device of the batch has its outcome in the history: restored, failed or cancelled.
+    void deviceFinished(const restore::DevicePtr& device);
     // The last device of a batch has completed.
     void batchFinished(bool failed, bool cancelled);
 

@@ -5,6 +5,7 @@
 #include "usb/UsbLocation.h"
 
 #include <QJsonArray>
+#include <QSet>
 
 #include <cmath>
 #include <utility>
@@ -38,6 +39,24 @@ QVariant valueFromJson(const QString& key, const QJsonValue& value) {
 
 QString sessionOf(const PropertyMap& properties) {
     return properties.value(keys::sessionID).toString();
+}
+
+// Who a device is, whatever session a simulator gave it: where it sits, what it is, and its own
+// serial number or ECID. A restarted simulator numbers its sessions anew, so sessions from before
+// and after it cannot be compared.
+QString identityOf(const PropertyMap& properties) {
+    const QVariant ecid = properties.value(keys::ecid);
+    return QStringList{
+        properties.value(keys::locationID).toString(), properties.value(keys::vendorID).toString(),
+        properties.value(keys::productID).toString(),
+        ecid.isValid() ? ecid.toString() : properties.value(keys::serialNumber).toString()}
+        .join('/');
+}
+
+QSet<QString> identities(const QHash<QString, PropertyMap>& devices) {
+    QSet<QString> known;
+    for (const PropertyMap& properties : devices) known.insert(identityOf(properties));
+    return known;
 }
 
 }  // namespace
@@ -105,18 +124,21 @@ bool SimulatorUsbRegistry::resumeWatching() {
     const std::optional<QList<PropertyMap>> present = devices();
     if (!present)
         return false;
-    // A restarted simulator starts new sessions: what was attached before is gone.
+    // What changed while the simulator was away is told by comparing devices by identity.
     QHash<QString, PropertyMap> now;
     for (const PropertyMap& properties : *present) now.insert(sessionOf(properties), properties);
     const QHash<QString, PropertyMap> before = std::exchange(attached_, now);
-    for (auto it = before.begin(); it != before.end(); ++it)
-        if (!now.contains(it.key()))
-            emit deviceRemoved(it.value());
+    const QSet<QString> identitiesBefore = identities(before);
+    const QSet<QString> identitiesNow = identities(now);
+    for (const PropertyMap& properties : before)
+        if (!identitiesNow.contains(identityOf(properties)))
+            emit deviceRemoved(properties);
     for (const PropertyMap& properties : *present)
-        if (!before.contains(sessionOf(properties)))
+        if (!identitiesBefore.contains(identityOf(properties)))
             emit deviceArrived(properties);
     ZMRLogLevel0(
-        QStringLiteral("The simulator is back; USB arrivals and removals are watched again"));
+        QStringLiteral("The simulator is back; USB arrivals and removals are watched "
+                       "again, starting from the devices attached now"));
     return true;
 }
 

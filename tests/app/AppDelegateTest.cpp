@@ -115,7 +115,8 @@ TEST(StayInFrontSeconds, StoredTextAsWholeSeconds) {
     using app::stay_in_front::seconds;
     EXPECT_EQ(seconds(QVariant()), 15);
     EXPECT_EQ(seconds(QStringLiteral("")), 15);
-    EXPECT_EQ(seconds(QStringLiteral("abc")), 15);
+    for (const char* text : {"abc", " 10", "10 ", "1.5", "+", "99999999999999999999"})
+        EXPECT_EQ(seconds(QString::fromLatin1(text)), 15) << text;
     EXPECT_EQ(seconds(QStringLiteral("0")), 0);
     EXPECT_EQ(seconds(QStringLiteral("-5")), 0);
     EXPECT_EQ(seconds(QStringLiteral("+20")), 20);

@@ -120,6 +120,36 @@ TEST_F(VersionCheckTest, RequestCarriesTheFourHeadersAndOneInstallationIdentifie
     EXPECT_EQ(server.requests().back().value("zmr-info-unique-id"), stored.toUtf8());
 }
 
+QByteArray entryWithVersion(const QByteArray& version, qsizetype paddedTo = 0) {
+    QByteArray body = R"({"com.kestrune.Tarvel": {"product": "x", "version": ")" + version +
+                      R"(", "release_date": ""}, "padding": ")";
+    body += QByteArray(std::max<qsizetype>(0, paddedTo - body.size() - 2), 'x') + "\"}";
+    return body;
+}
+
+TEST_F(VersionCheckTest, AVersionThatIsNotDigitsAndDotsIsIgnored) {
+    for (const QByteArray& version :
+         {QByteArray("9.<a href='https://example.invalid/x'>click</a>"), QByteArray("9.0 "),
+          QByteArray("<b>9</b>"), QByteArray("9..0"), QByteArray("\u0669.0"), QByteArray("")}) {
+        server.respond(200, entryWithVersion(version));
+        EXPECT_EQ(check(), Outcome::BadVersion) << version.toStdString();
+    }
+    EXPECT_TRUE(alerts.shown().empty());
+}
+
+TEST_F(VersionCheckTest, ABodyOverTheLimitIsDroppedAndOneAtTheLimitIsRead) {
+    server.respond(200, entryWithVersion("9.0", VersionCheck::maxBodyBytes + 1));
+    EXPECT_EQ(check(), Outcome::TooLarge);
+    server.respond(200, entryWithVersion("9.0", 4 * 1024 * 1024));
+    EXPECT_EQ(check(), Outcome::TooLarge);
+    EXPECT_TRUE(alerts.shown().empty());
+
+    server.respond(200, entryWithVersion("9.0", VersionCheck::maxBodyBytes));
+    EXPECT_EQ(check(), Outcome::Newer);
+    ASSERT_EQ(alerts.shown().size(), 1u);
+    EXPECT_TRUE(alerts.shown().front().message.endsWith("the new version is 9.0."));
+}
+
 TEST(VersionComparison, NumericComponentByComponent) {
     EXPECT_TRUE(VersionCheck::isNewer("1.10", "1.9"));
     EXPECT_TRUE(VersionCheck::isNewer("2.0", "1.99.99"));

@@ -1,5 +1,6 @@
 #include "views/HubWindow.h"
 #include "views/MainWindow.h"
+#include "views/MessageBoxAlerts.h"
 #include "views/OptionsSheet.h"
 #include "views/ProgressSheet.h"
 #include "views/QuitGuard.h"
@@ -16,15 +17,18 @@
 #include "support/VirtualClock.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCheckBox>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStatusBar>
 #include <QTableView>
 #include <QTest>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -153,6 +157,39 @@ TEST_F(QuitGuardTest, AWindowThatIsNotTheLastClosesFreely) {
 TEST_F(QuitGuardTest, TheStatusLineFollowsTheApplicationState) {
     state.setProgressMessage(QStringLiteral("Waiting to start next process"));
     EXPECT_EQ(mainWindow.statusMessage()->text(), "Waiting to start next process");
+}
+
+TEST_F(QuitGuardTest, AnUnwritableLogStaysInTheStatusLine) {
+    EXPECT_FALSE(mainWindow.logProblem()->isVisible());
+    mainWindow.showLogProblem(
+        QStringLiteral("Cannot write the log file /x/generic.log (<b>x</b>)"));
+    EXPECT_TRUE(mainWindow.logProblem()->isVisible());
+    EXPECT_EQ(mainWindow.logProblem()->textFormat(), Qt::PlainText);
+    state.setProgressMessage(QStringLiteral("Waiting to start next process"));
+    EXPECT_TRUE(mainWindow.logProblem()->text().startsWith("Cannot write the log file"));
+}
+
+TEST(MessageBoxAlertsTest, TextsFromOutsideAreShownAsPlainText) {
+    QList<Qt::TextFormat> formats;
+    QStringList texts;
+    QTimer::singleShot(0, [&] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        ASSERT_NE(box, nullptr);
+        for (const QLabel* label : box->findChildren<QLabel*>()) {
+            if (label->text().isEmpty())
+                continue;
+            texts << label->text();
+            formats << label->textFormat();
+        }
+        box->buttons().front()->click();
+    });
+    views::MessageBoxAlerts alerts;
+    alerts.show({QStringLiteral("New <b>Version</b> Available"),
+                 QStringLiteral("The new version is 9.<a href='https://example.invalid/x'>click"
+                                "</a>."),
+                 {QStringLiteral("OK")}});
+    EXPECT_EQ(texts.size(), 2) << texts.join('|').toStdString();
+    EXPECT_EQ(formats, QList<Qt::TextFormat>(texts.size(), Qt::PlainText));
 }
 
 class OptionsSheetTest : public ::testing::Test {

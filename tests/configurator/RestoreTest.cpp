@@ -320,4 +320,34 @@ TEST_F(Restore, ListingComesOnTheMainLoopOrAtOnceWhenItCannotRun) {
     EXPECT_EQ(listed->at(1)->name(), "Air 2");
 }
 
+// A listing of megabytes is still the bench, whole; one past the bound is refused, not empty.
+TEST_F(Restore, ListingsOfAnySizeAreReadWholeUpToTheBound) {
+    const auto listingWithPadding = [&](const char* name, const char* megabytes) {
+        const QString fixture = TARVEL_CONFIGURATOR_FIXTURES "/list-two-macs.plist";
+        return scripts.write(name,
+                             QStringLiteral("sed -n '1,/<string>Bench Mini 1/p' '%1' | "
+                                            "sed '$d'; printf '<string>'; head -c %2 "
+                                            "/dev/zero | tr '\\0' m; printf '</string>\\n'; "
+                                            "sed -n '/<string>Bench Mini 1/,$p' '%1' | sed 1d")
+                                 .arg(fixture, QLatin1String(megabytes)));
+    };
+    const auto list = [&](const QString& tool) {
+        auto u = utility(tool);
+        std::optional<configurator::DeviceList> listed;
+        u->attachedDevicesWithCallback([&](const auto& d) { listed = d; });
+        EXPECT_TRUE(runLoopUntil([&] { return listed.has_value(); }));
+        return std::pair{listed.value_or(configurator::DeviceList{}), u->unreadableListingOutput()};
+    };
+
+    const auto [large, largeProblem] = list(listingWithPadding("large", "3000000"));
+    ASSERT_EQ(large.size(), 2);
+    EXPECT_EQ(large.at(0)->name().size(), 3000000);
+    EXPECT_FALSE(largeProblem);
+
+    const auto [huge, hugeProblem] = list(listingWithPadding("huge", "70000000"));
+    EXPECT_TRUE(huge.isEmpty());
+    ASSERT_TRUE(hugeProblem);
+    EXPECT_TRUE(hugeProblem->endsWith("(64 MiB or more: too large to read)"));
+}
+
 }  // namespace

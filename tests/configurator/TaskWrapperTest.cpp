@@ -204,19 +204,22 @@ TEST(TaskWrapper, WhatTheChildWritesInOneGoIsOneChunkAndNoChunkPassesTheCap) {
               QString(20480, ' ') + QString::fromUtf8("\u2014") + QString(2 * 20480, ' '));
     EXPECT_EQ(record.output[1], "later");
 
-    // A child that floods its output is handed over in pieces of at most 1 MiB, nothing lost.
+    // Megabytes written without a pause are one chunk, far below the cap, nothing lost.
     const QString flood = scripts.write("flood", "head -c 3000000 /dev/zero | tr '\\0' 'z'");
     Recorder flooded;
     auto floodRunner = flooded.make({flood});
     floodRunner->startProcess();
     ASSERT_TRUE(flooded.ended());
-    qsizetype total = 0;
-    for (const QString& chunk : flooded.output) {
-        EXPECT_LE(chunk.size(), 1024 * 1024);
-        total += chunk.size();
-    }
-    EXPECT_EQ(total, 3000000);
     EXPECT_EQ(flooded.output.join(QString()), QString(3000000, 'z'));
+
+    // A document handed over whole is one chunk, however it was written.
+    const QString slow = scripts.write("slow", "printf '<a>'; sleep 0.05; printf '</a>'");
+    Recorder whole;
+    auto wholeRunner = whole.make({slow});
+    wholeRunner->handOverOutputWhole();
+    wholeRunner->startProcess();
+    ASSERT_TRUE(whole.ended());
+    EXPECT_EQ(whole.output, QStringList{"<a></a>"});
 }
 
 TEST(TaskWrapper, StatusOfAChildStillRunningAfterTheGraceIsMinus999) {

@@ -51,7 +51,7 @@ TEST_F(LogLocationTest, RootAndTheSecurityAgentUseTheFixedPrivateFolder) {
     for (uid_t uid : {uid_t(0), uid_t(92)}) {
         const core::LogLocation location = core::chooseLogLocation(inputs(uid));
         EXPECT_EQ(location.filePath(), tmp.filePath("vandor/generic.log"));
-        EXPECT_TRUE(location.refuseLinks);
+        EXPECT_TRUE(location.ownerOnly);
     }
     EXPECT_EQ(touches, 0);
     EXPECT_EQ(QFileInfo(tmp.filePath("vandor")).permissions() & 0x0077, 0);

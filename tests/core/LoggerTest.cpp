@@ -1,15 +1,21 @@
 #include "core/Log.h"
+#include "core/NotificationCenter.h"
 #include "core/SettingsKeys.h"
 #include "core/ZMRUnifiedLogger.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
@@ -20,16 +26,18 @@ using testing_support::VirtualClock;
 
 class LoggerTest : public ::testing::Test {
 protected:
-    LoggerTest()
-        : logger({dir.path(), "test.log", false}, settings.settings(), clock,
-                 {[this](const QByteArray& b) { standardError += b; },
-                  [this](const QByteArray& b) { standardOutput += b; }},
-                 "Tarvel(4711)") {}
+  LoggerTest()
+      : logger({dir.path(), "test.log", false}, settings.settings(), clock,
+               {[this](const QByteArray& b) { standardError += b; },
+                [this](const QByteArray& b) { standardOutput += b; },
+                [this](const QByteArray& b) { notices += b; }},
+               "Tarvel(4711)") {}
 
-    QStringList fileLines() const {
-        QFile file(logger.logFileURL());
-        if (!file.open(QIODevice::ReadOnly)) return {};
-        return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+  QStringList fileLines() const {
+      QFile file(logger.logFileURL());
+      if (!file.open(QIODevice::ReadOnly))
+          return {};
+      return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
     }
 
     QTemporaryDir dir;
@@ -37,6 +45,7 @@ protected:
     VirtualClock clock;
     QByteArray standardError;
     QByteArray standardOutput;
+    QByteArray notices;
     ZMRUnifiedLogger logger;
 };
 
@@ -111,6 +120,68 @@ TEST_F(LoggerTest, MultiLineMessagesAreWrittenAsTheyAre) {
     const QStringList lines = fileLines();
     ASSERT_EQ(lines.size(), 2);
     EXPECT_EQ(lines[1], "second");
+}
+
+TEST_F(LoggerTest, ALinkInPlaceOfTheLogFileIsNeitherFollowedNorReplaced) {
+    QTemporaryDir elsewhere;
+    const QString target = elsewhere.filePath("precious");
+    QFile precious(target);
+    ASSERT_TRUE(precious.open(QIODevice::WriteOnly));
+    precious.write("kept\n");
+    precious.close();
+    ASSERT_TRUE(QFile::link(target, logger.logFileURL()));
+
+    int posted = 0;
+    auto& center = core::NotificationCenter::defaultCenter();
+    const auto token = center.addObserver(ZMRUnifiedLogger::writeProblemNotification,
+                                          [&](const QString&, const QVariantMap&) { ++posted; });
+    logger.logString("first", 1);
+    logger.logString("second", 1);
+    center.removeObserver(token);
+
+    ASSERT_TRUE(precious.open(QIODevice::ReadOnly));
+    EXPECT_EQ(precious.readAll(), "kept\n");
+    EXPECT_TRUE(QFileInfo(logger.logFileURL()).isSymLink());
+    EXPECT_EQ(notices.count('\n'), 1) << notices.toStdString();
+    EXPECT_TRUE(notices.startsWith("Tarvel(4711): Cannot write the log file " +
+                                   logger.logFileURL().toUtf8()));
+    EXPECT_EQ(posted, 1);
+    EXPECT_FALSE(logger.writeProblem().isEmpty());
+    EXPECT_EQ(standardError, "first\nsecond\n") << "the echo goes on";
+}
+
+TEST_F(LoggerTest, AFifoInPlaceOfTheLogFileNeitherBlocksNorTakesTheLines) {
+    ASSERT_EQ(::mkfifo(QFile::encodeName(logger.logFileURL()).constData(), 0600), 0);
+    logger.logString("line", 1);  // would block for ever opening a FIFO nobody reads
+    EXPECT_EQ(notices.count('\n'), 1);
+}
+
+// Root writes anywhere, so the folder belongs to another account and the check runs as that
+// account, in a child of its own.
+TEST(LoggerDeathTest, AnUnwritableFolderIsSaidOnceOnStandardErrorAndLoggingGoesOn) {
+    const auto run = [] {
+        QByteArray folder = "/tmp/tarvel-readonly-XXXXXX";
+        if (!::mkdtemp(folder.data()) || ::chmod(folder.constData(), 0555) != 0)
+            std::_Exit(3);
+        if (::geteuid() == 0 && (::chown(folder.constData(), 65534, 65534) != 0 ||
+                                 ::setgid(65534) != 0 || ::setuid(65534) != 0))
+            std::_Exit(4);
+        TestSettings settings;
+        VirtualClock clock;
+        QByteArray notices;
+        ZMRUnifiedLogger logger(
+            {QString::fromLatin1(folder), "generic.log", false}, settings.settings(), clock,
+            {nullptr, nullptr, [&](const QByteArray& b) { notices += b; }}, "tarvel(1)");
+        for (int i = 0; i < 3; ++i) logger.logString(QString::number(i), 1);
+        const bool once = notices.count('\n') == 1 && notices.contains("Permission denied");
+        ::chmod(folder.constData(), 0700);
+        ::rmdir(folder.constData());
+        std::fputs(notices.constData(), stderr);
+        std::_Exit(once ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(0),
+                "tarvel\\(1\\): Cannot write the log file /tmp/tarvel-readonly-.*/generic.log "
+                "\\(Permission denied\\); log lines are not kept");
 }
 
 TEST(LoggerTimestamp, UsesTheLocalNumericOffset) {

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 using core::Settings;
 using testing_support::TestSettings;
 
@@ -52,6 +55,37 @@ TEST(Settings, TextIsKeptAsTypedAndConvertedOnlyWhenRead) {
     settings.setValue("fraction", QStringLiteral("2.7"));
     EXPECT_EQ(settings.integerForKey("fraction"), 2);
     EXPECT_DOUBLE_EQ(settings.doubleForKey("fraction"), 2.7);
+}
+
+TEST(Settings, APauseOrBoundOutsideItsRangeFallsBackToTheShippedValue) {
+    TestSettings fixture;
+    Settings& settings = fixture.settings();
+    const char* key = core::keys::verifyTimeoutSeconds;
+    for (const QVariant& bad :
+         {QVariant(1e30), QVariant(-5), QVariant("abc"), QVariant("nan"), QVariant("1e999"),
+          QVariant(" 10"), QVariant("10 "), QVariant(true), QVariant(600.5)}) {
+        settings.setValue(key, bad);
+        EXPECT_EQ(settings.boundedNumber(key), 30) << bad.toString().toStdString();
+    }
+    for (const auto& [good, read] : {std::pair{QVariant(0), 0.0}, std::pair{QVariant(600), 600.0},
+                                     std::pair{QVariant("45.5"), 45.5}}) {
+        settings.setValue(key, good);
+        EXPECT_EQ(settings.boundedNumber(key), read);
+    }
+    settings.setValue(core::keys::acronameDelayAfterSettingPowerMode, "-1");
+    EXPECT_EQ(settings.boundedNumber(core::keys::acronameDelayAfterSettingPowerMode), 3);
+
+    // Without a usable shipped value the range's own fallback holds.
+    TestSettings bare(false);
+    bare.settings().registerDefaults({{key, "forever"}});
+    EXPECT_EQ(bare.settings().boundedNumber(key), 30);
+}
+
+TEST(Settings, IntegerReadsOfHugeRealsSaturateInsteadOfOverflowing) {
+    EXPECT_EQ(core::variantAsInteger(1e30), std::numeric_limits<qint64>::max());
+    EXPECT_EQ(core::variantAsInteger(-1e30), std::numeric_limits<qint64>::min());
+    EXPECT_EQ(core::variantAsInteger(std::nan("")), 0);
+    EXPECT_EQ(core::variantAsInteger(-7.9), -7);
 }
 
 TEST(Settings, BooleanReadsFollowThePlatformTextRules) {

@@ -79,19 +79,6 @@ TEST_F(CliConfigurator, MacPutIntoDfuIsListedAndRestored) {
     EXPECT_TRUE(restored.standardOutput.contains("Restore of 0x16594A1492801E completed."));
 }
 
-TEST_F(CliConfigurator, AGarbledListingIsAnErrorNotAnEmptyBench) {
-    QByteArray garbled(kStation);
-    garbled.replace(R"("hubs": [)", R"("cfgutil": {"garbledList": true}, "hubs": [)");
-    ASSERT_EQ(station.start({"--station", station.writeStation(garbled)}), station.socket());
-    const ProcessResult listed = station.cli({"devices"});
-    EXPECT_EQ(listed.exitCode, 1);
-    EXPECT_TRUE(listed.standardOutput.isEmpty()) << "no table that looks like an empty bench";
-    EXPECT_TRUE(listed.standardError.contains(
-        "printed a device list that could not be read; it began:\n<?xml"))
-        << listed.standardError.toStdString();
-    EXPECT_EQ(station.cli({"restore", "--all-dfu"}).exitCode, 1) << "nor an empty batch";
-}
-
 // A full bench of seven hubs, five Macs each, with the long names technicians give them: the tool
 // prints one document of some 18 KiB, in more than one write.
 TEST_F(CliConfigurator, AFullSevenHubBenchIsListedWhole) {

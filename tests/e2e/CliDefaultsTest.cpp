@@ -64,6 +64,51 @@ TEST_F(CliDefaults, BadInputIsAUsageErrorThatNamesWhatWasWrong) {
     EXPECT_TRUE(missing.standardError.contains("(com.kestrune.Tarvel, noSuchKey) does not exist"));
 }
 
+TEST_F(CliDefaults, AValueAKnownKeyCannotUseIsStoredWithAWarning) {
+    const QStringList unusable[] = {{"verifyTimeoutSeconds", "-float", "1e30"},
+                                    {"acronameDelayAfterSettingPowerMode", "abc"},
+                                    {"acronameRecoveryRebootTimes", "-int", "11"},
+                                    {"timeBetweenProcesses", " 10"},
+                                    {"showDebug", "-int", "5"},
+                                    {"removeACCache", "-float", "1"},
+                                    {"eventScriptPath", "-int", "3"}};
+    for (const QStringList& write : unusable) {
+        const ProcessResult result = cli(QStringList{"defaults", "write"} + write);
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_TRUE(result.standardError.startsWith("tarvel-cli: warning: " + write[0] + " takes "))
+            << result.standardError.toStdString();
+        const QString stored = write.back() == "1e30" ? QStringLiteral("1e+30") : write.back();
+        EXPECT_EQ(cli({"defaults", "read", write[0]}).standardOutput, stored + '\n')
+            << "stored anyway";
+    }
+    const QStringList usable[] = {
+        {"verifyTimeoutSeconds", "-float", "45"}, {"acronameRecoveryRebootDelay", "0.25"},
+        {"timeBetweenProcesses", "10"},           {"stayInFrontAfterDFUSecs", "-5"},
+        {"showDebug", "-bool", "true"},           {"acronameParallelHubs", "YES"},
+        {"somebodyElsesKey", "-float", "1e30"}};
+    for (const QStringList& write : usable) {
+        const ProcessResult result = cli(QStringList{"defaults", "write"} + write);
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.standardError, "") << write.join(' ').toStdString();
+    }
+}
+
+TEST_F(CliDefaults, AnUnknownCommandIsAUsageErrorEvenWithHelp) {
+    for (const QStringList& arguments :
+         {QStringList{"frobnicate"}, QStringList{"frobnicate", "--help"},
+          QStringList{"--help", "frobnicate"}, QStringList{"-v", "frobnicate", "-h"}}) {
+        const ProcessResult result = cli(arguments);
+        EXPECT_EQ(result.exitCode, 2) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(result.standardError.startsWith("tarvel-cli: unknown command: frobnicate\n"))
+            << result.standardError.toStdString();
+        EXPECT_EQ(result.standardOutput, "");
+    }
+    EXPECT_EQ(cli({"--help"}).exitCode, 0);
+    const ProcessResult commandHelp = cli({"defaults", "--help"});
+    EXPECT_EQ(commandHelp.exitCode, 0);
+    EXPECT_TRUE(commandHelp.standardOutput.contains("defaults")) << "a real command keeps its help";
+}
+
 TEST_F(CliDefaults, EveryRunLeavesAnAuditLineWhereTheLogFolderPreferencePoints) {
     QTemporaryDir elsewhere;
     EXPECT_EQ(cli({"defaults", "write", "LogFolderPath", elsewhere.path()}).exitCode, 0);

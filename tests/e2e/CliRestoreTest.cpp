@@ -146,41 +146,4 @@ TEST_F(CliRestore, JsonLinesFollowTheBatchToItsHistory) {
     EXPECT_DOUBLE_EQ(furthest, 1.0) << run.standardOutput.toStdString();
 }
 
-TEST_F(CliRestore, InterruptCancelsTheRunningRestoreAndLeavesTheRestUnstarted) {
-    station_.setPreference("timeBetweenProcesses", "1");
-    ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(600))}).isEmpty());
-    QProcess restore;
-    ASSERT_TRUE(station_.startCli(restore, {"restore", "0x11", "0x12", "0x13", "--history-json", history}));
-    QByteArray output;
-    ASSERT_TRUE(testing_support::readOutputUntil(restore, output, "Preparing restore", 10000))
-        << output.toStdString();
-    ::kill(static_cast<pid_t>(restore.processId()), SIGINT);
-    ASSERT_TRUE(restore.waitForFinished(15000));
-    output += restore.readAllStandardOutput();
-    EXPECT_EQ(restore.exitCode(), 130) << output.toStdString();
-
-    const QJsonArray records = historyRecords();
-    ASSERT_EQ(records.size(), 3);
-    for (const QJsonValue record : records)
-        EXPECT_EQ(record["message"].toString(), "Restore Cancelled");
-    EXPECT_EQ(station_.macs()[0].toObject().value("state").toString(), "dfu")
-        << "the simulator stopped its restore";
-}
-
-TEST_F(CliRestore, TheBatchEndsWithFailureWhenTheSimulatorGoesAway) {
-    ASSERT_FALSE(station_.start({"--station", station_.writeStation(station(600))}).isEmpty());
-    QProcess restore;
-    ASSERT_TRUE(station_.startCli(restore, {"restore", "0x11", "0x12"}));
-    QByteArray output;
-    ASSERT_TRUE(testing_support::readOutputUntil(restore, output, "Preparing restore", 10000))
-        << output.toStdString();
-
-    station_.simulator().kill();
-    ASSERT_TRUE(station_.simulator().waitForFinished(5000));
-    ASSERT_TRUE(restore.waitForFinished(5000));
-    EXPECT_EQ(restore.exitCode(), 1);
-    EXPECT_TRUE(restore.readAllStandardError().contains(
-        "tarvel-cli: restore: the simulator closed its socket; the batch was abandoned"));
-}
-
 }  // namespace

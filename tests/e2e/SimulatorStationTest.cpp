@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 namespace {
 
 using testing_support::ProcessResult;
@@ -96,6 +98,39 @@ TEST_F(SimulatorStation, InvalidStationFileIsRefusedWithItsErrors) {
     EXPECT_TRUE(result.standardError.startsWith("tarvel-sim: " + bad + ": hubs[0].serial: must be"))
         << result.standardError.toStdString();
     EXPECT_TRUE(result.standardOutput.isEmpty());
+}
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr long peakMemoryLimitKiB = 600 * 1024;  // the sanitizer's shadow memory and quarantine
+#else
+constexpr long peakMemoryLimitKiB = 150 * 1024;
+#endif
+
+// The largest file the simulator reads, made of nothing but bad entries: it is refused with twenty
+// lines and a count, and the simulator's peak memory stays a small multiple of the file.
+TEST_F(SimulatorStation, AHostileStationFileIsRefusedBrieflyAndInBoundedMemory) {
+    QByteArray json = R"({"hubs": [)";
+    for (int i = 0; i < 5000; ++i) json += R"({"serial": "x"},)";
+    json.chop(1);
+    json += "]";
+    qsizetype unknown = 0;
+    const QByteArray filler(24, 'x');
+    while (json.size() < 16 * 1024 * 1024 - 64)
+        json += ", \"k" + QByteArray::number(unknown++) + "\": \"" + filler + '"';
+    json += "}";
+    const QString bad = station.writeStation(json);
+
+    const ProcessResult result = testing_support::runExecutable(
+        "tarvel-sim", {"--station", bad, "--socket", station.socket()}, station.environment());
+    rusage children{};
+    ::getrusage(RUSAGE_CHILDREN, &children);
+    EXPECT_EQ(result.exitCode, 1);
+    const QStringList lines = result.standardError.split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 21) << result.standardError.left(2000).toStdString();
+    // The unknown fields, one "too many hubs" and the serials of the 15 hubs that are read.
+    EXPECT_EQ(lines.back(), QStringLiteral("tarvel-sim: and %1 more errors").arg(unknown + 16 - 20));
+    // The largest child this test process has waited for, so at least the simulator's peak.
+    EXPECT_LT(children.ru_maxrss, peakMemoryLimitKiB) << "kilobytes";
 }
 
 }  // namespace

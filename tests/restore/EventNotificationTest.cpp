@@ -2,9 +2,11 @@
 
 #include "configurator/ZMTaskWrapperWithBlocks.h"
 #include "restore/EventNotification.h"
+#include "restore/ScriptOutputLog.h"
 #include "support/VirtualClock.h"
 
 #include <QFile>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -82,6 +84,54 @@ TEST_F(EventScript, MissingUnsetNonExecutableAndDisabledScriptsRunNothing) {
     ASSERT_TRUE(flush());
     EXPECT_EQ(events.taskWrapper(), nullptr);
     EXPECT_TRUE(calls().isEmpty());
+}
+
+// A script that prints megabytes leaves a bounded trace: its first 64 KiB as log lines, then
+// one line with the size of the rest, and nothing on the way is lost from the count.
+TEST(EventScriptOutput, AChattyScriptIsLoggedUpTo64KiBAndTheRestIsCounted) {
+    testing_support::Scripts scripts;
+    testing_support::VirtualClock clock;
+    QStringList logged;
+    EventNotification events(clock, [&](const QString& line) { logged << line; });
+    const QString script =
+        scripts.write("chatty", "yes 'line of output from the script' | head -c 10000000");
+    events.postEvent("restoreStarted", true, {}, script);
+    ASSERT_TRUE(
+        runLoopUntil([&] { return !logged.isEmpty() && logged.back().startsWith("The"); }, 60000));
+
+    // The pipe may cut a line in two; each piece is a line of the log.
+    qint64 loggedBytes = 0;
+    for (const QString& line : logged.mid(0, logged.size() - 1)) {
+        ASSERT_TRUE(line.startsWith("Message: ")) << line.toStdString();
+        EXPECT_TRUE(QStringLiteral("line of output from the script").contains(line.mid(9)))
+            << line.toStdString();
+        loggedBytes += line.size() - 9 + 1;
+    }
+    EXPECT_LE(loggedBytes, 64 * 1024 + 16);  // a cut line counts one newline too many
+    const QRegularExpressionMatch summary =
+        QRegularExpression(
+            "^The event script printed (\\d+) bytes more than the 64 KiB logged; "
+            "they were not kept$")
+            .match(logged.back());
+    ASSERT_TRUE(summary.hasMatch()) << logged.back().toStdString();
+    const qint64 dropped = summary.captured(1).toLongLong();
+    EXPECT_GE(dropped, 10000000 - 64 * 1024);
+    EXPECT_LE(dropped, 10000000 - 63 * 1024);
+}
+
+TEST(EventScriptOutput, OutputWithinTheBudgetIsLoggedLineByLineWithNoSummary) {
+    QStringList logged;
+    restore::ScriptOutputLog output([&](const QString& line) { logged << line; });
+    output.add("Message: ", "first\n  second  \n\n");
+    output.add("ErrorMessage: ", "oops\n");
+    output.finish();
+    EXPECT_EQ(logged, QStringList({"Message: first", "Message: second", "ErrorMessage: oops"}));
+
+    restore::ScriptOutputLog small([&](const QString&) {});
+    const QString line = QString(1023, u'é') + '\n';  // 2047 bytes of UTF-8
+    for (int i = 0; i < 40; ++i) small.add("Message: ", line);
+    EXPECT_EQ(small.keptBytes(), 32 * 2047);
+    EXPECT_EQ(small.droppedBytes(), 8 * 2047) << "the UTF-8 size, not the characters, is counted";
 }
 
 }  // namespace

@@ -41,10 +41,11 @@ QString statusMessage(int status) {
 }
 
 TEST(RestorePause, TextThatIsNotAnUnsigned32BitNumberMeansThreeSeconds) {
-    for (const char* text : {"abc", "", "-1", "5000000000", "3"})
+    for (const char* text : {"abc", "", "-1", "5000000000", "3", " 10", "10 ", "1e3", "0x10"})
         EXPECT_EQ(RestoreQueue::pauseBetweenStarts(text), 3u) << text;
     EXPECT_EQ(RestoreQueue::pauseBetweenStarts("0"), 0u);
     EXPECT_EQ(RestoreQueue::pauseBetweenStarts("10"), 10u);
+    EXPECT_EQ(RestoreQueue::pauseBetweenStarts("4294967295"), 4294967295u);
     EXPECT_EQ(restore::realText(0.35f), "0.35");
     EXPECT_EQ(restore::realText(1.0f), "1.0");
     EXPECT_EQ(restore::realText(-1.0f), "-1.0");

@@ -1,7 +1,10 @@
 #include "StationFixture.h"
 
+#include <QFile>
 #include <QSet>
 #include <QTemporaryDir>
+
+#include <sys/stat.h>
 
 using namespace simtest;
 
@@ -81,6 +84,77 @@ TEST(StationFile, BrokenDocumentsAndMissingFiles) {
     ASSERT_EQ(missing.errors.size(), 1);
     EXPECT_TRUE(
         missing.errors[0].startsWith(folder.filePath("none.json") + ": (file): cannot be read"));
+}
+
+TEST(StationFile, OnlyARegularFileOfAtMost16MiBIsRead) {
+    QTemporaryDir folder;
+    const QString fifo = folder.filePath("fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const QString huge = folder.filePath("huge.json");
+    QFile sparse(huge);
+    ASSERT_TRUE(sparse.open(QIODevice::WriteOnly) && sparse.resize(50 * 1024 * 1024));
+    sparse.close();
+    const std::pair<QString, QString> cases[] = {
+        {folder.path(), "is a folder, not a station file"},
+        {"/dev/zero", "is not a regular file (a device, FIFO or socket cannot be one)"},
+        {fifo, "is not a regular file (a device, FIFO or socket cannot be one)"},
+        {huge, "is larger than the 16 MiB a station file may have"},
+    };
+    for (const auto& [path, reason] : cases)
+        EXPECT_EQ(sim::loadStationFile(path).errors, QStringList{path + ": (file): " + reason});
+}
+
+TEST(StationFile, AFieldGivenTwiceIsRefusedWhereverItIs) {
+    const QStringList errors = errorsOf(R"({"hubs": [{"serial": 1, "serial": 2, "macs": [
+        {"port": 1, "ecid": 1, "serialNumber": "A", "port": 2}]}],
+        "localDFU": null, "localD\u0046U": null})");
+    EXPECT_EQ(errors, QStringList({"bench.json: hubs[0].serial: is given more than once",
+                                   "bench.json: hubs[0].macs[0].port: is given more than once",
+                                   "bench.json: localDFU: is given more than once"}));
+    EXPECT_TRUE(errorsOf(R"({"hubs": [{"serial": 1}, {"serial": 2}], "localDFU": null})").isEmpty())
+        << "the same field in sibling objects is no duplicate";
+}
+
+// Two hundred thousand bad fields and five thousand hubs: twenty lines and a count, and only
+// the hubs a station can have are looked at.
+TEST(StationFile, AHostileFileGivesTwentyErrorLinesAndCountsTheRest) {
+    QByteArray json = R"({"hubs": [)";
+    for (int i = 0; i < 5000; ++i) json += R"({"serial": "x"},)";
+    json.chop(1);
+    json += "]";
+    for (int i = 0; i < 200000; ++i) json += ", \"k" + QByteArray::number(i) + "\": 0";
+    json += "}";
+    const sim::StationLoad load = sim::parseStation(json, QStringLiteral("bench.json"));
+    EXPECT_FALSE(load.station);
+    ASSERT_EQ(load.errors.size(), 20);
+    EXPECT_TRUE(load.errors[0].startsWith("bench.json: k0: unknown field"))
+        << load.errors[0].toStdString();
+    // 200000 unknown fields, one "too many hubs" and the serial of each of the first 15 hubs.
+    EXPECT_EQ(load.unlistedErrors, 200000 + 1 + 15 - 20);
+}
+
+// What a JSON parser would build for a document is many times its size: one with more nodes
+// than any station has is refused before it is parsed.
+TEST(StationFile, ADocumentWithMoreNodesThanAStationCanHaveIsNotParsed) {
+    QByteArray objects = R"({"hubs": [)";
+    for (int i = 0; i < 10001; ++i) objects += "{},";
+    objects.chop(1);
+    objects += "]}";
+    EXPECT_EQ(errorsOf(objects),
+              QStringList{"bench.json: (document): has more objects, arrays or values than any "
+                          "station (at most 10000 objects and arrays and 500000 values)"});
+    // Three containers and a comma after each value: 500000 at the limit, one more over it.
+    const auto valuesDocument = [](int zeros) {
+        QByteArray json = R"({"hubs": [], "x": [)";
+        for (int i = 0; i < zeros; ++i) json += "0,";
+        return json + R"(",[{"]})";
+    };
+    EXPECT_EQ(errorsOf(valuesDocument(499997)).value(0).left(40),
+              "bench.json: (document): has more objects");
+    EXPECT_EQ(errorsOf(valuesDocument(499996)),
+              QStringList{"bench.json: x: unknown field (known fields: timing, cfgutil, hubs, "
+                          "localDFU)"})
+        << "brackets and commas in texts are not counted";
 }
 
 TEST(StationFile, ValuesAreReadAsWritten) {

@@ -22,7 +22,9 @@
 #include "core/Alerts.h"
 #include "core/BundleInfo.h"
 #include "core/Clock.h"
+#include "core/Dispatch.h"
 #include "core/Log.h"
+#include "core/NotificationCenter.h"
 #include "core/RealHomeFolder.h"
 #include "core/Settings.h"
 #include "core/ZMRUnifiedLogger.h"
@@ -30,8 +32,8 @@
 #include "hubs/ZMRAcronameManager.h"
 #include "localport/FirmwareUpdater.h"
 #include "restore/LocalPortAutoRestore.h"
-#include "usb/AutoDFU.h"
 #include "restore/RestoreSession.h"
+#include "usb/AutoDFU.h"
 #include "usb/USBManager.h"
 
 #include <QApplication>
@@ -91,6 +93,24 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
     });
     buildDeviceArea();
     buildTools();
+    watchLogProblems();
+}
+
+// The log may have failed before the window existed (the banner) or may fail at any time later.
+void DesktopApplication::watchLogProblems() {
+    const QString known = ZMRUnifiedLogger::sharedLogger().writeProblem();
+    if (!known.isEmpty())
+        mainWindow_->showLogProblem(known);
+    QPointer<MainWindow> window = mainWindow_;
+    logProblemObserver_ = core::NotificationCenter::defaultCenter().addObserver(
+        ZMRUnifiedLogger::writeProblemNotification,
+        [window](const QString&, const QVariantMap& info) {
+            const QString text = info.value(QStringLiteral("message")).toString();
+            dispatch::main([window, text] {
+                if (window)
+                    window->showLogProblem(text);
+            });
+        });
 }
 
 // Asked for each painted cell, so the registry is read at most once a second.
@@ -192,6 +212,7 @@ DfuPortWindow* DesktopApplication::showDfuPortLookup() {
 }
 
 DesktopApplication::~DesktopApplication() {
+    core::NotificationCenter::defaultCenter().removeObserver(logProblemObserver_);
     delete dfuPortWindow_;
     delete hubWindow_;
     delete mainWindow_;

@@ -10,6 +10,7 @@
 #include <QPointer>
 #include <QSettings>
 
+#include <cstdint>
 #include <memory>
 
 class AC2Device;
@@ -70,6 +71,7 @@ class DesktopApplication : public QObject {
     void quit();
     void showAbout();
     void logFirstExposure();
+    void watchLogProblems();
     QString hubPortOf(const AC2Device& device);
 
     qint64 launchedAt_;
@@ -98,6 +100,7 @@ class DesktopApplication : public QObject {
     // The bench's hub ports as the USB registry showed them at most a second ago.
     std::optional<usb::HubPortNames> hubPortNames_;
     QElapsedTimer hubPortNamesAge_;
+    std::uint64_t logProblemObserver_ = 0;
 };
 
 }  // namespace views

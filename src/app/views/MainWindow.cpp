@@ -27,6 +27,7 @@ MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* pa
       state_(state),
       windowState_(windowState),
       statusMessage_(new QLabel(this)),
+      logProblem_(new QLabel(this)),
       progress_(new QProgressBar(this)) {
     setWindowTitle(QStringLiteral("Tarvel"));
     buildActions();
@@ -90,12 +91,21 @@ void MainWindow::bindStatusLine() {
     progress_->setVisible(state_.isRunning());
     statusMessage_->setText(state_.progressMessage());
     statusBar()->addWidget(statusMessage_, 1);
+    logProblem_->setObjectName(QStringLiteral("logProblem"));
+    logProblem_->setTextFormat(Qt::PlainText);
+    logProblem_->setVisible(false);
+    statusBar()->addPermanentWidget(logProblem_);
     statusBar()->addPermanentWidget(progress_);
     connect(&state_, &app::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
     connect(&state_, &app::AppState::isRunningChanged, progress_, &QWidget::setVisible);
     connect(&state_, &app::AppState::progressBarValueChanged, progress_, [this](double fraction) {
         progress_->setValue(static_cast<int>(fraction * kProgressSteps));
     });
+}
+
+void MainWindow::showLogProblem(const QString& text) {
+    logProblem_->setText(text);
+    logProblem_->setVisible(true);
 }
 
 QWidget* MainWindow::emptyDeviceArea() {

@@ -32,6 +32,9 @@ class MainWindow : public QMainWindow {
     QAction* optionsAction() const { return optionsAction_; }
     QAction* quitAction() const { return quitAction_; }
     QLabel* statusMessage() const { return statusMessage_; }
+    // Keeps `text` in the status line for good: something the technician must not miss.
+    void showLogProblem(const QString& text);
+    QLabel* logProblem() const { return logProblem_; }
     // Where the device area's tools join the window's own.
     QMenu* toolsMenu() const { return toolsMenu_; }
     QToolBar* toolBar() const { return toolBar_; }
@@ -59,6 +62,7 @@ class MainWindow : public QMainWindow {
     app::AppState& state_;
     QSettings* windowState_;
     QLabel* statusMessage_;
+    QLabel* logProblem_;
     QProgressBar* progress_;
     QAction* hubsAction_ = nullptr;
     QAction* optionsAction_ = nullptr;

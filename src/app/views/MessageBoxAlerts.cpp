@@ -1,6 +1,7 @@
 #include "views/MessageBoxAlerts.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QThread>
@@ -24,6 +25,9 @@ int MessageBoxAlerts::showOnMainThread(const core::Alert& alert) {
     box.setWindowTitle(QStringLiteral("Tarvel"));
     box.setText(alert.title);
     box.setInformativeText(alert.message);
+    // Alert texts may carry what a server or a tool sent; none of it may become a link or markup.
+    box.setTextFormat(Qt::PlainText);
+    for (QLabel* label : box.findChildren<QLabel*>()) label->setTextFormat(Qt::PlainText);
     const QStringList titles =
         alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
     QList<QAbstractButton*> buttons;
