@@ -7,6 +7,25 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 
+namespace {
+
+QDBusMessage refusal(const QDBusMessage& call, Authorization answer) {
+    const bool dismissed = answer == Authorization::dismissed;
+    ZMRLogLevel1(QStringLiteral("%1 refused: %2 %3 for %4")
+                     .arg(call.member(), call.service(),
+                          dismissed ? QStringLiteral("dismissed the administrator prompt")
+                                    : QStringLiteral("is not authorised"),
+                          localport::polkitAction));
+    if (dismissed)
+        return call.createErrorReply(
+            localport::dismissedError,
+            QStringLiteral("The administrator password prompt was dismissed."));
+    return call.createErrorReply(localport::notAuthorizedError,
+                                 QStringLiteral("Not authorised to control the host's DFU port."));
+}
+
+}  // namespace
+
 HelperService::HelperService(LocalPortBackend& backend, Authorize authorize, int idleSeconds,
                              QObject* parent)
     : QObject(parent), backend_(backend), authorize_(std::move(authorize)) {
@@ -35,18 +54,13 @@ qint64 HelperService::answerWhenAuthorised(std::function<qint64()> work) {
     QDBusConnection bus = connection();
     ++callsInProgress_;
     idleTimer_.stop();
-    authorize_(call.service(), [this, call, bus, work = std::move(work)](bool allowed) mutable {
-        if (allowed) {
-            bus.send(call.createReply(QVariant::fromValue<qint64>(work())));
-        } else {
-            ZMRLogLevel1(QStringLiteral("%1 refused: %2 is not authorised for %3")
-                             .arg(call.member(), call.service(), localport::polkitAction));
-            bus.send(call.createErrorReply(
-                localport::notAuthorizedError,
-                QStringLiteral("Not authorised to control the host's DFU port.")));
-        }
-        if (--callsInProgress_ == 0)
-            idleTimer_.start();
-    });
+    authorize_(call.service(),
+               [this, call, bus, work = std::move(work)](Authorization answer) mutable {
+                   bus.send(answer == Authorization::allowed
+                                ? call.createReply(QVariant::fromValue<qint64>(work()))
+                                : refusal(call, answer));
+                   if (--callsInProgress_ == 0)
+                       idleTimer_.start();
+               });
     return 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Authorization.h"
 #include "LocalPortBackend.h"
 
 #include <QDBusContext>
@@ -9,7 +10,8 @@
 #include <functional>
 
 // The helper's object on the bus. Every call is authorised first; an unauthorised caller gets
-// the NotAuthorized error and nothing is done. When no call has come for the idle time the
+// the NotAuthorized error, one whose administrator dismissed the prompt the Dismissed error, and
+// nothing is done. When no call has come for the idle time the
 // service says so, and the helper quits: the bus starts it again on the next call.
 class HelperService final : public QObject, protected QDBusContext {
     Q_OBJECT
@@ -18,7 +20,7 @@ class HelperService final : public QObject, protected QDBusContext {
   public:
     // Decides whether the sender may use the helper; done may be called later, once.
     using Authorize =
-        std::function<void(const QString& sender, std::function<void(bool allowed)> done)>;
+        std::function<void(const QString& sender, std::function<void(Authorization answer)> done)>;
 
     HelperService(LocalPortBackend& backend, Authorize authorize, int idleSeconds,
                   QObject* parent = nullptr);

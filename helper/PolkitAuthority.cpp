@@ -43,9 +43,9 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, PolkitSubject& su
     return argument;
 }
 
-bool isAuthorized(const QDBusMessage& reply) {
+Authorization answerOf(const QDBusMessage& reply) {
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-        return false;
+        return Authorization::refused;
     const QDBusArgument result = reply.arguments().constFirst().value<QDBusArgument>();
     bool authorized = false;
     bool challenge = false;
@@ -53,7 +53,11 @@ bool isAuthorized(const QDBusMessage& reply) {
     result.beginStructure();
     result >> authorized >> challenge >> details;
     result.endStructure();
-    return authorized;
+    if (authorized)
+        return Authorization::allowed;
+    return details.value(QStringLiteral("polkit.dismissed")) == QLatin1String("true")
+               ? Authorization::dismissed
+               : Authorization::refused;
 }
 
 }  // namespace
@@ -64,7 +68,8 @@ PolkitAuthority::PolkitAuthority(QDBusConnection bus, QObject* parent)
     qDBusRegisterMetaType<StringMap>();
 }
 
-void PolkitAuthority::check(const QString& busName, std::function<void(bool allowed)> done) {
+void PolkitAuthority::check(const QString& busName,
+                            std::function<void(Authorization answer)> done) {
     QDBusMessage call =
         QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.PolicyKit1"),
                                        QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
@@ -74,8 +79,9 @@ void PolkitAuthority::check(const QString& busName, std::function<void(bool allo
                                 {{QStringLiteral("name"), busName}}};
     call << QVariant::fromValue(subject) << localport::polkitAction
          << QVariant::fromValue(StringMap()) << allowUserInteraction << QString();
-    // The administrator may take a while to type a password.
-    auto* pending = new QDBusPendingCallWatcher(bus_.asyncCall(call, 5 * 60 * 1000), this);
+    // The administrator may take a while to type a password; clients wait as long.
+    auto* pending =
+        new QDBusPendingCallWatcher(bus_.asyncCall(call, localport::promptWaitMilliseconds), this);
     connect(pending, &QDBusPendingCallWatcher::finished, this,
             [done = std::move(done)](QDBusPendingCallWatcher* finished) {
                 finished->deleteLater();
@@ -83,6 +89,6 @@ void PolkitAuthority::check(const QString& busName, std::function<void(bool allo
                 if (reply.type() == QDBusMessage::ErrorMessage)
                     ZMRLogLevel1(QStringLiteral("polkit did not answer: %1 %2")
                                      .arg(reply.errorName(), reply.errorMessage()));
-                done(isAuthorized(reply));
+                done(answerOf(reply));
             });
 }

@@ -48,7 +48,9 @@ std::optional<Options> parse(const QCoreApplication& app) {
                                       QStringLiteral("drive tarvel-sim's local DFU port"),
                                       QStringLiteral("SOCKET"));
     const QCommandLineOption replace(
-        QStringLiteral("replace"), QStringLiteral("take the bus name over from a running helper"));
+        QStringLiteral("replace"),
+        QStringLiteral("take the bus name over from a running helper; with --install --root, "
+                       "stop the running helper as an installation into / does"));
     const QCommandLineOption install(QStringLiteral("install"),
                                      QStringLiteral("copy the helper and its files into place"));
     const QCommandLineOption root(QStringLiteral("root"),
@@ -84,9 +86,11 @@ std::unique_ptr<LocalPortBackend> makeBackend(const Options& options) {
 HelperService::Authorize makeAuthorize(const Options& options, QDBusConnection bus,
                                        QObject* owner) {
     if (options.session)
-        return [](const QString&, std::function<void(bool)> done) { done(true); };
+        return [](const QString&, std::function<void(Authorization)> done) {
+            done(Authorization::allowed);
+        };
     auto* authority = new PolkitAuthority(bus, owner);
-    return [authority](const QString& sender, std::function<void(bool)> done) {
+    return [authority](const QString& sender, std::function<void(Authorization)> done) {
         authority->check(sender, std::move(done));
     };
 }
@@ -140,6 +144,6 @@ int main(int argc, char** argv) {
     if (!options)
         return 2;
     if (options->install)
-        return installHelper(options->root);
+        return installHelper(options->root, options->replace);
     return serve(app, *options);
 }

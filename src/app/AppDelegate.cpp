@@ -4,9 +4,13 @@
 
 #include "core/Alerts.h"
 #include "core/Clock.h"
+#include "core/Dispatch.h"
 #include "core/Log.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
+#include "localport/ZMRPrivHelperToolController.h"
+
+#include <QPointer>
 
 #include <QStringList>
 
@@ -38,7 +42,10 @@ void AppDelegate::applicationDidFinishLaunching() {
     environment_.log(
         core::sourceLocatedMessage(QString(), core::sourceFile(__FILE__), __LINE__,
                                    QStringLiteral("applicationDidFinishLaunching(_:)")));
-    observeStayInFrontRequests();
+    if (observers_.isEmpty()) {
+        observeStayInFrontRequests();
+        observeHelperInstallation();
+    }
     environment_.takeDisplaySleepAssertion();
     logBanner();
     if (environment_.settings->boolForKey(core::keys::checkForUpdates))
@@ -46,8 +53,6 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 void AppDelegate::observeStayInFrontRequests() {
-    if (!observers_.isEmpty())
-        return;
     observers_ << environment_.notifications->addObserver(
         lastRequestedStayInFrontNotification, [this](const QString&, const QVariantMap&) {
             setLastRequestedStayInFront(environment_.clock->now());
@@ -55,6 +60,23 @@ void AppDelegate::observeStayInFrontRequests() {
     observers_ << environment_.notifications->addObserver(
         cancelStayInFrontNotification,
         [this](const QString&, const QVariantMap&) { setLastRequestedStayInFront({}); });
+}
+
+void AppDelegate::observeHelperInstallation() {
+    observers_ << environment_.notifications->addObserver(
+        ZMRPrivHelperToolController::helperNotification,
+        [this](const QString&, const QVariantMap& userInfo) {
+            const auto error = userInfo.value(ZMRPrivHelperToolController::underlyingErrorKey)
+                                   .value<localport::HelperError>();
+            QPointer<AppDelegate> self(this);
+            dispatch::main([self, error] {
+                if (self)
+                    self->environment_.alerts->show(
+                        {helperNotInstalledTitle,
+                         helperNotInstalledText + error.localizedDescription,
+                         {}});
+            });
+        });
 }
 
 void AppDelegate::logBanner() {

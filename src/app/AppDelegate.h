@@ -35,8 +35,9 @@ struct AppDelegateEnvironment {
 
 // What is global to one run of the application: the launch banner, the display kept awake, the
 // pull back to the front after a DFU request, the quit guard while a batch runs, and the hubs let
-// go at the end. All of it runs on the main thread; only the stay-in-front notifications may
-// arrive from a hub sequence's worker.
+// go at the end, and the alert when installing the helper failed. All of it runs on the main
+// thread; the stay-in-front notifications may arrive from a hub sequence's worker, and the
+// helper's from whichever thread first used it.
 class AppDelegate : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool preventTermination READ preventTermination WRITE setPreventTermination NOTIFY
@@ -47,6 +48,12 @@ class AppDelegate : public QObject {
         QStringLiteral("LastRequestedStayInFrontNotification");
     static inline const QString cancelStayInFrontNotification =
         QStringLiteral("CancelStayInFrontNotification");
+    static inline const QString helperNotInstalledTitle =
+        QStringLiteral("The Helper Could Not Be Installed");
+    // Followed by the reason installing the helper gave.
+    static inline const QString helperNotInstalledText = QStringLiteral(
+        "Tarvel could not install its helper for the DFU port on this Mac, so the device on that "
+        "port cannot be put into DFU mode or restarted. ");
     // The hub window's identifier: closing it lets go of the hubs.
     static inline const QString hubWindowIdentifier = QStringLiteral("acroname");
 
@@ -71,6 +78,7 @@ class AppDelegate : public QObject {
 
   private:
     void observeStayInFrontRequests();
+    void observeHelperInstallation();
     void setLastRequestedStayInFront(const QDateTime& moment);
     void logBanner();
 

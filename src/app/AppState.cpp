@@ -1,6 +1,8 @@
 #include "app/AppState.h"
 
-#include <QMetaObject>
+#include "core/Dispatch.h"
+
+#include <QPointer>
 #include <QThread>
 
 namespace app {
@@ -10,9 +12,11 @@ AppState::AppState(QObject* parent) : QObject(parent) {}
 template <typename T, typename Signal>
 void AppState::write(T AppState::*field, T value, Signal changed) {
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(
-            this, [this, field, value, changed] { write(field, value, changed); },
-            Qt::QueuedConnection);
+        QPointer<AppState> self(this);
+        dispatch::main([self, field, value, changed] {
+            if (self)
+                self->write(field, value, changed);
+        });
         return;
     }
     if (this->*field == value)

@@ -129,6 +129,13 @@ int runLocalAuto(const LocalAutoOptions& options) {
     QObject::connect(&cycle, &AutoDFU::recoveryAfterRestoreFinished, &updater, [] {
         printLine(QStringLiteral("the restored Mac was restarted five times into recovery mode"));
     });
+    // Nobody at the bench can answer a refusal; the run ends rather than idle with the switch off.
+    QObject::connect(
+        &cycle, &AutoDFU::automaticDFURefused, &updater, [](const HelperFailure& failure) {
+            fail(exitFailure,
+                 QStringLiteral("local auto: %1").arg(FirmwareUpdater::failureText(failure)));
+            QCoreApplication::exit(exitFailure);
+        });
     std::unique_ptr<AutoRestores> restores;
     if (options.restore)
         restores = std::make_unique<AutoRestores>(cycle, appState, updater);

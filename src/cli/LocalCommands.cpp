@@ -18,32 +18,49 @@
 namespace cli {
 namespace {
 
-// A helper that never answers must not hold the terminal: the client gives a call up after
-// 25 s, and so does the command a little later.
-constexpr int replyWaitMilliseconds = 30000;
+// The helper client ends every call itself, after the longest password prompt at the latest;
+// this only keeps a client that broke that promise from holding the terminal for ever.
+constexpr int replyWaitMilliseconds =
+    localport::promptWaitMilliseconds + localport::replyWaitMilliseconds + 5000;
+constexpr int exitTimedOut = 3;
 
-// Runs the main loop until finish() is called or the wait is over; nullopt when it ran out or
-// the helper could not be installed.
+// What a request to the helper came to: its status, why none came, or neither when the wait
+// ran out or installing the helper failed (which has said so already).
+struct Outcome {
+    std::optional<std::int64_t> status;
+    std::optional<HelperFailure> failure;
+    bool timedOut = false;
+};
+
+// Runs the main loop until the request ends.
 class ReplyWait {
   public:
-    std::optional<std::int64_t> run(int milliseconds = replyWaitMilliseconds) {
-        QTimer::singleShot(milliseconds, QCoreApplication::instance(),
-                           [] { QCoreApplication::exit(1); });
-        QCoreApplication::exec();
-        return status_;
+    Outcome run() {
+        QTimer::singleShot(replyWaitMilliseconds, QCoreApplication::instance(),
+                           [] { QCoreApplication::exit(exitTimedOut); });
+        outcome_.timedOut = QCoreApplication::exec() == exitTimedOut;
+        return outcome_;
     }
     void finish(std::int64_t status) {
-        status_ = status;
+        outcome_.status = status;
+        QCoreApplication::exit(0);
+    }
+    void fail(const HelperFailure& failure) {
+        outcome_.failure = failure;
         QCoreApplication::exit(0);
     }
 
   private:
-    std::optional<std::int64_t> status_;
+    Outcome outcome_;
 };
 
-int noAnswer() {
-    return fail(exitFailure, QStringLiteral("the helper did not answer; `tarvel-cli local helper "
-                                            "status` tells whether it is installed and running"));
+int unanswered(const Outcome& outcome) {
+    if (outcome.failure)
+        return fail(exitFailure, FirmwareUpdater::failureText(*outcome.failure));
+    if (outcome.timedOut)
+        return fail(exitFailure, QStringLiteral("the helper client gave no answer within %1 s")
+                                     .arg(replyWaitMilliseconds / 1000));
+    return exitFailure;
 }
 
 std::optional<int> refuseWithoutSimulator(const CliContext& context) {
@@ -58,10 +75,13 @@ int enterDFU() {
     ReplyWait wait;
     QObject::connect(&updater, &FirmwareUpdater::dfuAnswered,
                      [&](std::int64_t status) { wait.finish(status); });
+    QObject::connect(&updater, &FirmwareUpdater::dfuFailed,
+                     [&](const HelperFailure& failure) { wait.fail(failure); });
     updater.gogoDFUMode();
-    const auto status = wait.run();
+    const Outcome outcome = wait.run();
+    const std::optional<std::int64_t> status = outcome.status;
     if (!status)
-        return noAnswer();
+        return unanswered(outcome);
     if (*status != 0)
         return fail(exitFailure, QStringLiteral("%1 (DFU mode error: %2)")
                                      .arg(FirmwareUpdater::dfuErrorText)
@@ -76,10 +96,13 @@ int restart() {
     ReplyWait wait;
     QObject::connect(&updater, &FirmwareUpdater::rebootAnswered,
                      [&](std::int64_t status) { wait.finish(status); });
+    QObject::connect(&updater, &FirmwareUpdater::rebootFailed,
+                     [&](const HelperFailure& failure) { wait.fail(failure); });
     updater.restart();
-    const auto status = wait.run();
+    const Outcome outcome = wait.run();
+    const std::optional<std::int64_t> status = outcome.status;
     if (!status)
-        return noAnswer();
+        return unanswered(outcome);
     if (*status != 0)
         return fail(
             exitFailure,
@@ -107,11 +130,13 @@ int helperStatus() {
         ZMRPrivHelperToolController::defaultCollaborators());
     std::printf("installed: %s\n", controller->isToolInstalled() ? "yes" : "no");
     ReplyWait wait;
-    controller->getVersionCallback([&](std::int64_t version) { wait.finish(version); });
-    const auto version = wait.run();
+    controller->getVersionCallback([&](std::int64_t version) { wait.finish(version); },
+                                   [&](const HelperFailure& failure) { wait.fail(failure); });
+    const Outcome outcome = wait.run();
+    const std::optional<std::int64_t> version = outcome.status;
     if (!version) {
         std::printf("version: no answer\n");
-        return exitFailure;
+        return unanswered(outcome);
     }
     std::printf("version: %lld (expected %lld)\n", static_cast<long long>(*version),
                 static_cast<long long>(localport::helperVersion));

@@ -1,18 +1,73 @@
 #include "core/Dispatch.h"
 
+#include "core/ThreadHandOff.h"
+
 #include <QCoreApplication>
-#include <QMetaObject>
+#include <QEvent>
+#include <QRunnable>
 #include <QThreadPool>
 
 namespace dispatch {
+namespace {
 
-void main(Task task) {
-    QCoreApplication* app = QCoreApplication::instance();
-    Q_ASSERT_X(app, "dispatch::main", "needs a QCoreApplication");
-    QMetaObject::invokeMethod(app, std::move(task), Qt::QueuedConnection);
+// A task travels as an object of our own, built by the sender and taken over by the receiver
+// before it is read.
+class TaskEvent final : public QEvent {
+  public:
+    static QEvent::Type type() {
+        static const auto registered = static_cast<QEvent::Type>(QEvent::registerEventType());
+        return registered;
+    }
+    explicit TaskEvent(Task task) : QEvent(type()), task_(std::move(task)) { handOff(this); }
+    void run() { task_(); }
+
+  private:
+    Task task_;
+};
+
+// Lives on the main thread and runs the tasks posted to it.
+class MainReceiver final : public QObject {
+  public:
+    bool event(QEvent* event) override {
+        takeOver(event);
+        if (event->type() != TaskEvent::type())
+            return QObject::event(event);
+        static_cast<TaskEvent*>(event)->run();
+        return true;
+    }
+};
+
+class TaskRunnable final : public QRunnable {
+  public:
+    explicit TaskRunnable(Task task) : task_(std::move(task)) { handOff(this); }
+    void run() override {
+        takeOver(this);
+        task_();
+    }
+
+  private:
+    Task task_;
+};
+
+QObject* mainReceiver() {
+    static MainReceiver* const receiver = [] {
+        auto* made = new MainReceiver;
+        made->moveToThread(QCoreApplication::instance()->thread());
+        return made;
+    }();
+    return receiver;
 }
 
-void global(Task task) { QThreadPool::globalInstance()->start(std::move(task)); }
+}  // namespace
+
+void main(Task task) {
+    Q_ASSERT_X(QCoreApplication::instance(), "dispatch::main", "needs a QCoreApplication");
+    QCoreApplication::postEvent(mainReceiver(), new TaskEvent(std::move(task)));
+}
+
+void global(Task task) {
+    QThreadPool::globalInstance()->start(new TaskRunnable(std::move(task)));
+}
 
 // A thread per task rather than the shared pool: the pool caps its workers at the number of
 // cores and queues the rest, which would run lanes one after another on a small machine.

@@ -198,7 +198,9 @@ bool ZMRAcronameManager::parallelHubs() const {
 }
 
 std::vector<bool> ZMRAcronameManager::connectHubs(const std::vector<std::shared_ptr<AcronameHub>>& hubs) {
-    std::vector<bool> connected(hubs.size(), false);
+    // A byte per hub: the lanes write their own entries at once, and the bits of a vector<bool>
+    // share their words.
+    std::vector<std::uint8_t> connected(hubs.size(), 0);
     const auto connectOne = [&](std::size_t i, const Log& log) {
         log(QString::asprintf("connecting to hub %li", long(i)));
         connected[i] = hubs[i]->connect();
@@ -206,7 +208,7 @@ std::vector<bool> ZMRAcronameManager::connectHubs(const std::vector<std::shared_
     };
     if (!parallelHubs() || hubs.size() < 2) {
         for (std::size_t i = 0; i < hubs.size(); ++i) connectOne(i, environment_.log);
-        return connected;
+        return {connected.begin(), connected.end()};
     }
     // What each hub and its driver say while connecting is held back and written hub by hub,
     // in discovery order, so that the log reads as the one-by-one connect does.
@@ -221,7 +223,7 @@ std::vector<bool> ZMRAcronameManager::connectHubs(const std::vector<std::shared_
         hubs[i]->setConsole(environment_.console);
         held[i].writeTo(environment_.log, environment_.console);
     }
-    return connected;
+    return {connected.begin(), connected.end()};
 }
 
 void ZMRAcronameManager::listAndMatchDevices(HubTable table, std::function<void(AC2Devices)> completion) {

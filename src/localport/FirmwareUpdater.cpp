@@ -34,7 +34,18 @@ FirmwareUpdater::Collaborators FirmwareUpdater::defaultCollaborators(app::AppSta
 }
 
 FirmwareUpdater::FirmwareUpdater(Collaborators collaborators, QObject* parent)
-    : QObject(parent), c_(std::move(collaborators)) {}
+    : QObject(parent), c_(std::move(collaborators)) {
+    if (c_.autoDFU)
+        connect(c_.autoDFU, &AutoDFU::automaticDFURefused, this,
+                &FirmwareUpdater::automaticDFURefused);
+}
+
+QString FirmwareUpdater::failureText(const HelperFailure& failure) {
+    const QString& text = failure.kind == HelperFailure::Kind::notAuthorized ? notAuthorizedText
+                          : failure.kind == HelperFailure::Kind::dismissed   ? dismissedText
+                                                                             : unreachableText;
+    return failure.detail.isEmpty() ? text : QStringLiteral("%1 (%2)").arg(text, failure.detail);
+}
 
 template <typename T, typename Signal>
 void FirmwareUpdater::write(T FirmwareUpdater::*field, T value, Signal changed) {
@@ -49,10 +60,15 @@ void FirmwareUpdater::gogoDFUMode() {
     LocalPortHelper& helper = c_.helper();
     helper.installToolIfNecessary();
     QPointer<FirmwareUpdater> self(this);
-    helper.enterDFUMode([self](std::int64_t status) {
-        onMainIfAlive(self,
-                      [status](FirmwareUpdater& updater) { updater.dfuReplyReceived(status); });
-    });
+    helper.enterDFUMode(
+        [self](std::int64_t status) {
+            onMainIfAlive(self,
+                          [status](FirmwareUpdater& updater) { updater.dfuReplyReceived(status); });
+        },
+        [self](const HelperFailure& failure) {
+            onMainIfAlive(
+                self, [failure](FirmwareUpdater& updater) { updater.dfuRequestFailed(failure); });
+        });
 }
 
 void FirmwareUpdater::dfuReplyReceived(std::int64_t status) {
@@ -67,18 +83,54 @@ void FirmwareUpdater::dfuReplyReceived(std::int64_t status) {
     emit dfuAnswered(status);
 }
 
+// No DFU mode is coming, so nothing should hold the application in front for it.
+void FirmwareUpdater::dfuRequestFailed(const HelperFailure& failure) {
+    ZMRLogLevel1(QStringLiteral("DFU mode request failed: %1").arg(failureText(failure)));
+    showHelperFailure(failure);
+    c_.center->post(cancelStayInFrontNotification);
+    write(&FirmwareUpdater::dfuReplied_, true, &FirmwareUpdater::dfuRepliedChanged);
+    emit dfuFailed(failure);
+}
+
+void FirmwareUpdater::rebootRequestFailed(const HelperFailure& failure) {
+    ZMRLogLevel1(QStringLiteral("Restart request failed: %1").arg(failureText(failure)));
+    showHelperFailure(failure);
+    emit rebootFailed(failure);
+}
+
+// The cycle switched itself off rather than ask again every second.
+void FirmwareUpdater::automaticDFURefused(const HelperFailure& failure) {
+    write(&FirmwareUpdater::isAutoDFUOn_, false, &FirmwareUpdater::isAutoDFUOnChanged);
+    showHelperFailure(failure);
+}
+
+void FirmwareUpdater::showHelperFailure(const HelperFailure& failure) {
+    helperErrorText_ = failureText(failure);
+    // A second failure while the alert is up replaces its text without a second alert.
+    if (showHelperError_)
+        return;
+    showHelperError_ = true;
+    emit showHelperErrorChanged(true);
+}
+
 void FirmwareUpdater::restart() {
     LocalPortHelper& helper = c_.helper();
     helper.installToolIfNecessary();
     QPointer<FirmwareUpdater> self(this);
-    helper.reboot([self](std::int64_t status) {
-        onMainIfAlive(self, [status](FirmwareUpdater& updater) {
-            if (status != 0)
-                updater.write(&FirmwareUpdater::showRebootError_, true,
-                              &FirmwareUpdater::showRebootErrorChanged);
-            emit updater.rebootAnswered(status);
+    helper.reboot(
+        [self](std::int64_t status) {
+            onMainIfAlive(self, [status](FirmwareUpdater& updater) {
+                if (status != 0)
+                    updater.write(&FirmwareUpdater::showRebootError_, true,
+                                  &FirmwareUpdater::showRebootErrorChanged);
+                emit updater.rebootAnswered(status);
+            });
+        },
+        [self](const HelperFailure& failure) {
+            onMainIfAlive(self, [failure](FirmwareUpdater& updater) {
+                updater.rebootRequestFailed(failure);
+            });
         });
-    });
 }
 
 void FirmwareUpdater::recovery() {
@@ -148,4 +200,8 @@ void FirmwareUpdater::dismissDFUError() {
 
 void FirmwareUpdater::dismissRebootError() {
     write(&FirmwareUpdater::showRebootError_, false, &FirmwareUpdater::showRebootErrorChanged);
+}
+
+void FirmwareUpdater::dismissHelperError() {
+    write(&FirmwareUpdater::showHelperError_, false, &FirmwareUpdater::showHelperErrorChanged);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "usb/LocalPortHelper.h"
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -8,7 +10,6 @@
 #include <functional>
 
 class AutoDFU;
-class LocalPortHelper;
 
 namespace app {
 class AppState;
@@ -37,6 +38,19 @@ class FirmwareUpdater final : public QObject {
         "the DFU port on this Mac with a USB-C cable.");
     static inline const QString recoveryProgressText =
         QStringLiteral("Restarting to recovery mode...");
+    // When the helper gave no status at all.
+    static inline const QString notAuthorizedText = QStringLiteral(
+        "Not authorised to use the DFU port on this Mac. An administrator must allow Tarvel's "
+        "helper before the device on that port can be put into DFU mode or restarted.");
+    static inline const QString dismissedText = QStringLiteral(
+        "The administrator password prompt was dismissed, so nothing was sent to the device on "
+        "the DFU port on this Mac.");
+    static inline const QString unreachableText = QStringLiteral(
+        "The helper for the DFU port on this Mac did not answer, so the device "
+        "on that port may not have received the request.");
+
+    // The alert text for a failure, followed by what the bus or the client said.
+    static QString failureText(const HelperFailure& failure);
 
     struct Collaborators {
         // Asked only when an action runs, so showing the port installs nothing.
@@ -66,11 +80,14 @@ class FirmwareUpdater final : public QObject {
 
     void dismissDFUError();
     void dismissRebootError();
+    void dismissHelperError();
 
     bool showModal() const { return showModal_; }
     QString updateMessage() const { return updateMessage_; }
     bool showDFUError() const { return showDFUError_; }
     bool showRebootError() const { return showRebootError_; }
+    bool showHelperError() const { return showHelperError_; }
+    QString helperErrorText() const { return helperErrorText_; }
     bool isAutoDFUOn() const { return isAutoDFUOn_; }
     bool isAutoRestoreNotificationOn() const { return isAutoRestoreNotificationOn_; }
     bool shouldDisableLocalButtons() const { return shouldDisableLocalButtons_; }
@@ -82,18 +99,26 @@ class FirmwareUpdater final : public QObject {
     void updateMessageChanged(const QString& message);
     void showDFUErrorChanged(bool show);
     void showRebootErrorChanged(bool show);
+    // The helper gave no status: refused, prompt dismissed, or no answer (helperErrorText).
+    void showHelperErrorChanged(bool show);
     void isAutoDFUOnChanged(bool on);
     void isAutoRestoreNotificationOnChanged(bool on);
     void shouldDisableLocalButtonsChanged(bool disable);
     void dfuRepliedChanged(bool replied);
     void restoredDevicesChanged(const QStringList& devices);
-    // The helper's answers, for callers that wait for them; they may never come.
+    // The end of each request, for callers that wait for it: the helper's status or why none came.
     void dfuAnswered(std::int64_t status);
+    void dfuFailed(const HelperFailure& failure);
     void rebootAnswered(std::int64_t status);
+    void rebootFailed(const HelperFailure& failure);
     void recoveryFinished();
 
   private:
     void dfuReplyReceived(std::int64_t status);
+    void dfuRequestFailed(const HelperFailure& failure);
+    void rebootRequestFailed(const HelperFailure& failure);
+    void automaticDFURefused(const HelperFailure& failure);
+    void showHelperFailure(const HelperFailure& failure);
     void recoveryEnded();
     template <typename T, typename Signal>
     void write(T FirmwareUpdater::*field, T value, Signal changed);
@@ -103,6 +128,8 @@ class FirmwareUpdater final : public QObject {
     QString updateMessage_;
     bool showDFUError_ = false;
     bool showRebootError_ = false;
+    bool showHelperError_ = false;
+    QString helperErrorText_;
     bool isAutoDFUOn_ = false;
     bool isAutoRestoreNotificationOn_ = false;
     bool shouldDisableLocalButtons_ = false;

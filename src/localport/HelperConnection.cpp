@@ -31,20 +31,38 @@ void HelperConnection::invalidate() {
         handler();
 }
 
-void HelperConnection::call(const QString& method, LocalPortHelper::Reply reply) {
+namespace {
+
+HelperFailure failureOf(const QDBusError& error) {
+    const QString detail = QStringLiteral("%1: %2").arg(error.name(), error.message());
+    if (error.name() == localport::notAuthorizedError)
+        return {HelperFailure::Kind::notAuthorized, detail};
+    if (error.name() == localport::dismissedError)
+        return {HelperFailure::Kind::dismissed, detail};
+    return {HelperFailure::Kind::unreachable, detail};
+}
+
+}  // namespace
+
+// The watcher is nobody's child: a call outlives a connection that is dropped while an
+// administrator is still typing, and its answer must still reach the caller.
+void HelperConnection::call(const QString& method, LocalPortHelper::Reply reply,
+                            LocalPortHelper::Failure failure) {
     const QDBusMessage message = QDBusMessage::createMethodCall(
         localport::helperLabel, localport::helperObjectPath, localport::helperInterface, method);
-    auto* pending =
-        new QDBusPendingCallWatcher(bus_.asyncCall(message, callTimeoutMilliseconds_), this);
-    connect(pending, &QDBusPendingCallWatcher::finished, this,
-            [method, reply = std::move(reply)](QDBusPendingCallWatcher* finished) {
+    auto* pending = new QDBusPendingCallWatcher(bus_.asyncCall(message, callTimeoutMilliseconds_));
+    connect(pending, &QDBusPendingCallWatcher::finished, pending,
+            [method, reply = std::move(reply),
+             failure = std::move(failure)](QDBusPendingCallWatcher* finished) {
                 finished->deleteLater();
                 const QDBusPendingReply<qint64> answer = *finished;
-                if (answer.isError()) {
-                    ZMRLogDebug(QStringLiteral("helper call %1 failed: %2 %3")
-                                    .arg(method, answer.error().name(), answer.error().message()));
+                if (!answer.isError()) {
+                    reply(answer.value());
                     return;
                 }
-                reply(answer.value());
+                const HelperFailure why = failureOf(answer.error());
+                ZMRLogDebug(QStringLiteral("helper call %1 failed: %2").arg(method, why.detail));
+                if (failure)
+                    failure(why);
             });
 }

@@ -10,8 +10,8 @@
 
 // One connection to the helper, made on the main thread. Calls go to the helper's bus name;
 // when the name's owner goes away (the helper quit, crashed or was replaced) the connection is
-// over and says so once through its invalidation handler. Replies still outstanding then are
-// never delivered: callers must not count on one.
+// over and says so once through its invalidation handler. Calls still outstanding then end as
+// the bus ends them, with their reply or their failure.
 class HelperConnection final : public QObject {
     Q_OBJECT
 
@@ -19,9 +19,10 @@ class HelperConnection final : public QObject {
     HelperConnection(QDBusConnection bus, int callTimeoutMilliseconds);
 
     void setInvalidationHandler(std::function<void()> handler);
-    // Sends the call; the reply, if one comes, reaches reply on the main thread. A D-Bus error
-    // (refused, no reply, no helper) reaches nobody but the debug log.
-    void call(const QString& method, LocalPortHelper::Reply reply);
+    // Sends the call, which may take callTimeoutMilliseconds; its reply or its failure (refused,
+    // dismissed, no reply, no helper) reaches the caller on the main thread.
+    void call(const QString& method, LocalPortHelper::Reply reply,
+              LocalPortHelper::Failure failure);
 
   private:
     void invalidate();

@@ -14,6 +14,7 @@ class HelperEndpoint {
     virtual bool isToolInstalled() const = 0;
     // Puts the helper in place under the label; on failure says why in error.
     virtual bool blessHelperWithLabel(const QString& label, localport::HelperError* error) = 0;
-    // Makes sure a call can be answered. The system bus starts the helper on demand by itself.
-    virtual void prepareForCall() {}
+    // Makes sure a call can be answered, or says in error why none can be. The system bus
+    // starts the helper on demand by itself.
+    virtual bool prepareForCall(localport::HelperError* /*error*/) { return true; }
 };

@@ -19,7 +19,15 @@ inline const QString rebootMethod = QStringLiteral("Reboot");
 // Answered to a caller polkit does not authorise; the helper then does nothing.
 inline const QString notAuthorizedError =
     QStringLiteral("com.kestrune.TarvelHelper.Error.NotAuthorized");
+// Answered when the administrator dismissed the password prompt; nothing is done either.
+inline const QString dismissedError = QStringLiteral("com.kestrune.TarvelHelper.Error.Dismissed");
 inline const QString polkitAction = QStringLiteral("com.kestrune.tarvelhelper.control");
+
+// How long the helper waits for polkit's answer, which includes a person typing a password. A
+// client that gave a call up earlier would lose the answer to a slow password.
+inline constexpr int promptWaitMilliseconds = 5 * 60 * 1000;
+// How long a client waits for a helper beyond the prompt: starting it and the work itself.
+inline constexpr int replyWaitMilliseconds = 25000;
 
 // The version a client and its helper agree on; any other answer means reinstall.
 inline constexpr std::int64_t helperVersion = 100;

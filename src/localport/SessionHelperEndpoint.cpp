@@ -1,5 +1,7 @@
 #include "localport/SessionHelperEndpoint.h"
 
+#include "localport/PrivateSessionBus.h"
+
 #include "core/Log.h"
 
 #include <QDBusConnectionInterface>
@@ -23,8 +25,10 @@ bool isRunning(const QDBusConnection& bus) {
 SessionHelperEndpoint::SessionHelperEndpoint(QString helperPath, QString simulatorSocket)
     : helperPath_(std::move(helperPath)), simulatorSocket_(std::move(simulatorSocket)) {}
 
+SessionHelperEndpoint::~SessionHelperEndpoint() = default;
+
 QDBusConnection SessionHelperEndpoint::bus() const {
-    return QDBusConnection::sessionBus();
+    return privateBus_ ? privateBus_->connection() : QDBusConnection::sessionBus();
 }
 
 bool SessionHelperEndpoint::isToolInstalled() const {
@@ -35,30 +39,49 @@ bool SessionHelperEndpoint::blessHelperWithLabel(const QString&, localport::Help
     return start(true, error);
 }
 
-void SessionHelperEndpoint::prepareForCall() {
-    if (isRunning(bus()))
-        return;
-    localport::HelperError error;
-    if (!start(false, &error))
-        ZMRLogLevel1(error.localizedDescription);
+bool SessionHelperEndpoint::prepareForCall(localport::HelperError* error) {
+    if (!reachBus(error))
+        return false;
+    return isRunning(bus()) || start(false, error);
+}
+
+bool SessionHelperEndpoint::reachBus(localport::HelperError* error) {
+    if (privateBus_ || QDBusConnection::sessionBus().isConnected())
+        return true;
+    auto privateBus = std::make_unique<PrivateSessionBus>();
+    QString problem;
+    if (!privateBus->start(&problem)) {
+        *error = {QStringLiteral("D-Bus"), 1,
+                  QStringLiteral("There is no D-Bus session bus for the simulated helper, and "
+                                 "starting one failed: %1.")
+                      .arg(problem)};
+        return false;
+    }
+    ZMRLogDebug(QStringLiteral("no session bus: the simulated helper runs on a private bus at %1")
+                    .arg(privateBus->address()));
+    privateBus_ = std::move(privateBus);
+    return true;
 }
 
 bool SessionHelperEndpoint::start(bool replace, localport::HelperError* error) {
-    if (!bus().isConnected()) {
-        *error = {QStringLiteral("D-Bus"), 1,
-                  QStringLiteral("There is no D-Bus session bus for the simulated helper (%1); "
-                                 "run the command under dbus-run-session.")
-                      .arg(bus().lastError().message())};
+    if (!reachBus(error))
         return false;
-    }
     QStringList arguments{QStringLiteral("--session"),
                           QStringLiteral("--simulate=%1").arg(simulatorSocket_)};
     if (replace)
         arguments << QStringLiteral("--replace");
+    QProcess helper;
+    helper.setProgram(helperPath_);
+    helper.setArguments(arguments);
+    if (privateBus_) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), privateBus_->address());
+        helper.setProcessEnvironment(environment);
+    }
     qint64 pid = 0;
-    if (!QProcess::startDetached(helperPath_, arguments, QString(), &pid)) {
+    if (!helper.startDetached(&pid)) {
         *error = {QStringLiteral("QProcess"), 2,
-                  QStringLiteral("Could not start %1.").arg(helperPath_)};
+                  QStringLiteral("Could not start %1: %2.").arg(helperPath_, helper.errorString())};
         return false;
     }
     const QDeadlineTimer deadline(startSeconds * 1000);
@@ -70,7 +93,7 @@ bool SessionHelperEndpoint::start(bool replace, localport::HelperError* error) {
         QThread::msleep(20);
     }
     *error = {QStringLiteral("tarvel-helper"), 3,
-              QStringLiteral("%1 did not appear on the session bus within %2 s.")
+              QStringLiteral("%1 started but did not appear on the session bus within %2 s.")
                   .arg(helperPath_)
                   .arg(startSeconds)};
     return false;

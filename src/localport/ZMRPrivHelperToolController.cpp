@@ -127,8 +127,8 @@ void ZMRPrivHelperToolController::connectToPrivHelperTool() {
         std::fprintf(stderr, "Assertion failure: [NSThread isMainThread]\n");
         std::abort();
     }
-    auto connection =
-        std::make_shared<HelperConnection>(c_.endpoint->bus(), c_.callTimeoutMilliseconds);
+    auto connection = std::make_shared<HelperConnection>(
+        c_.endpoint->bus(), c_.callTimeoutMilliseconds + c_.promptWaitMilliseconds);
     std::weak_ptr<int> alive = lifetime_;
     const HelperConnection* identity = connection.get();
     connection->setInvalidationHandler([this, alive, identity] {
@@ -153,29 +153,52 @@ void ZMRPrivHelperToolController::dropConnection(const HelperConnection* connect
         dropped = std::move(privHelperToolConnection_);
 }
 
-std::shared_ptr<HelperConnection> ZMRPrivHelperToolController::privHelperTool() {
+// Null when no helper can answer, with the reason in error. The endpoint comes first: it may
+// have to bring the bus the connection is made on.
+std::shared_ptr<HelperConnection> ZMRPrivHelperToolController::privHelperTool(
+    localport::HelperError* error) {
+    if (!c_.endpoint->prepareForCall(error))
+        return nullptr;
     connectToPrivHelperTool();
-    c_.endpoint->prepareForCall();
     std::lock_guard lock(connectionMutex_);
     return privHelperToolConnection_;
 }
 
-void ZMRPrivHelperToolController::getVersionCallback(Reply reply) {
-    send(localport::getVersionMethod, std::move(reply));
+void ZMRPrivHelperToolController::getVersionCallback(Reply reply, Failure failure) {
+    send(localport::getVersionMethod, std::move(reply), std::move(failure));
 }
 
-void ZMRPrivHelperToolController::enterDFUMode(Reply reply) {
-    send(localport::enterDFUModeMethod, std::move(reply));
+void ZMRPrivHelperToolController::enterDFUMode(Reply reply, Failure failure) {
+    send(localport::enterDFUModeMethod, std::move(reply), std::move(failure));
 }
 
-void ZMRPrivHelperToolController::reboot(Reply reply) {
-    send(localport::rebootMethod, std::move(reply));
+void ZMRPrivHelperToolController::reboot(Reply reply, Failure failure) {
+    send(localport::rebootMethod, std::move(reply), std::move(failure));
 }
 
-void ZMRPrivHelperToolController::send(const QString& method, Reply reply) {
+// A client gone before its call ended calls nobody back: its callers went with it.
+void ZMRPrivHelperToolController::send(const QString& method, Reply reply, Failure failure) {
     std::weak_ptr<int> alive = lifetime_;
-    onMain([this, alive, method, reply = std::move(reply)]() mutable {
+    reply = [alive, reply = std::move(reply)](std::int64_t status) {
         if (!alive.expired())
-            privHelperTool()->call(method, std::move(reply));
+            reply(status);
+    };
+    if (failure)
+        failure = [alive, failure = std::move(failure)](const HelperFailure& why) {
+            if (!alive.expired())
+                failure(why);
+        };
+    onMain([this, alive, method, reply = std::move(reply), failure = std::move(failure)]() mutable {
+        if (alive.expired())
+            return;
+        localport::HelperError error;
+        if (const auto connection = privHelperTool(&error)) {
+            connection->call(method, std::move(reply), std::move(failure));
+            return;
+        }
+        ZMRLogLevel1(
+            QStringLiteral("helper call %1 not sent: %2").arg(method, error.localizedDescription));
+        if (failure)
+            failure({HelperFailure::Kind::unreachable, error.localizedDescription});
     });
 }

@@ -26,8 +26,10 @@ class ZMRPrivHelperToolController final : public LocalPortHelper {
     struct Collaborators {
         std::shared_ptr<HelperEndpoint> endpoint;
         core::NotificationCenter* center = nullptr;
-        // How long one call waits for its reply before it is given up, silently.
-        int callTimeoutMilliseconds = 25000;
+        // How long one call waits for its reply: the helper's own time, and on top of it the
+        // longest the helper waits for an administrator to answer the password prompt.
+        int callTimeoutMilliseconds = localport::replyWaitMilliseconds;
+        int promptWaitMilliseconds = localport::promptWaitMilliseconds;
     };
 
     // The system service, or with the simulator selected the session-bus instance that drives
@@ -59,15 +61,15 @@ class ZMRPrivHelperToolController final : public LocalPortHelper {
     void connectToPrivHelperTool();
     bool isConnected() const;
 
-    void getVersionCallback(Reply reply);
-    void enterDFUMode(Reply reply) override;
-    void reboot(Reply reply) override;
+    void getVersionCallback(Reply reply, Failure failure = {});
+    void enterDFUMode(Reply reply, Failure failure) override;
+    void reboot(Reply reply, Failure failure) override;
 
   private:
     explicit ZMRPrivHelperToolController(Collaborators collaborators);
 
-    std::shared_ptr<HelperConnection> privHelperTool();
-    void send(const QString& method, Reply reply);
+    std::shared_ptr<HelperConnection> privHelperTool(localport::HelperError* error);
+    void send(const QString& method, Reply reply, Failure failure);
     void dropConnection(const HelperConnection* connection);
 
     Collaborators c_;

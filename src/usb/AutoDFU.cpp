@@ -155,26 +155,47 @@ void AutoDFU::timerFired() {
     }
 }
 
-// No tick runs while the request is out; the reply, whatever it says, starts them again, so a
-// refused request is simply repeated on the next tick.
+// No tick runs while the request is out, which may take as long as an administrator's password
+// prompt; its end, whatever it says, starts them again, so a failed request is simply repeated on
+// the next tick.
 void AutoDFU::requestDFU() {
     isRunning_.store(false);
     dropTimer();
     LocalPortHelper& helper = c_.helper();
     helper.installToolIfNecessary();
     std::weak_ptr<int> alive = lifetime_;
-    helper.enterDFUMode([this, alive](std::int64_t status) {
-        dispatch::main([this, alive, status] {
-            if (alive.expired())
-                return;
-            if (status == 0) {
-                log(QStringLiteral("putting in waiting for DFU mode"), __LINE__, "timerFired()");
-                waitingForDFUCounter_ = 0;
-                setAutoTarvState(AutoTarvState::waitingForDFU);
-            }
-            startTimer();
+    helper.enterDFUMode(
+        [this, alive](std::int64_t status) {
+            dispatch::main([this, alive, status] {
+                if (alive.expired())
+                    return;
+                if (status == 0) {
+                    log(QStringLiteral("putting in waiting for DFU mode"), __LINE__,
+                        "timerFired()");
+                    waitingForDFUCounter_ = 0;
+                    setAutoTarvState(AutoTarvState::waitingForDFU);
+                }
+                startTimer();
+            });
+        },
+        [this, alive](const HelperFailure& failure) {
+            dispatch::main([this, alive, failure] {
+                if (!alive.expired())
+                    dfuRequestFailed(failure);
+            });
         });
-    });
+}
+
+// A refusal or a dismissed prompt would only come back with every tick, a password prompt a
+// second: the switch goes off and says why instead.
+void AutoDFU::dfuRequestFailed(const HelperFailure& failure) {
+    print(QStringLiteral("DFU request failed: %1").arg(failure.detail));
+    if (failure.kind == HelperFailure::Kind::unreachable) {
+        startTimer();
+        return;
+    }
+    setAutomaticDFU(false);
+    emit automaticDFURefused(failure);
 }
 
 void AutoDFU::deviceAdded(const QVariantMap& userInfo) {
@@ -250,8 +271,16 @@ void AutoDFU::restoreFinished() {
     setAutoTarvState(AutoTarvState::restored);
     if (!shouldBootToRecoveryAfterRestore())
         return;
-    dispatch::global([this] {
-        recoveryMode([](const QString&) {}, [this] { emit recoveryAfterRestoreFinished(); });
+    // The end is announced from the main thread, after everything the run did.
+    std::weak_ptr<int> alive = lifetime_;
+    dispatch::global([this, alive] {
+        recoveryMode([](const QString&) {},
+                     [this, alive] {
+                         dispatch::main([this, alive] {
+                             if (!alive.expired())
+                                 emit recoveryAfterRestoreFinished();
+                         });
+                     });
     });
 }
 
@@ -260,7 +289,7 @@ void AutoDFU::recoveryMode(const std::function<void(const QString& message)>& up
     // The shown count runs from 2 to 6 while the log counts 0 to 4; both are what technicians
     // have always seen.
     for (int counter = 2; counter < 7; ++counter) {
-        c_.helper().reboot([](std::int64_t) {});
+        c_.helper().reboot([](std::int64_t) {}, {});
         c_.clock->sleepSeconds(recoverySleepSeconds(*c_.settings));
         update(QStringLiteral("Restarting %1 of 5").arg(counter));
         log(QStringLiteral("Restarting %1 of 5 times").arg(counter - 2), __LINE__,

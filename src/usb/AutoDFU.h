@@ -104,11 +104,15 @@ class AutoDFU : public QObject {
   signals:
     // Emitted on the thread that changed the state.
     void autoTarvStateChanged(AutoTarvState state);
-    // The recovery run started after an automatic restore has ended.
+    // The recovery run started after an automatic restore has ended; emitted on the main thread.
     void recoveryAfterRestoreFinished();
+    // The helper refused the cycle's DFU request, or its prompt was dismissed: automatic DFU is
+    // off now.
+    void automaticDFURefused(const HelperFailure& failure);
 
   private:
     void requestDFU();
+    void dfuRequestFailed(const HelperFailure& failure);
     void dropTimer();
     void print(const QString& line) const;
 

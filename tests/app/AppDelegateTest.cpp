@@ -1,12 +1,16 @@
 #include "app/AppDelegate.h"
 #include "app/StayInFront.h"
 
+#include "configurator/Scripts.h"
 #include "core/SettingsKeys.h"
+#include "localport/ZMRPrivHelperToolController.h"
 #include "support/RecordingAlerts.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
 
 #include <QStringList>
+
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -170,6 +174,26 @@ TEST_F(AppDelegateTest, HubsAreLetGoAtTheEndAndWhenTheHubWindowCloses) {
     EXPECT_EQ(hubDisconnections, 1);
     delegate().applicationWillTerminate();
     EXPECT_EQ(hubDisconnections, 2);
+}
+
+// Installing may be tried from a worker thread; the alert is shown on the main thread.
+TEST_F(AppDelegateTest, AFailedHelperInstallationIsShownWithItsReason) {
+    delegate().applicationDidFinishLaunching();
+    delegate().applicationDidFinishLaunching();
+    const localport::HelperError error{"pkexec", 126,
+                                       "The administrator password prompt was dismissed."};
+    std::thread installer([&] {
+        center.post(
+            ZMRPrivHelperToolController::helperNotification,
+            {{ZMRPrivHelperToolController::underlyingErrorKey, QVariant::fromValue(error)}});
+    });
+    installer.join();
+    ASSERT_TRUE(testing_support::runLoopUntil([&] { return !alerts.shown().empty(); }));
+    QCoreApplication::processEvents();
+    ASSERT_EQ(alerts.shown().size(), 1u) << "one alert, however often the application launched";
+    EXPECT_EQ(alerts.shown()[0].title, AppDelegate::helperNotInstalledTitle);
+    EXPECT_EQ(alerts.shown()[0].message,
+              AppDelegate::helperNotInstalledText + error.localizedDescription);
 }
 
 }  // namespace

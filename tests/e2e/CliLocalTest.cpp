@@ -2,10 +2,13 @@
 #include "support/SimulatedStation.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QProcess>
 #include <QThread>
+#include <QUuid>
 
 #include <gtest/gtest.h>
 
@@ -54,6 +57,38 @@ TEST_F(CliLocal, DfuPutsTheMacOnTheLocalPortIntoDFUModeThroughTheHelper) {
     const ProcessResult status = station_.cli({"local", "helper", "status"});
     EXPECT_EQ(status.exitCode, 0);
     EXPECT_EQ(status.standardOutput, "installed: yes\nversion: 100 (expected 100)\n");
+}
+
+// The processes whose environment carries the mark: what a run left behind.
+QStringList processesMarked(const QString& mark) {
+    QStringList found;
+    const QByteArray entry = "TARVEL_TEST_MARK=" + mark.toUtf8();
+    for (const QString& pid : QDir("/proc").entryList({"[0-9]*"}, QDir::Dirs)) {
+        QFile environ("/proc/" + pid + "/environ");
+        if (environ.open(QIODevice::ReadOnly) && environ.readAll().split('\0').contains(entry))
+            found << pid;
+    }
+    return found;
+}
+
+// A plain terminal (SSH, CI) has no session bus: tarvel-cli brings one for the simulated helper
+// and takes it, and the helper on it, away again when it ends.
+TEST_F(CliLocal, DfuWorksWithoutASessionBusAndLeavesNothingRunning) {
+    ASSERT_FALSE(station_.start().isEmpty());
+    for (const char* variable : {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "XDG_RUNTIME_DIR"})
+        station_.environment().remove(variable);
+    const QString mark = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    station_.environment().insert("TARVEL_TEST_MARK", mark);
+
+    const ProcessResult run = station_.cli({"local", "dfu"});
+    EXPECT_EQ(run.exitCode, 0) << run.standardError.toStdString();
+    EXPECT_EQ(run.standardOutput, "The Mac on the DFU port is entering DFU mode.\n");
+    const QDeadlineTimer deadline(10000);
+    while (localMacState() != "dfu" && !deadline.hasExpired()) QThread::msleep(50);
+    EXPECT_EQ(localMacState(), "dfu");
+    const QDeadlineTimer cleanup(5000);
+    while (!processesMarked(mark).isEmpty() && !cleanup.hasExpired()) QThread::msleep(50);
+    EXPECT_EQ(processesMarked(mark), QStringList());
 }
 
 TEST_F(CliLocal, AnEmptyPortFailsWithTheAlertText) {

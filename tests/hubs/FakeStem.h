@@ -2,6 +2,7 @@
 
 #include "hubs/stem/Backend.h"
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -59,9 +60,9 @@ public:
     std::uint32_t lastNetworkInterface = 0;
     // Sees every call as it is made, for tests that interleave hub calls with other events.
     std::function<void(const std::string&)> observer;
-    int modulesCreated = 0;
+    std::atomic<int> modulesCreated = 0;  // hubs connect on lanes of their own
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::map<std::string, std::deque<stem::aErr>> scripts_;
     std::vector<std::string> calls_;

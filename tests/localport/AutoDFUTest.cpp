@@ -142,6 +142,32 @@ TEST_F(AutoDFUCycle, ARefusedRequestIsRepeatedEveryTickAndNoTickRunsWhileOneIsOu
     EXPECT_EQ(helper.count("dfu"), 3);
 }
 
+// However long the request took, its end must tick the cycle on or switch it off with the reason:
+// an unanswered request is asked again, a refused or dismissed one would prompt every second.
+TEST_F(AutoDFUCycle, ARequestThatEndsWithoutAStatusNeverStallsTheCycle) {
+    QSignalSpy refused(cycle.get(), &AutoDFU::automaticDFURefused);
+    helper.script(HelperFailure{HelperFailure::Kind::unreachable, "NoReply"});
+    startAutomaticDFU();
+    tick();
+    EXPECT_TRUE(cycle->hasTimer());
+    tick();
+    EXPECT_EQ(helper.count("dfu"), 2);
+    EXPECT_EQ(refused.count(), 0);
+
+    for (const auto kind : {HelperFailure::Kind::notAuthorized, HelperFailure::Kind::dismissed}) {
+        startAutomaticDFU();
+        helper.script(HelperFailure{kind, "refused"});
+        const qsizetype before = helper.count("dfu");
+        tick();
+        EXPECT_FALSE(cycle->autoDFUMode());
+        EXPECT_FALSE(cycle->hasTimer());
+        ASSERT_EQ(refused.count(), 1);
+        EXPECT_EQ(refused.takeFirst().at(0).value<HelperFailure>().kind, kind);
+        tick();
+        EXPECT_EQ(helper.count("dfu"), before + 1) << "asked once, not again";
+    }
+}
+
 TEST_F(AutoDFUCycle, OnlyTheDFUPortMovesTheStateAndEachStateTreatsAnArrivalItsOwnWay) {
     startAutomaticDFU();
     add({hubPort});

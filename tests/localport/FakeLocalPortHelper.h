@@ -6,65 +6,83 @@
 
 #include <deque>
 #include <mutex>
+#include <variant>
 
 namespace testing_support {
 
-// Records every request; answers each with the next scripted status at once, or keeps the reply
-// for the test to give later when `holdReplies` is set. Safe to call from any thread.
+// Records every request; ends each at once with the next scripted status or failure, or keeps it
+// for the test to end later when `holdReplies` is set. Safe to call from any thread.
 class FakeLocalPortHelper final : public LocalPortHelper {
   public:
-    void installToolIfNecessary() override { record(QStringLiteral("install?")); }
-    void enterDFUMode(Reply reply) override { answer(QStringLiteral("dfu"), std::move(reply)); }
-    void reboot(Reply reply) override { answer(QStringLiteral("reboot"), std::move(reply)); }
+    using Answer = std::variant<std::int64_t, HelperFailure>;
 
-    void script(std::int64_t status) {
+    void installToolIfNecessary() override { record(QStringLiteral("install?")); }
+    void enterDFUMode(Reply reply, Failure failure) override {
+        answer(QStringLiteral("dfu"), {std::move(reply), std::move(failure)});
+    }
+    void reboot(Reply reply, Failure failure) override {
+        answer(QStringLiteral("reboot"), {std::move(reply), std::move(failure)});
+    }
+
+    void script(Answer answer) {
         std::lock_guard lock(mutex_);
-        statuses_.push_back(status);
+        answers_.push_back(std::move(answer));
     }
     QStringList requests() const {
         std::lock_guard lock(mutex_);
         return requests_;
     }
     qsizetype count(const QString& request) const { return requests().count(request); }
-    // Answers the oldest held reply.
-    void release(std::int64_t status) {
-        Reply reply;
+    // Ends the oldest held request.
+    void release(Answer answer) {
+        Callbacks callbacks;
         {
             std::lock_guard lock(mutex_);
-            reply = std::move(held_.front());
+            callbacks = std::move(held_.front());
             held_.pop_front();
         }
-        reply(status);
+        end(callbacks, answer);
     }
 
     bool holdReplies = false;
 
   private:
+    struct Callbacks {
+        Reply reply;
+        Failure failure;
+    };
+
+    static void end(const Callbacks& callbacks, const Answer& answer) {
+        if (const auto* status = std::get_if<std::int64_t>(&answer))
+            callbacks.reply(*status);
+        else if (callbacks.failure)
+            callbacks.failure(std::get<HelperFailure>(answer));
+    }
     void record(const QString& request) {
         std::lock_guard lock(mutex_);
         requests_ << request;
     }
-    void answer(const QString& request, Reply reply) {
-        std::int64_t status = 0;
+    void answer(const QString& request, Callbacks callbacks) {
+        Answer next = std::int64_t{0};
         {
             std::lock_guard lock(mutex_);
             requests_ << request;
             if (holdReplies) {
-                held_.push_back(std::move(reply));
+                held_.push_back(std::move(callbacks));
                 return;
             }
-            if (!statuses_.empty()) {
-                status = statuses_.front();
-                statuses_.pop_front();
+            if (!answers_.empty()) {
+                next = answers_.front();
+                answers_.pop_front();
             }
         }
-        reply(status);
+        end(callbacks, next);
     }
 
     mutable std::mutex mutex_;
     QStringList requests_;
-    std::deque<std::int64_t> statuses_;
-    std::deque<Reply> held_;
+    std::deque<Answer> answers_;
+    std::deque<Callbacks> held_;
 };
 
 }  // namespace testing_support

@@ -77,6 +77,38 @@ TEST_F(LocalPort, ARestartPostsNothingAndOnlyAFailureShowsItsError) {
     EXPECT_TRUE(posted.isEmpty());
 }
 
+// Each failure has its own alert text; a DFU request that failed holds nothing in front.
+TEST_F(LocalPort, ARefusedOrDismissedRequestIsAnAnswerWithItsOwnAlert) {
+    QSignalSpy dfuFailed(updater.get(), &FirmwareUpdater::dfuFailed);
+    QSignalSpy rebootFailed(updater.get(), &FirmwareUpdater::rebootFailed);
+    helper.script(HelperFailure{HelperFailure::Kind::notAuthorized, ""});
+    updater->gogoDFUMode();
+    ASSERT_TRUE(runLoopUntil([&] { return dfuFailed.count() == 1; }));
+    EXPECT_TRUE(updater->showHelperError());
+    EXPECT_FALSE(updater->showDFUError());
+    EXPECT_EQ(updater->helperErrorText(), FirmwareUpdater::notAuthorizedText);
+    EXPECT_EQ(posted, QStringList({FirmwareUpdater::lastRequestedStayInFrontNotification,
+                                   FirmwareUpdater::cancelStayInFrontNotification}));
+
+    updater->dismissHelperError();
+    helper.script(HelperFailure{HelperFailure::Kind::dismissed, "Dismissed: prompt closed"});
+    updater->restart();
+    ASSERT_TRUE(runLoopUntil([&] { return rebootFailed.count() == 1; }));
+    EXPECT_TRUE(updater->showHelperError());
+    EXPECT_EQ(updater->helperErrorText(),
+              FirmwareUpdater::dismissedText + " (Dismissed: prompt closed)");
+}
+
+TEST_F(LocalPort, TheAutomaticSwitchGoesOffWhenTheHelperRefusesTheCycle) {
+    QSignalSpy switched(updater.get(), &FirmwareUpdater::isAutoDFUOnChanged);
+    helper.script(HelperFailure{HelperFailure::Kind::notAuthorized, ""});
+    updater->setIsAutoDFUOn(true);
+    ASSERT_TRUE(runLoopUntil([&] { return switched.count() == 2; }));
+    EXPECT_FALSE(updater->isAutoDFUOn());
+    EXPECT_FALSE(cycle->autoDFUMode());
+    EXPECT_EQ(updater->helperErrorText(), FirmwareUpdater::notAuthorizedText);
+}
+
 TEST_F(LocalPort, RecoveryRunsOffTheMainThreadAndTheApplicationIsBusyMeanwhile) {
     settings.settings().setValue(core::keys::recoverySleepBetweenReboots, 0);
     QSignalSpy messages(updater.get(), &FirmwareUpdater::updateMessageChanged);

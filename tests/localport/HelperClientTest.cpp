@@ -60,15 +60,16 @@ class HelperClient : public ::testing::Test {
         endpoint = std::make_shared<TestEndpoint>(bus.connect("client"), *helper);
     }
     std::unique_ptr<ZMRPrivHelperToolController> controller(int timeoutMilliseconds = 25000) {
-        return ZMRPrivHelperToolController::initPrivate({endpoint, &center, timeoutMilliseconds});
+        return ZMRPrivHelperToolController::initPrivate(
+            {endpoint, &center, timeoutMilliseconds, 0});
     }
     // The status the call answered, or nullopt when no reply came in time.
     std::optional<std::int64_t> ask(
         ZMRPrivHelperToolController& client,
-        void (ZMRPrivHelperToolController::*call)(LocalPortHelper::Reply),
+        void (ZMRPrivHelperToolController::*call)(LocalPortHelper::Reply, LocalPortHelper::Failure),
         int milliseconds = 5000) {
         std::optional<std::int64_t> answer;
-        (client.*call)([&](std::int64_t value) { answer = value; });
+        (client.*call)([&](std::int64_t value) { answer = value; }, {});
         runLoopUntil([&] { return answer.has_value(); }, milliseconds);
         return answer;
     }
@@ -108,7 +109,7 @@ TEST_F(HelperClient, RepliesAreForwardedUnchanged) {
 
 TEST_F(HelperClient, AMissingHelperIsInstalledAtCreationAndAFailedInstallIsAnnounced) {
     endpoint->installed = false;
-    auto installed = ZMRPrivHelperToolController::initInstalling({endpoint, &center, 25000});
+    auto installed = ZMRPrivHelperToolController::initInstalling({endpoint, &center, 25000, 0});
     EXPECT_EQ(endpoint->labels.size(), 1);
     ASSERT_TRUE(runLoopUntil([&] { return installed->isConnected(); }));
 
@@ -116,12 +117,12 @@ TEST_F(HelperClient, AMissingHelperIsInstalledAtCreationAndAFailedInstallIsAnnou
     center.addObserver(ZMRPrivHelperToolController::helperNotification,
                        [&](const QString&, const QVariantMap& info) { announced = info; });
     endpoint->failWith = localport::HelperError{"pkexec", 126, "dismissed"};
-    auto refused = ZMRPrivHelperToolController::initInstalling({endpoint, &center, 25000});
+    auto refused = ZMRPrivHelperToolController::initInstalling({endpoint, &center, 25000, 0});
     const auto error = announced.value(ZMRPrivHelperToolController::underlyingErrorKey)
                            .value<localport::HelperError>();
     EXPECT_EQ(error.domain, "pkexec");
     EXPECT_EQ(error.code, 126);
-    EXPECT_FALSE(ZMRPrivHelperToolController::installTool({endpoint, &center, 25000}));
+    EXPECT_FALSE(ZMRPrivHelperToolController::installTool({endpoint, &center, 25000, 0}));
 }
 
 TEST_F(HelperClient, TheConnectionEndsWhenTheHelperQuitsAndTheNextCallMakesANewOne) {
@@ -135,25 +136,41 @@ TEST_F(HelperClient, TheConnectionEndsWhenTheHelperQuitsAndTheNextCallMakesANewO
     EXPECT_TRUE(client->isConnected());
 }
 
-TEST_F(HelperClient, AHelperThatNeverRepliesLeavesCallersWaitingOnNothing) {
+TEST_F(HelperClient, AHelperThatNeverRepliesEndsTheCallAsUnreachable) {
     helper->silent = true;
     auto client = controller(300);
     bool replied = false;
-    client->enterDFUMode([&](std::int64_t) { replied = true; });
+    std::optional<HelperFailure> failure;
+    client->enterDFUMode([&](std::int64_t) { replied = true; },
+                         [&](const HelperFailure& why) { failure = why; });
     client->installToolIfNecessary();
-    // Past the call's own limit: the calls are given up, silently.
-    EXPECT_FALSE(runLoopUntil([&] { return replied; }, 800));
+    ASSERT_TRUE(runLoopUntil([&] { return failure.has_value(); }));
+    EXPECT_EQ(failure->kind, HelperFailure::Kind::unreachable);
+    EXPECT_FALSE(replied);
     EXPECT_EQ(helper->calls, 2);
+    QCoreApplication::processEvents();
     EXPECT_TRUE(endpoint->labels.isEmpty()) << "no version answer, no reinstall";
     helper->silent = false;
     EXPECT_EQ(ask(*client, &ZMRPrivHelperToolController::reboot), 0);
-    EXPECT_FALSE(replied);
+}
+
+// The call is under way when the helper goes: its connection is dropped, its end is not.
+TEST_F(HelperClient, ACallOutlivesTheConnectionItWasSentOn) {
+    helper->silent = true;
+    auto client = controller(1000);
+    std::optional<HelperFailure> failure;
+    client->enterDFUMode([](std::int64_t) {}, [&](const HelperFailure& why) { failure = why; });
+    ASSERT_TRUE(runLoopUntil([&] { return helper->calls == 1; }));
+    helper->quit();
+    ASSERT_TRUE(runLoopUntil([&] { return !client->isConnected(); }));
+    EXPECT_TRUE(runLoopUntil([&] { return failure.has_value(); }));
 }
 
 TEST_F(HelperClient, AClientGoneBeforeTheReplyIsNotCalled) {
     helper->silent = true;
     bool replied = false;
-    controller()->enterDFUMode([&](std::int64_t) { replied = true; });
+    controller()->enterDFUMode([&](std::int64_t) { replied = true; },
+                               [&](const HelperFailure&) { replied = true; });
     EXPECT_TRUE(runLoopUntil([&] { return helper->calls == 1; }));
     EXPECT_FALSE(replied);
 }

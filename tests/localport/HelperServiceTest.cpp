@@ -1,4 +1,5 @@
 #include "support/PrivateBus.h"
+#include "support/SubjectPolkit.h"
 
 #include "configurator/Scripts.h"
 
@@ -15,9 +16,14 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <variant>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -64,10 +70,25 @@ class Helper : public ::testing::Test {
         EXPECT_TRUE(bus.waitForOwner(localport::helperLabel, true));
         return helper;
     }
-    QDBusMessage call(const QString& method) {
-        return client.call(QDBusMessage::createMethodCall(localport::helperLabel,
-                                                          localport::helperObjectPath,
-                                                          localport::helperInterface, method));
+    QDBusMessage call(const QString& method, const QDBusConnection& from) {
+        return from.call(QDBusMessage::createMethodCall(localport::helperLabel,
+                                                        localport::helperObjectPath,
+                                                        localport::helperInterface, method));
+    }
+    QDBusMessage call(const QString& method) { return call(method, client); }
+    std::unique_ptr<ZMRPrivHelperToolController> controller(int callTimeout = 25000,
+                                                            int promptWait = 25000) {
+        return ZMRPrivHelperToolController::initPrivate(
+            {std::make_shared<ConnectedEndpoint>(client), &center, callTimeout, promptWait});
+    }
+    // How a DFU request through the client ended: its status or its failure.
+    std::variant<std::monostate, std::int64_t, HelperFailure> requestDFU(
+        ZMRPrivHelperToolController& through) {
+        std::variant<std::monostate, std::int64_t, HelperFailure> outcome;
+        through.enterDFUMode([&](std::int64_t status) { outcome = status; },
+                             [&](const HelperFailure& failure) { outcome = failure; });
+        runLoopUntil([&] { return outcome.index() != 0; });
+        return outcome;
     }
     QString localMacState() {
         const QJsonArray macs = station.macs();
@@ -75,40 +96,68 @@ class Helper : public ::testing::Test {
     }
 
     testing_support::PrivateBus bus;
-    testing_support::FakePolkit polkit{bus};
+    testing_support::SubjectPolkit polkit{bus};
     testing_support::SimulatedStation station;
+    core::NotificationCenter center;
     QDBusConnection client{QString()};
 };
 
-TEST_F(Helper, EveryCallIsAuthorisedAndAnUnauthorisedCallerChangesNothing) {
+TEST_F(Helper, EachCallIsAuthorisedForItsOwnCallerAndNoOneElse) {
     ASSERT_FALSE(station.start().isEmpty());
     const auto helper = startHelper({"--simulate=" + station.socket()});
+    polkit.allow(client.baseService());
+    const QDBusConnection stranger = bus.connect("stranger");
 
-    const QDBusMessage refused = call(localport::enterDFUModeMethod);
-    EXPECT_EQ(refused.type(), QDBusMessage::ErrorMessage);
+    const QDBusMessage refused = call(localport::enterDFUModeMethod, stranger);
     EXPECT_EQ(refused.errorName(), localport::notAuthorizedError);
-    EXPECT_EQ(call(localport::getVersionMethod).errorName(), localport::notAuthorizedError);
     EXPECT_EQ(localMacState(), "booted");
 
-    // Through the client, a refusal is no reply at all.
-    core::NotificationCenter center;
-    auto controller = ZMRPrivHelperToolController::initPrivate(
-        {std::make_shared<ConnectedEndpoint>(client), &center, 25000});
-    bool replied = false;
-    controller->enterDFUMode([&](std::int64_t) { replied = true; });
-    EXPECT_FALSE(runLoopUntil([&] { return replied; }, 500));
-
-    polkit.allow({localport::polkitAction});
     EXPECT_EQ(QDBusReply<qint64>(call(localport::getVersionMethod)).value(), 100);
-    std::optional<std::int64_t> status;
-    controller->enterDFUMode([&](std::int64_t value) { status = value; });
-    ASSERT_TRUE(runLoopUntil([&] { return status.has_value(); }));
-    EXPECT_EQ(*status, 0);
+    const auto status = requestDFU(*controller());
+    ASSERT_TRUE(std::holds_alternative<std::int64_t>(status));
+    EXPECT_EQ(std::get<std::int64_t>(status), 0);
     EXPECT_TRUE(runLoopUntil([&] { return localMacState() == "dfu"; }));
+    // Asked about each caller in turn, never about the helper's own name.
+    EXPECT_EQ(polkit.asked(),
+              QStringList({stranger.baseService(), client.baseService(), client.baseService()}));
+}
+
+TEST_F(Helper, ARefusedAndADismissedPromptReachTheCallerAsSuch) {
+    const auto helper = startHelper({});
+    auto through = controller();
+    const auto refused = requestDFU(*through);
+    ASSERT_TRUE(std::holds_alternative<HelperFailure>(refused));
+    EXPECT_EQ(std::get<HelperFailure>(refused).kind, HelperFailure::Kind::notAuthorized);
+
+    polkit.setDismissed(true);
+    const auto dismissed = requestDFU(*through);
+    ASSERT_TRUE(std::holds_alternative<HelperFailure>(dismissed));
+    EXPECT_EQ(std::get<HelperFailure>(dismissed).kind, HelperFailure::Kind::dismissed);
+    EXPECT_EQ(call(localport::rebootMethod).errorName(), localport::dismissedError);
+}
+
+// The administrator types for longer than the client would wait for the helper alone; the
+// client's wait includes the time the helper gives the prompt, so the answer still arrives.
+TEST_F(Helper, AnAnswerSlowerThanTheHelperItselfStillReachesTheCaller) {
+    const auto defaults = ZMRPrivHelperToolController::Collaborators{};
+    EXPECT_GT(defaults.callTimeoutMilliseconds + defaults.promptWaitMilliseconds,
+              localport::promptWaitMilliseconds);
+
+    const auto helper = startHelper({});
+    polkit.allow(client.baseService());
+    polkit.setDelay(1500);
+    const auto answered = requestDFU(*controller(300, 5000));
+    ASSERT_TRUE(std::holds_alternative<std::int64_t>(answered));
+    EXPECT_EQ(std::get<std::int64_t>(answered), localport::status::unsupportedHost);
+
+    // A client that did not wait for the prompt gives up and says so.
+    const auto givenUp = requestDFU(*controller(300, 0));
+    ASSERT_TRUE(std::holds_alternative<HelperFailure>(givenUp));
+    EXPECT_EQ(std::get<HelperFailure>(givenUp).kind, HelperFailure::Kind::unreachable);
 }
 
 TEST_F(Helper, WithoutASimulatorTheLinuxHostAnswersThatItCannot) {
-    polkit.allow({localport::polkitAction});
+    polkit.allow(client.baseService());
     const auto helper = startHelper({});
     EXPECT_EQ(QDBusReply<qint64>(call(localport::enterDFUModeMethod)).value(),
               localport::status::unsupportedHost);
@@ -117,7 +166,7 @@ TEST_F(Helper, WithoutASimulatorTheLinuxHostAnswersThatItCannot) {
 }
 
 TEST_F(Helper, AnIdleHelperQuitsAndANewerOneTakesTheNameOver) {
-    polkit.allow({localport::polkitAction});
+    polkit.allow(client.baseService());
     const auto idle = startHelper({"--idle-seconds", "1"});
     ASSERT_EQ(QDBusReply<qint64>(call(localport::getVersionMethod)).value(), 100);
     EXPECT_TRUE(idle->process().waitForFinished(10000));
@@ -130,24 +179,89 @@ TEST_F(Helper, AnIdleHelperQuitsAndANewerOneTakesTheNameOver) {
     EXPECT_EQ(QDBusReply<qint64>(call(localport::getVersionMethod)).value(), 100);
 }
 
-TEST(HelperInstall, PutsTheHelperAndItsFourFilesInPlace) {
+mode_t modeOf(const QString& path) {
+    struct stat status {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+// Every folder from below root down to path.
+QStringList foldersBelow(const QString& root, const QString& path) {
+    QStringList folders;
+    for (QString folder = QFileInfo(path).absolutePath(); folder != root;
+         folder = QFileInfo(folder).absolutePath())
+        folders << folder;
+    return folders;
+}
+
+TEST(HelperInstall, PutsTheHelperAndItsFourFilesInPlaceWithFixedModesWhateverTheUmask) {
     QTemporaryDir root;
-    const auto run =
-        testing_support::runExecutable("tarvel-helper", {"--install", "--root", root.path()},
-                                       QProcessEnvironment::systemEnvironment());
-    ASSERT_EQ(run.exitCode, 0) << run.standardError.toStdString();
-    const QFileInfo tool(root.path() + localport::installedToolPath);
-    EXPECT_TRUE(tool.isExecutable());
+    QProcess install;
+    install.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    install.start("/bin/sh", {"-c", "umask 077 && exec \"$0\" --install --root \"$1\"",
+                              testing_support::executablePath("tarvel-helper"), root.path()});
+    ASSERT_TRUE(install.waitForFinished(30000));
+    ASSERT_EQ(install.exitCode(), 0);
+
+    const QString tool = root.path() + localport::installedToolPath;
+    EXPECT_EQ(modeOf(tool), 0755u);
     for (const QString& path :
          {localport::installedActivationFilePath, localport::installedBusPolicyPath,
-          localport::installedPolkitActionPath, localport::installedSystemdUnitPath})
-        EXPECT_TRUE(QFileInfo::exists(root.path() + path)) << path.toStdString();
+          localport::installedPolkitActionPath, localport::installedSystemdUnitPath}) {
+        const QString installed = root.path() + path;
+        EXPECT_EQ(modeOf(installed), 0644u) << path.toStdString();
+        for (const QString& folder : foldersBelow(root.path(), installed))
+            EXPECT_EQ(modeOf(folder), 0755u) << folder.toStdString();
+    }
     QFile activation(root.path() + localport::installedActivationFilePath);
     ASSERT_TRUE(activation.open(QIODevice::ReadOnly));
     EXPECT_TRUE(activation.readAll().contains("Exec=" + localport::installedToolPath.toUtf8()));
     QFile policy(root.path() + localport::installedPolkitActionPath);
     ASSERT_TRUE(policy.open(QIODevice::ReadOnly));
     EXPECT_TRUE(policy.readAll().contains(localport::polkitAction.toUtf8()));
+}
+
+TEST(HelperInstall, SystemdAcceptsTheHardenedUnit) {
+    const QString analyze = QStandardPaths::findExecutable("systemd-analyze");
+    if (analyze.isEmpty())
+        GTEST_SKIP() << "systemd-analyze is not installed";
+    QTemporaryDir root;
+    const auto run =
+        testing_support::runExecutable("tarvel-helper", {"--install", "--root", root.path()},
+                                       QProcessEnvironment::systemEnvironment());
+    ASSERT_EQ(run.exitCode, 0) << run.standardError.toStdString();
+    // The unit names the tool where a real installation puts it; point it at the copy here.
+    QFile unit(root.path() + localport::installedSystemdUnitPath);
+    ASSERT_TRUE(unit.open(QIODevice::ReadOnly));
+    QByteArray text = unit.readAll();
+    text.replace(localport::installedToolPath.toUtf8(),
+                 (root.path() + localport::installedToolPath).toUtf8());
+    QFile checked(root.filePath("com.kestrune.tarvelhelper.service"));
+    ASSERT_TRUE(checked.open(QIODevice::WriteOnly));
+    checked.write(text);
+    checked.close();
+    QProcess verify;
+    verify.start(analyze, {"verify", checked.fileName()});
+    ASSERT_TRUE(verify.waitForFinished(30000));
+    EXPECT_EQ(verify.exitCode(), 0);
+    EXPECT_EQ(verify.readAllStandardError(), "");
+}
+
+TEST_F(Helper, AReinstallStopsTheRunningHelperSoTheNextCallStartsTheNewOne) {
+    auto old = startHelper({});
+    QTemporaryDir root;
+    const auto run = testing_support::runExecutable(
+        "tarvel-helper", {"--install", "--root", root.path(), "--replace"}, bus.environment());
+    ASSERT_EQ(run.exitCode, 0) << run.standardError.toStdString();
+    EXPECT_TRUE(old->process().waitForFinished(5000));
+    EXPECT_TRUE(bus.waitForOwner(localport::helperLabel, false));
+
+    // Without --replace, an installation elsewhere leaves the running helper alone.
+    const auto running = startHelper({});
+    ASSERT_EQ(testing_support::runExecutable("tarvel-helper", {"--install", "--root", root.path()},
+                                             bus.environment())
+                  .exitCode,
+              0);
+    EXPECT_EQ(running->process().state(), QProcess::Running);
 }
 
 }  // namespace

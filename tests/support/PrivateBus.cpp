@@ -3,11 +3,18 @@
 #include "configurator/Scripts.h"
 
 #include <QDBusConnectionInterface>
-#include <QDBusMessage>
+
+#include <signal.h>
+#include <sys/prctl.h>
 
 namespace testing_support {
 
+void endWithThisProcess(QProcess& process) {
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+}
+
 PrivateBus::PrivateBus() {
+    endWithThisProcess(daemon_);
     daemon_.start(QStringLiteral(TARVEL_TEST_DBUS_DAEMON),
                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
                    QStringLiteral("--print-address=1")});
@@ -44,30 +51,6 @@ bool PrivateBus::waitForOwner(const QString& name, bool owned, int milliseconds)
                      milliseconds);
     QDBusConnection::disconnectFromBus(QStringLiteral("probe"));
     return reached;
-}
-
-FakePolkit::FakePolkit(const PrivateBus& bus) : bus_(bus) {
-    mock_.setProcessEnvironment(bus.environment());
-    mock_.start(QStringLiteral(TARVEL_TEST_PYTHON),
-                {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--system"),
-                 QStringLiteral("--template"), QStringLiteral("polkitd")});
-    running_ = mock_.waitForStarted(5000) &&
-               bus.waitForOwner(QStringLiteral("org.freedesktop.PolicyKit1"), true);
-}
-
-FakePolkit::~FakePolkit() {
-    mock_.terminate();
-    mock_.waitForFinished(5000);
-}
-
-void FakePolkit::allow(const QStringList& actions) {
-    QDBusConnection control = bus_.connect(QStringLiteral("polkit-control"));
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.PolicyKit1"),
-        QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
-        QStringLiteral("org.freedesktop.DBus.Mock"), QStringLiteral("SetAllowed"));
-    call << actions;
-    control.call(call);
 }
 
 }  // namespace testing_support

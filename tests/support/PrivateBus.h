@@ -7,6 +7,9 @@
 
 namespace testing_support {
 
+// A test killed at its time limit must not leave its bus or services running.
+void endWithThisProcess(QProcess& process);
+
 // A dbus-daemon of the test's own (session configuration), stopped when it goes. Processes the
 // test starts reach it as their system and session bus through the environment.
 class PrivateBus {
@@ -29,21 +32,6 @@ class PrivateBus {
     QProcess daemon_;
     QString address_;
     mutable QStringList connections_;
-};
-
-// python3-dbusmock's polkitd on the private bus, denying everything until told otherwise.
-class FakePolkit {
-  public:
-    explicit FakePolkit(const PrivateBus& bus);
-    ~FakePolkit();
-
-    bool isRunning() const { return running_; }
-    void allow(const QStringList& actions);
-
-  private:
-    const PrivateBus& bus_;
-    QProcess mock_;
-    bool running_ = false;
 };
 
 }  // namespace testing_support

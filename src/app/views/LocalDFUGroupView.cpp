@@ -83,6 +83,11 @@ void LocalDFUGroupView::bind() {
     connect(&updater_, &FirmwareUpdater::showRebootErrorChanged, this, [this](bool show) {
         showError(show, FirmwareUpdater::rebootErrorText, &FirmwareUpdater::dismissRebootError);
     });
+    connect(&updater_, &FirmwareUpdater::showHelperErrorChanged, this, [this](bool show) {
+        showError(show, updater_.helperErrorText(), &FirmwareUpdater::dismissHelperError);
+    });
+    // The cycle turns automatic DFU off itself when the helper refuses it.
+    connect(&updater_, &FirmwareUpdater::isAutoDFUOnChanged, automaticDFU_, &QCheckBox::setChecked);
 }
 
 void LocalDFUGroupView::showError(bool show, const QString& text,
@@ -91,6 +96,8 @@ void LocalDFUGroupView::showError(bool show, const QString& text,
         return;
     auto* alert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Tarvel"), text,
                                   QMessageBox::Ok, window());
+    // A helper's error text comes from outside the application: never rich text.
+    alert->setTextFormat(Qt::PlainText);
     alert->setAttribute(Qt::WA_DeleteOnClose);
     connect(alert, &QMessageBox::finished, &updater_, dismiss);
     alert->open();
