@@ -212,6 +212,21 @@ QList<Cell> faultCells() {
          .at = "Waiting to start next process",
          .exit = 1,
          .said = "the simulator closed its socket; the batch was abandoned"},
+        // The host's own DFU port, through the simulated helper (on a bus tarvel-cli starts
+        // itself when there is no session bus).
+        {.name = "LocalDfuWithNothingPlugged",
+         .command = {"local", "dfu"},
+         .exit = 1,
+         .said = "Error putting device in DFU mode. Please verify the target device is plugged "
+                 "into the DFU port on this Mac with a USB-C cable. (DFU mode error: 3)"},
+        {.name = "LocalAutoSimulatorKilled",
+         .station = {.topExtra = R"("localDFU": {"ecid": "0x1A0001", "serialNumber": "LOCAL1"})"},
+         .command = {"local", "auto", "--restore"},
+         .interrupt = Interrupt::KillSimulator,
+         .at = "Ctrl-C stops.",
+         .exit = 1,
+         .said = "local auto: the simulator closed its socket",
+         .boundSeconds = 15},
         // The bus: a watch that can hear nothing more ends; one that follows the simulator
         // across a restart sees the Macs still there.
         {.name = "UsbWatchSimulatorKilled",
