@@ -2,6 +2,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 
 namespace configurator {
 
@@ -115,6 +116,25 @@ QString restoreStatusText(float progress) {
     // Compared as the double the float widens to, so 0.1 itself already counts as restoring.
     return static_cast<double>(progress) < 0.1 ? QStringLiteral("Preparing image for restore...")
                                                : QStringLiteral("Restoring");
+}
+
+// What a tool's output says about a failure: the reason of an error document on standard output
+// ("Type": "Error"), every other line of standard error. Progress lines say nothing of it.
+QStringList errorLinesOf(const QString& chunk, bool standardError) {
+    QStringList lines;
+    for (const QString& raw :
+         chunk.split(QRegularExpression(QStringLiteral("[\r\n]+")), Qt::SkipEmptyParts)) {
+        const QString line = raw.trimmed();
+        const QJsonObject document = QJsonDocument::fromJson(line.toUtf8()).object();
+        if (document.value(QStringLiteral("Type")).toString() == QLatin1String("Error")) {
+            const QString reason = document.value(QStringLiteral("FailureReason")).toString();
+            lines << (reason.isEmpty() ? document.value(QStringLiteral("Message")).toString()
+                                       : reason);
+        } else if (standardError && !line.isEmpty()) {
+            lines << line;
+        }
+    }
+    return lines;
 }
 
 }  // namespace configurator

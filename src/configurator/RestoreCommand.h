@@ -57,6 +57,10 @@ QList<UnreadableProgressLine> unreadableProgressLines(const QString& chunk);
 // A warning about one such line, naming the device, fit to print on one terminal line.
 QString unreadableProgressWarning(std::uint64_t ecid, const UnreadableProgressLine& unreadable);
 
+// What a chunk of the tool's output says about a failure: the reason of each error document
+// ("Type": "Error"); on standard error also every other non-empty line.
+QStringList errorLinesOf(const QString& chunk, bool standardError);
+
 // The status text a progress value gives.
 QString restoreStatusText(float progress);
 

@@ -53,24 +53,6 @@ QString failureMessage(int status) {
 // How many of the tool's last error lines a failed restore keeps.
 constexpr qsizetype kKeptErrorLines = 5;
 
-// What a tool's output says about a failure: the reason of an error document on standard output
-// ("Type": "Error"), every other line of standard error. Progress lines say nothing of it.
-QStringList errorLinesOf(const QString& chunk, bool standardError) {
-    QStringList lines;
-    for (const QString& raw :
-         chunk.split(QRegularExpression(QStringLiteral("[\r\n]+")), Qt::SkipEmptyParts)) {
-        const QString line = raw.trimmed();
-        const QJsonObject document = QJsonDocument::fromJson(line.toUtf8()).object();
-        if (document.value(QStringLiteral("Type")).toString() == QLatin1String("Error")) {
-            const QString reason = document.value(QStringLiteral("FailureReason")).toString();
-            lines << (reason.isEmpty() ? document.value(QStringLiteral("Message")).toString()
-                                       : reason);
-        } else if (standardError && !line.isEmpty()) {
-            lines << line;
-        }
-    }
-    return lines;
-}
 
 }  // namespace
 
@@ -288,7 +270,7 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     auto output = [device, outputBlock, keepErrors, warnUnreadable](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("output-->%1").arg(chunk));
         ZMRLogDebug(chunk);
-        keepErrors(errorLinesOf(chunk, false));
+        keepErrors(configurator::errorLinesOf(chunk, false));
         warnUnreadable(chunk);
         const std::optional<configurator::RestoreProgress> progress =
             configurator::parseRestoreProgress(chunk);
@@ -299,7 +281,7 @@ void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
     };
     auto errorOutput = [device, errorBlock, keepErrors](const QString& chunk) {
         ZMRLogDebug(QStringLiteral("errorOutputBlock: %1").arg(chunk));
-        keepErrors(errorLinesOf(chunk, true));
+        keepErrors(configurator::errorLinesOf(chunk, true));
         errorBlock(device, chunk);
     };
     auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(nullptr, end, output, errorOutput,

@@ -73,6 +73,20 @@ TEST(RestoreProgress, LinesThatCannotBeReadAreNamedButErrorsAndBlankLinesAreNot)
     EXPECT_TRUE(warning.endsWith(QStringLiteral("…")));
 }
 
+TEST(RestoreProgress, FailureReasonsComeFromErrorDocumentsAndFromEveryLineOfStandardError) {
+    const QString chunk =
+        "{\"Step\":\"A\",\"Progress\":0.5}\r\n"
+        "  {\"Type\":\"Error\",\"FailureReason\":\"locked\",\"Message\":\"ignored\"}\r\r\n"
+        "{\"Type\":\"Error\",\"Message\":\"no device\"}\n"
+        "plain text\n \t \n";
+    EXPECT_EQ(configurator::errorLinesOf(chunk, false), QStringList({"locked", "no device"}));
+    EXPECT_EQ(configurator::errorLinesOf(chunk, true),
+              QStringList({"{\"Step\":\"A\",\"Progress\":0.5}", "locked", "no device",
+                           "plain text"}))
+        << "on standard error every non-blank line is a reason, trimmed";
+    EXPECT_TRUE(configurator::errorLinesOf(QString(), true).isEmpty());
+}
+
 TEST(RestoreCommand, SameToolArgumentsBehindEitherPseudoTerminal) {
     const quint64 large = (1ull << 63) + 5;
     const QStringList mac = configurator::deviceRestoreCommand(configurator::RestorePlatform::MacOS,
