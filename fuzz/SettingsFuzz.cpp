@@ -25,7 +25,11 @@
 namespace {
 
 core::Settings& store() {
-    static QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/fuzz-settings-XXXXXX"));
+    // Every write is saved and synced as the real store does: in memory when the system has a
+    // tmpfs for it.
+    const QString base = QDir(QStringLiteral("/dev/shm")).exists() ? QStringLiteral("/dev/shm")
+                                                                     : QDir::tempPath();
+    static QTemporaryDir folder(base + QStringLiteral("/fuzz-settings-XXXXXX"));
     static const std::unique_ptr<core::Settings> settings = [] {
         auto made = std::make_unique<core::Settings>(std::make_unique<QSettings>(
             folder.filePath(QStringLiteral("Tarvel.conf")), QSettings::NativeFormat));
