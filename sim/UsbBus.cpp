@@ -13,13 +13,20 @@ namespace {
 constexpr int acronameVendor = 0x24FF;
 constexpr int appleVendor = 0x05AC;
 
-QString identityKey(const QJsonObject& device) {
-    return QStringLiteral("%1/%2/%3/%4")
-        .arg(device.value(QLatin1String("locationID")).toInteger())
-        .arg(device.value(QLatin1String("idVendor")).toInt())
-        .arg(device.value(QLatin1String("idProduct")).toInt())
-        .arg(device.value(QLatin1String("kUSBSerialNumberString")).toString());
+}  // namespace
+
+UsbIdentity UsbIdentity::of(const QJsonObject& device) {
+    return {device.value(QLatin1String("locationID")).toInteger(),
+            device.value(QLatin1String("idVendor")).toInt(),
+            device.value(QLatin1String("idProduct")).toInt(),
+            device.value(QLatin1String("kUSBSerialNumberString")).toString()};
 }
+
+size_t qHash(const UsbIdentity& identity, size_t seed) {
+    return qHashMulti(seed, identity.location, identity.vendor, identity.product, identity.serial);
+}
+
+namespace {
 
 QJsonObject device(int vendor, int product, std::uint32_t location, const QString& serial,
                    const QString& productName) {
@@ -141,37 +148,42 @@ QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location) {
     return macIdentity(mac, mac.state(), location);
 }
 
+// Each device's identity is read once a view: the bus is published after every change a Mac or hub
+// goes through, and building identities as text made that the simulator's busiest code.
 std::vector<UsbChange> UsbBus::update(const QList<QJsonObject>& current) {
-    QHash<QString, QJsonObject> before;
-    for (const QJsonObject& published : published_)
-        before.insert(identityKey(published), published);
+    QHash<UsbIdentity, qsizetype> before;
+    before.reserve(published_.size());
+    for (qsizetype index = 0; index < published_.size(); ++index)
+        before.insert(published_[index].identity, index);
 
     std::vector<UsbChange> added;
-    QList<QJsonObject> next;
-    QSet<QString> kept;
-    for (QJsonObject candidate : current) {
-        const QString key = identityKey(candidate);
-        if (const auto found = before.constFind(key); found != before.constEnd()) {
-            next << *found;
-            kept.insert(key);
+    std::vector<bool> kept(static_cast<std::size_t>(published_.size()), false);
+    QList<Published> next;
+    next.reserve(current.size());
+    for (const QJsonObject& candidate : current) {
+        UsbIdentity identity = UsbIdentity::of(candidate);
+        if (const auto found = before.constFind(identity); found != before.constEnd()) {
+            next << published_[*found];
+            kept[static_cast<std::size_t>(*found)] = true;
             continue;
         }
-        candidate.insert(QStringLiteral("sessionID"), QStringLiteral("sim-%1").arg(nextSession_++));
-        next << candidate;
-        added.push_back({true, candidate});
+        QJsonObject arrival = candidate;
+        arrival.insert(QStringLiteral("sessionID"), QStringLiteral("sim-%1").arg(nextSession_++));
+        next << Published{std::move(identity), arrival};
+        added.push_back({true, arrival});
     }
     std::vector<UsbChange> changes;
-    for (const QJsonObject& published : published_)
-        if (!kept.contains(identityKey(published)))
-            changes.push_back({false, published});
+    for (qsizetype index = 0; index < published_.size(); ++index)
+        if (!kept[static_cast<std::size_t>(index)])
+            changes.push_back({false, published_[index].device});
     changes.insert(changes.end(), added.begin(), added.end());
-    published_ = next;
+    published_ = std::move(next);
     return changes;
 }
 
 QJsonArray UsbBus::devices() const {
     QJsonArray result;
-    for (const QJsonObject& device : published_) result.append(device);
+    for (const Published& entry : published_) result.append(entry.device);
     return result;
 }
 

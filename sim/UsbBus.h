@@ -3,6 +3,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
+#include <QString>
 
 #include <cstdint>
 #include <vector>
@@ -21,6 +22,18 @@ QJsonObject rootHubUsbDevice(int bus);
 QList<QJsonObject> benchPeripherals();
 QJsonObject macUsbDevice(const Mac& mac, std::uint32_t location);  // an empty map when it is off
 
+// What makes a device the same device from one view of the bus to the next.
+struct UsbIdentity {
+    qint64 location = 0;
+    int vendor = 0;
+    int product = 0;
+    QString serial;
+
+    static UsbIdentity of(const QJsonObject& device);
+    bool operator==(const UsbIdentity&) const = default;
+};
+size_t qHash(const UsbIdentity& identity, size_t seed = 0);
+
 struct UsbChange {
     bool added;
     QJsonObject device;
@@ -35,7 +48,11 @@ class UsbBus {
     QJsonArray devices() const;
 
   private:
-    QList<QJsonObject> published_;
+    struct Published {
+        UsbIdentity identity;
+        QJsonObject device;
+    };
+    QList<Published> published_;
     std::uint64_t nextSession_ = 1;
 };
 
