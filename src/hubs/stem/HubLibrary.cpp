@@ -19,8 +19,8 @@ QString executableFolder() {
 }
 
 const QString kBuildHint = QStringLiteral(
-    "build it against Acroname's BrainStem2 SDK with the source Tarvel installs in "
-    "/usr/share/tarvel/hub-module (see its README), or set TARVEL_HUB_LIBRARY to the module's file");
+    "build one against Acroname's BrainStem2 SDK from /usr/share/tarvel/hub-module (see its "
+    "README), or name one with TARVEL_HUB_LIBRARY");
 
 }  // namespace
 
@@ -45,8 +45,8 @@ HubLibrary::HubLibrary(const QStringList& candidates) : candidates_(candidates) 
             return;
         }
     }
-    problem_ = QStringLiteral("no hub library module (looked for %1): Acroname hubs cannot be "
-                              "reached; %2")
+    problem_ = QStringLiteral("no hub library module (looked for %1), so no Acroname hub can be "
+                              "reached: %2")
                    .arg(candidates.join(QStringLiteral(", ")), kBuildHint);
 }
 
@@ -75,8 +75,7 @@ void HubLibrary::load(const QString& path) {
     if (const int version = interfaceVersion(); version != kModuleInterfaceVersion) {
         state_ = State::WrongVersion;
         problem_ = QStringLiteral("the hub library module %1 was built for another Tarvel (module "
-                                  "interface %2, this Tarvel needs %3): rebuild it from this "
-                                  "Tarvel's source; %4")
+                                  "interface %2, this Tarvel needs %3): %4")
                        .arg(path)
                        .arg(version)
                        .arg(kModuleInterfaceVersion)
