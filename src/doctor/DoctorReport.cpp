@@ -43,7 +43,7 @@ QString DoctorReport::text() const {
     QString text = QStringLiteral("Tarvel doctor, %1 mode\n").arg(mode_);
     for (const Check& check : checks_) {
         text += QStringLiteral("%1 %2: %3\n").arg(statusMark(check.status), check.name, check.detail);
-        if (check.status != Check::Status::Ok && !check.fix.isEmpty())
+        if (check.status == Check::Status::Failed && !check.fix.isEmpty())
             text += QStringLiteral("     fix: %1\n").arg(check.fix);
     }
     text += passed() ? QStringLiteral("Everything the %1 mode needs is in place.\n").arg(mode_)

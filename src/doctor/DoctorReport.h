@@ -29,7 +29,8 @@ public:
     bool passed() const;
 
     // One line a check ("ok", "FAIL" or "--" for what this mode does not need), the fix on the
-    // line under anything not in place, and a closing verdict.
+    // line under a failure, and a closing verdict. The JSON keeps the fix of what this mode
+    // does not need as well, for a script that prepares the other mode.
     QString text() const;
     QJsonObject json() const;
 
