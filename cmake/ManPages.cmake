@@ -19,4 +19,6 @@ foreach(entry "tarvel_app|tarvel|reset a bench of Macs (desktop application)"
   list(APPEND man_pages ${man_folder}/${program}.1)
 endforeach()
 add_custom_target(tarvel_man_pages ALL DEPENDS ${man_pages})
-install(FILES ${man_pages} DESTINATION share/man/man1)
+# The programs Tarvel runs by itself have no --help of their own: their pages are written by hand.
+install(FILES ${man_pages} ${PROJECT_SOURCE_DIR}/docs/man/tarvel-pty.1
+  ${PROJECT_SOURCE_DIR}/docs/man/tarvel-sim-cfgutil.1 DESTINATION share/man/man1)
