@@ -24,11 +24,23 @@ function(tarvel_brainstem_probe include_dir key out_definitions)
     PARENT_SCOPE)
 endfunction()
 
-# Compiles the adapter into `target` against the headers under include_dir.
-function(tarvel_add_brainstem_adapter target include_dir key)
+# The hub library module `target` (see src/hubs/stem/module): the adapter compiled against the
+# headers under include_dir, with the part of the seam it shares with Tarvel. The caller links
+# the vendor library. Sources are found under ${PROJECT_SOURCE_DIR}/src both in Tarvel's tree
+# and in the module's installed source folder, which keeps the same layout.
+function(tarvel_add_hub_module target include_dir key)
+  set(stem ${PROJECT_SOURCE_DIR}/src/hubs/stem)
+  add_library(${target} MODULE ${stem}/module/ModuleEntry.cpp ${stem}/SdkBackend.cpp ${stem}/Backend.cpp)
   tarvel_brainstem_probe(${include_dir} ${key} definitions)
-  target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/hubs/stem/SdkBackend.cpp)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   # The vendor headers are not ours to keep warning-free.
   target_include_directories(${target} SYSTEM PRIVATE ${include_dir})
   target_compile_definitions(${target} PRIVATE ${definitions})
+  target_link_libraries(${target} PRIVATE Qt6::Core)
+  # Only the C entry points leave the module; its copy of the seam stays its own.
+  set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME tarvel-brainstem AUTOMOC OFF
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  if(TARGET tarvel_warnings)
+    target_link_libraries(${target} PRIVATE tarvel_warnings)
+  endif()
 endfunction()

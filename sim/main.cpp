@@ -4,6 +4,7 @@
 #include "Station.h"
 #include "StationConfig.h"
 
+#include "core/BundleInfo.h"
 #include "core/SimulatorAddress.h"
 
 #include <QCommandLineParser>
@@ -47,10 +48,14 @@ bool routeSignalsToLoop(QCoreApplication& application) {
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tarvel-sim"));
+    const core::BundleInfo& bundle = core::BundleInfo::shared();
+    QCoreApplication::setApplicationVersion(
+        QStringLiteral("%1 (%2)").arg(bundle.shortVersion(), bundle.bundleVersion()));
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Simulated Tarvel station: hubs, Macs and USB."));
     parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption stationOption(
         QStringLiteral("station"), QStringLiteral("Station file (JSON)."), QStringLiteral("FILE"));
     const QCommandLineOption socketOption(QStringLiteral("socket"), QStringLiteral("Socket path."),

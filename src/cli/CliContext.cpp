@@ -5,6 +5,7 @@
 
 #include "core/SimulatorAddress.h"
 #include "hubs/stem/Backend.h"
+#include "hubs/stem/HubLibrary.h"
 
 #include <QRegularExpression>
 
@@ -30,11 +31,10 @@ std::optional<QString> CliContext::simulatorProblem() const {
 }
 
 std::optional<QString> CliContext::hubLibraryProblem() const {
-    if (simulatorSocket() || stem::hardwareLibraryBuiltIn())
+    if (simulatorSocket() || stem::hardwareLibraryAvailable())
         return std::nullopt;
-    return QStringLiteral(
-        "this build has no hub library: use --simulate to work with tarvel-sim, or build with "
-        "-DTARVEL_BRAINSTEM_SDK=<dir> to reach real hubs");
+    return stem::HubLibrary::process().problem() +
+           QStringLiteral(" (or use --simulate to work with tarvel-sim)");
 }
 
 bool isHubName(const QString& text) {

@@ -1,6 +1,7 @@
 #include "cli/CliContext.h"
 #include "cli/ConfiguratorCommands.h"
 #include "cli/DefaultsCommands.h"
+#include "cli/DoctorCommand.h"
 #include "cli/HubCommands.h"
 #include "cli/LocalCommands.h"
 #include "cli/LogCommands.h"
@@ -86,6 +87,7 @@ int main(int argc, char** argv) {
     cli::addConfiguratorCommands(app, context);
     cli::addRestoreCommands(app, context);
     cli::addLocalCommands(app, context);
+    cli::addDoctorCommand(app, context);
 
     try {
         app.parse(argc, argv);

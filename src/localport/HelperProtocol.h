@@ -35,6 +35,10 @@ inline constexpr std::int64_t helperVersion = 100;
 // Where an installation puts the helper; a package puts the same files in the same places.
 inline const QString installedToolPath =
     QStringLiteral("/usr/local/libexec/tarvel/com.kestrune.tarvelhelper");
+// Where the Debian package puts the executable; its other files go where an installation's do
+// or in the distribution's own folders for them.
+inline const QString packagedToolPath =
+    QStringLiteral("/usr/libexec/tarvel/com.kestrune.tarvelhelper");
 inline const QString installedActivationFilePath =
     QStringLiteral("/usr/share/dbus-1/system-services/com.kestrune.tarvelhelper.service");
 inline const QString installedBusPolicyPath =

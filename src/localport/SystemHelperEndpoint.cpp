@@ -22,6 +22,9 @@ QString pkexecFailure(int status) {
 
 SystemHelperEndpoint::Places SystemHelperEndpoint::defaultPlaces() {
     Places places;
+    // A packaged helper needs no installing; a build run from the tree installs its own.
+    if (QFileInfo::exists(localport::packagedToolPath))
+        places.toolPath = localport::packagedToolPath;
     places.installCommand = {
         QStringLiteral("pkexec"),
         QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-helper"),

@@ -43,9 +43,9 @@ TEST_F(CliHub, WithoutAHubLibraryHubListingsSaySoAndPointTheWay) {
         const ProcessResult result = cli(command);
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_TRUE(result.standardOutput.isEmpty());
-        EXPECT_TRUE(result.standardError.contains("this build has no hub library"));
+        EXPECT_TRUE(result.standardError.contains("no hub library module"));
         EXPECT_TRUE(result.standardError.contains("--simulate"));
-        EXPECT_TRUE(result.standardError.contains("-DTARVEL_BRAINSTEM_SDK"))
+        EXPECT_TRUE(result.standardError.contains("/usr/share/tarvel/hub-module"))
             << result.standardError.toStdString();
     }
 }

@@ -3,6 +3,7 @@
 #include "usb/UsbRegistry.h"
 
 #include "views/DevicePanel.h"
+#include "views/DiagnosticsDialog.h"
 #include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
 #include "views/LocalDFUGroupView.h"
@@ -80,6 +81,11 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
     connect(mainWindow_, &MainWindow::optionsRequested, this, &DesktopApplication::showOptions);
     connect(mainWindow_, &MainWindow::quitRequested, this, &DesktopApplication::quit);
     connect(mainWindow_, &MainWindow::aboutRequested, this, &DesktopApplication::showAbout);
+    connect(mainWindow_, &MainWindow::diagnosticsRequested, this, [this] {
+        auto* dialog = new DiagnosticsDialog(mainWindow_);
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+        dialog->show();
+    });
     connect(mainWindow_, &MainWindow::firstExposed, this, &DesktopApplication::logFirstExposure);
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState s) {
         if (s == Qt::ApplicationInactive)

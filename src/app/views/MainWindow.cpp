@@ -74,6 +74,7 @@ void MainWindow::buildMenus() {
     window->addAction(hubsAction_);
     QMenu* help = menuBar()->addMenu(QStringLiteral("&Help"));
     help->addAction(aboutAction_);
+    help->addAction(QStringLiteral("Diagnostics…"), this, &MainWindow::diagnosticsRequested);
 }
 
 void MainWindow::buildToolBar() {

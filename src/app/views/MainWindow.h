@@ -44,6 +44,7 @@ class MainWindow : public QMainWindow {
     void optionsRequested();
     void quitRequested();
     void aboutRequested();
+    void diagnosticsRequested();
     // The first time the window is on screen, for the start-up time in the log.
     void firstExposed();
 

@@ -36,11 +36,11 @@ class Backend {
 // "major.minor.patch" for a version packed as packVersion() packs it.
 QString versionText(std::uint32_t build);
 
-// Whether this build can talk to real hubs (the vendor library was built in).
-bool hardwareLibraryBuiltIn();
+// Whether this process can talk to real hubs (the hub library module is loaded).
+bool hardwareLibraryAvailable();
 
-// The backend for this process: the simulator when a socket is given, otherwise the vendor
-// library when it was built in, otherwise the unavailable backend.
+// The backend for this process: the simulator when a socket is given, otherwise the hub library
+// module's when it loaded, otherwise the unavailable backend (which logs why, once).
 std::shared_ptr<Backend> makeBackend(std::optional<QString> simulatorSocket);
 
 }  // namespace stem

@@ -1,7 +1,5 @@
 #include "hubs/stem/SdkBackend.h"
 
-#include "core/Log.h"
-
 #include <BrainStem2/BrainStem-all.h>
 
 #include <array>
@@ -43,7 +41,8 @@ class SdkPort final : public PortClass {
 
 class SdkPowerDelivery final : public PowerDeliveryClass {
   public:
-    explicit SdkPowerDelivery(BS::PowerDeliveryClass& entity) : e_(entity) {}
+    SdkPowerDelivery(BS::PowerDeliveryClass& entity, ModuleLogFunction log)
+        : e_(entity), log_(log) {}
     aErr setPowerRole(std::uint8_t v) override { return e_.setPowerRole(v); }
     aErr getPowerRole(std::uint8_t* v) override { return e_.getPowerRole(v); }
     aErr setOverride(std::uint32_t v) override { return e_.setOverride(v); }
@@ -56,16 +55,16 @@ class SdkPowerDelivery final : public PowerDeliveryClass {
         static_cast<void>(option);
         static_cast<void>(buffer);
         static_cast<void>(length);
-        ZMRLogLevel1(
-            QStringLiteral("This BrainStem2 SDK cannot send power-delivery messages "
-                           "(setUEIBytes needs SDK 2.10 or later); rebuild Tarvel "
-                           "against a newer SDK to reboot Macs or put them into DFU mode"));
+        log_("This BrainStem2 SDK cannot send power-delivery messages (setUEIBytes needs SDK "
+             "2.10 or later); rebuild the hub library module against a newer SDK to reboot "
+             "Macs or put them into DFU mode");
         return aErrUnimplemented;
 #endif
     }
 
   private:
     BS::PowerDeliveryClass& e_;
+    ModuleLogFunction log_;
 };
 
 class SdkSystem final : public SystemClass {
@@ -89,15 +88,15 @@ class SdkSystem final : public SystemClass {
 // to the hub's USB system entity; the power-delivery and system entities to the module itself.
 class SdkModule final : public Module {
   public:
-    SdkModule(std::uint8_t address, bool autoNetworking, std::uint8_t model)
+    SdkModule(std::uint8_t address, bool autoNetworking, std::uint8_t model, ModuleLogFunction log)
         : hub_(address, autoNetworking, model),
           ports_{SdkPort(hub_.hub.port[0]), SdkPort(hub_.hub.port[1]), SdkPort(hub_.hub.port[2]),
                  SdkPort(hub_.hub.port[3]), SdkPort(hub_.hub.port[4]), SdkPort(hub_.hub.port[5]),
                  SdkPort(hub_.hub.port[6]), SdkPort(hub_.hub.port[7])},
-          pds_{SdkPowerDelivery(hub_.pd[0]), SdkPowerDelivery(hub_.pd[1]),
-               SdkPowerDelivery(hub_.pd[2]), SdkPowerDelivery(hub_.pd[3]),
-               SdkPowerDelivery(hub_.pd[4]), SdkPowerDelivery(hub_.pd[5]),
-               SdkPowerDelivery(hub_.pd[6]), SdkPowerDelivery(hub_.pd[7])},
+          pds_{SdkPowerDelivery(hub_.pd[0], log), SdkPowerDelivery(hub_.pd[1], log),
+               SdkPowerDelivery(hub_.pd[2], log), SdkPowerDelivery(hub_.pd[3], log),
+               SdkPowerDelivery(hub_.pd[4], log), SdkPowerDelivery(hub_.pd[5], log),
+               SdkPowerDelivery(hub_.pd[6], log), SdkPowerDelivery(hub_.pd[7], log)},
           system_(hub_.system) {}
 
     aErr discoverAndConnect(LinkType type, std::uint32_t serialNumber) override {
@@ -132,6 +131,8 @@ bool moduleFound(const linkSpec* spec, bool* success, void* reference) {
 
 }  // namespace
 
+SdkBackend::SdkBackend(ModuleLogFunction log) : log_(log) {}
+
 std::uint8_t SdkBackend::aDiscovery_EnumerateModules(LinkType type, const ModuleFoundProc& callback,
                                                      std::uint32_t networkInterface) {
 #if TARVEL_BRAINSTEM_DISCOVERY_TAKES_INTERFACE
@@ -147,7 +148,7 @@ std::uint8_t SdkBackend::aDiscovery_EnumerateModules(LinkType type, const Module
 
 std::unique_ptr<Module> SdkBackend::createUSBHub3c(std::uint8_t address, bool autoNetworking,
                                                    std::uint8_t model) {
-    return std::make_unique<SdkModule>(address, autoNetworking, model);
+    return std::make_unique<SdkModule>(address, autoNetworking, model, log_);
 }
 
 void SdkBackend::aVersion_ParseString(std::uint32_t build, char* buffer, std::size_t length) {

@@ -72,8 +72,8 @@ std::uint8_t UnavailableBackend::aDiscovery_EnumerateModules(LinkType, const Mod
                                                              std::uint32_t) {
     if (!toldOnce.exchange(true)) {
         ZMRLogLevel1(reason_.isEmpty()
-                         ? QStringLiteral("No hub library in this build: no Acroname hubs can be "
-                                          "found (use --simulate for the station simulator)")
+                         ? QStringLiteral("No hub library module: no Acroname hubs can be found "
+                                          "(use --simulate for the station simulator)")
                          : reason_);
     }
     return 0;

@@ -4,8 +4,9 @@
 
 namespace stem {
 
-// The backend of a build without the vendor library: discovery finds nothing (and says so in the
-// log once per process), connecting finds no module, every entity call fails with Connection.
+// The backend of a process without the hub library module: discovery finds nothing (and says so
+// in the log once per process), connecting finds no module, every entity call fails with
+// Connection.
 class UnavailableBackend final : public Backend {
 public:
     // reason is logged with the first discovery, e.g. why the simulator could not be used.
