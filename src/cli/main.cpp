@@ -4,6 +4,7 @@
 #include "cli/HubCommands.h"
 #include "cli/LocalCommands.h"
 #include "cli/LogCommands.h"
+#include "cli/RecordsCommands.h"
 #include "cli/RestoreCommands.h"
 #include "cli/StationCommands.h"
 #include "cli/UsbCommands.h"
@@ -15,11 +16,13 @@
 #include "core/ZMRUnifiedLogger.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QStringList>
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -64,10 +67,20 @@ int reportUnknownCommand(CLI::App& app, const std::string& name) {
     return cli::exitUsage;
 }
 
+// A certificate is laid out with fonts, which only a GUI application object provides; the
+// offscreen platform needs no display.
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv) {
+    if (!cli::wantsCertificate(argc, argv))
+        return std::make_unique<QCoreApplication>(argc, argv);
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    return std::make_unique<QGuiApplication>(argc, argv);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication application(argc, argv);
+    const std::unique_ptr<QCoreApplication> application = makeApplication(argc, argv);
     core::Settings& settings = core::Settings::shared();
     core::registerBundledDefaults(settings);
 
@@ -86,6 +99,7 @@ int main(int argc, char** argv) {
     cli::addConfiguratorCommands(app, context);
     cli::addRestoreCommands(app, context);
     cli::addLocalCommands(app, context);
+    cli::addRecordsCommands(app, context);
 
     try {
         app.parse(argc, argv);
