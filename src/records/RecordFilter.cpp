@@ -40,8 +40,9 @@ QVariantList RecordFilter::values() const {
 }
 
 QDateTime RecordFilter::parseDate(const QString& text, bool endOfDay) {
-    const QDate day = QDate::fromString(text, Qt::ISODate);
-    if (day.isValid())
+    // QDate reads the date part of a full time too; only a bare date means a whole day.
+    const QDate day = QDate::fromString(text, QStringLiteral("yyyy-MM-dd"));
+    if (day.isValid() && text.size() == 10)
         return endOfDay ? QDateTime(day, QTime(23, 59, 59, 999)) : QDateTime(day, QTime(0, 0));
     return QDateTime::fromString(text, Qt::ISODateWithMs);
 }

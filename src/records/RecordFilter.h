@@ -13,13 +13,13 @@ namespace records {
 // Which records a listing, an export or a certificate wants. Every set field narrows; the
 // times compare with the record's end.
 struct RecordFilter {
-    QDateTime since;
-    QDateTime until;
-    QString serialNumber;
-    QString ecid;
-    std::optional<Outcome> outcome;
-    QString station;
-    QString batchId;
+    QDateTime since{};
+    QDateTime until{};
+    QString serialNumber{};
+    QString ecid{};
+    std::optional<Outcome> outcome{};
+    QString station{};
+    QString batchId{};
 
     // " WHERE …" with positional placeholders (empty when nothing narrows), and its values.
     QString whereClause() const;
