@@ -27,7 +27,7 @@ namespace {
 using records::RestoreRecord;
 
 struct ListOptions {
-    std::string since, until, serial, ecid, outcome, station;
+    std::string since, until, serial, ecid, outcome, station, batch;
     bool json = false;
     bool csv = false;
     bool facility = false;
@@ -109,6 +109,7 @@ std::optional<int> buildFilter(const ListOptions& o, records::RecordFilter* filt
     }
     filter->serialNumber = QString::fromStdString(o.serial);
     filter->station = QString::fromStdString(o.station);
+    filter->batchId = QString::fromStdString(o.batch);
     return std::nullopt;
 }
 
@@ -248,6 +249,7 @@ void addRecordsCommands(CLI::App& app, CliContext& context) {
     records->add_option("--ecid", o->ecid, "the Mac with this ECID");
     records->add_option("--outcome", o->outcome, "restored, failed, cancelled or abandoned");
     records->add_option("--station", o->station, "records of this station");
+    records->add_option("--batch", o->batch, "records of this batch");
     records->add_flag("--json", o->json, "print JSON");
     records->add_flag("--csv", o->csv, "print comma-separated values with a header");
     records->add_flag("--facility", o->facility,

@@ -74,7 +74,16 @@ std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv) {
         return std::make_unique<QCoreApplication>(argc, argv);
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
-    return std::make_unique<QGuiApplication>(argc, argv);
+    // Without a session (ssh, cron, a container) Qt complains of the runtime folder it never
+    // uses here; a script reading standard error must not take that for a failure.
+    const QtMessageHandler previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& message) {
+            if (!message.startsWith(QLatin1String("QStandardPaths:")))
+                std::fprintf(stderr, "%s\n", qPrintable(message));
+        });
+    auto application = std::make_unique<QGuiApplication>(argc, argv);
+    qInstallMessageHandler(previous);
+    return application;
 }
 
 }  // namespace
