@@ -1,6 +1,6 @@
 #include "cli/RecordsOutput.h"
 
-#include "core/Csv.h"
+#include "records/RecordCsv.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -36,26 +36,6 @@ QString table(const QList<RestoreRecord>& found) {
     return text;
 }
 
-QString csv(const QList<RestoreRecord>& found) {
-    const QStringList keys{"id",         "batchId",    "ecid",           "serialNumber",
-                           "modelIdentifier", "deviceName", "hubSerial", "hubPort",
-                           "location",   "station",    "operator",       "startedAt",
-                           "endedAt",    "durationMs", "outcome",        "exitStatus",
-                           "lastError",  "firmware",   "firmwareSha256", "tarvelVersion",
-                           "stationSequence", "previousHash", "hash"};
-    QString text = core::csvLine(keys);
-    for (const RestoreRecord& record : found) {
-        const QJsonObject object = record.toJson();
-        QStringList fields;
-        for (const QString& key : keys) {
-            const QJsonValue value = object.value(key);
-            fields << (value.isDouble() ? QString::number(value.toInteger()) : value.toString());
-        }
-        text += core::csvLine(fields);
-    }
-    return text;
-}
-
 }  // namespace
 
 QString recordsText(const QList<RestoreRecord>& found, RecordsFormat format) {
@@ -73,7 +53,7 @@ QString recordsText(const QList<RestoreRecord>& found, RecordsFormat format) {
             return QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented));
         }
         case RecordsFormat::csv:
-            return csv(found);
+            return records::recordsCsv(found);
     }
     return {};
 }

@@ -21,8 +21,12 @@ const char* const createTable = R"(CREATE TABLE IF NOT EXISTS tarvel_records (
     outcome TEXT NOT NULL, exit_status INTEGER, last_error TEXT NOT NULL,
     firmware TEXT NOT NULL, firmware_sha256 TEXT NOT NULL, tarvel_version TEXT NOT NULL,
     station_sequence BIGINT NOT NULL, previous_hash TEXT NOT NULL, hash TEXT NOT NULL,
-    received_at TIMESTAMPTZ NOT NULL DEFAULT now(),
-    UNIQUE (station, station_sequence)))";
+    received_at TIMESTAMPTZ NOT NULL DEFAULT now()))";
+
+// Not unique: a bench whose database was lost starts its chain again at 1, and its records must
+// still arrive (verify then names where the chain restarts) rather than stop its outbox for good.
+const char* const createChainIndex =
+    "CREATE INDEX IF NOT EXISTS tarvel_records_chain ON tarvel_records (station, station_sequence)";
 
 }  // namespace
 
@@ -76,7 +80,7 @@ bool FacilityDatabase::connect() {
     if (!database_.open())
         return fail(database_.lastError().text().trimmed());
     QSqlQuery query(database_);
-    if (!query.exec(QLatin1String(createTable))) {
+    if (!query.exec(QLatin1String(createTable)) || !query.exec(QLatin1String(createChainIndex))) {
         const QString why = query.lastError().text();
         database_.close();
         return fail(why);
@@ -135,7 +139,7 @@ QList<RestoreRecord> FacilityDatabase::find(const RecordFilter& filter, int limi
 }
 
 QList<RestoreRecord> FacilityDatabase::chainOrder() {
-    return select(" ORDER BY station, station_sequence", {});
+    return select(" ORDER BY station, station_sequence, received_at", {});
 }
 
 }  // namespace records
