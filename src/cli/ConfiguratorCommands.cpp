@@ -4,6 +4,7 @@
 #include "cli/RestoreProgressBar.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/SettingsKeys.h"
+#include "records/RestoreRecorder.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -13,7 +14,7 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTimer>
-
+#include <QUuid>
 
 #include <cstdio>
 #include <memory>
@@ -105,8 +106,10 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
 
     Interrupts interrupts([&] {
         // A second Ctrl-C while the tool winds down leaves at once.
-        if (cancelled)
+        if (cancelled) {
+            records::RestoreRecorder::shared().abandonUnfinished();
             std::_Exit(exitInterrupted);
+        }
         cancelled = utility.task(*ecid);
         bar.note(QStringLiteral("cancelling…"));
         utility.cancelRestore(device);
@@ -115,6 +118,11 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     utility.setUnreadableProgressObserver([&](const auto&, const QString& warning) {
         bar.note(QStringLiteral("warning: ") + warning);
     });
+    records::RestoreRecorder& recorder = records::RestoreRecorder::shared();
+    const QString batchId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    recorder.batchSubmitted(batchId, {device});
+    recorder.deviceStarted(batchId, *device,
+                           records::FirmwareUsed::fromSettings(*collaborators.settings));
     utility.restoreWithAC2ForDevice(
         device,
         [&](const auto&, const QVariant& step, float progress) {
@@ -122,6 +130,15 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
         },
         [&](const auto&, const QString& chunk) { bar.note(chunk.trimmed()); },
         [&](const auto&, bool failed, const QString& message) {
+            const QStringList errors = utility.restoreErrorLines(*ecid);
+            recorder.deviceEnded(*device,
+                                 device->didCancel() ? records::Outcome::cancelled
+                                 : failed            ? records::Outcome::failed
+                                                     : records::Outcome::restored,
+                                 utility.restoreExitStatus(*ecid),
+                                 failed && !device->didCancel() ? message
+                                 : errors.isEmpty()             ? QString()
+                                                                : errors.last());
             bar.finish();
             if (!failed) {
                 std::printf("Restore of %s completed.\n", qPrintable(formatEcid(*ecid)));

@@ -9,6 +9,7 @@
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Dispatch.h"
 #include "core/SimulatorAddress.h"
+#include "records/RestoreRecorder.h"
 #include "restore/RestoreSession.h"
 
 #include <QCoreApplication>
@@ -173,8 +174,9 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     QSet<std::uint64_t> finished;
     QObject::connect(&session, &restore::RestoreSession::deviceFinished,
                      [&](const restore::DevicePtr& device) { finished.insert(device->ecid()); });
-    // Every Mac of the batch is in the history, whichever way the run ends.
+    // Every Mac of the batch is in the history, and in the records, whichever way the run ends.
     const auto abandonedRecords = [&] {
+        records::RestoreRecorder::shared().abandonUnfinished();
         QList<restore::History> abandoned;
         for (const auto& device : devices)
             if (!finished.contains(device->ecid()))

@@ -5,6 +5,7 @@
 #include "cli/HubCommands.h"
 #include "cli/LocalCommands.h"
 #include "cli/LogCommands.h"
+#include "cli/RecordsCommands.h"
 #include "cli/RestoreCommands.h"
 #include "cli/StationCommands.h"
 #include "cli/UsbCommands.h"
@@ -16,11 +17,13 @@
 #include "core/ZMRUnifiedLogger.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QStringList>
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -65,10 +68,29 @@ int reportUnknownCommand(CLI::App& app, const std::string& name) {
     return cli::exitUsage;
 }
 
+// A certificate is laid out with fonts, which only a GUI application object provides; the
+// offscreen platform needs no display.
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv) {
+    if (!cli::wantsCertificate(argc, argv))
+        return std::make_unique<QCoreApplication>(argc, argv);
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Without a session (ssh, cron, a container) Qt complains of the runtime folder it never
+    // uses here; a script reading standard error must not take that for a failure.
+    const QtMessageHandler previous = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& message) {
+            if (!message.startsWith(QLatin1String("QStandardPaths:")))
+                std::fprintf(stderr, "%s\n", qPrintable(message));
+        });
+    auto application = std::make_unique<QGuiApplication>(argc, argv);
+    qInstallMessageHandler(previous);
+    return application;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication application(argc, argv);
+    const std::unique_ptr<QCoreApplication> application = makeApplication(argc, argv);
     core::Settings& settings = core::Settings::shared();
     core::registerBundledDefaults(settings);
 
@@ -88,6 +110,7 @@ int main(int argc, char** argv) {
     cli::addRestoreCommands(app, context);
     cli::addLocalCommands(app, context);
     cli::addDoctorCommand(app, context);
+    cli::addRecordsCommands(app, context);
 
     try {
         app.parse(argc, argv);

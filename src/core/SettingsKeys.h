@@ -58,6 +58,8 @@ inline constexpr auto acronameDelayAfterPuttingAllPortInDFUMode =
 inline constexpr auto recoverySleepBetweenReboots = "recoverySleepBetweenReboots";
 inline constexpr auto verifyTimeoutSeconds = "verifyTimeoutSeconds";
 inline constexpr auto acronameParallelHubs = "acronameParallelHubs";
+inline constexpr auto stationName = "stationName";
+inline constexpr auto recordsDatabaseURL = "recordsDatabaseURL";
 }  // namespace keys
 
 }  // namespace core

@@ -10,6 +10,7 @@
 #include "core/SettingRanges.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
+#include "records/RestoreRecorder.h"
 #include "usb/AutoDFU.h"
 
 #include <algorithm>
@@ -18,6 +19,8 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+
+#include <QUuid>
 
 namespace restore {
 namespace {
@@ -50,6 +53,7 @@ QString realText(float value) {
 // What is left of one batch while its restores run: the batch's ECIDs for the event scripts and
 // how many devices have yet to complete. Touched on the main thread only.
 struct RestoreQueue::Batch {
+    QString id;
     QString devices;
     int outstanding = 0;
     bool failed = false;
@@ -75,10 +79,13 @@ QString RestoreQueue::joinedEcids(const DeviceList& devices) {
 }
 
 void RestoreQueue::submit(const DeviceList& devices) {
-    queue_.async([this, devices] { doRestore(devices); });
+    const QString batchId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    if (c_.recorder)
+        c_.recorder->batchSubmitted(batchId, devices);
+    queue_.async([this, devices, batchId] { doRestore(devices, batchId); });
 }
 
-void RestoreQueue::doRestore(const DeviceList& devices) {
+void RestoreQueue::doRestore(const DeviceList& devices, const QString& batchId) {
     std::weak_ptr<int> alive = lifetime_;
     session_.isCancelling_.store(false);
     dispatch::main([this, alive] {
@@ -89,6 +96,7 @@ void RestoreQueue::doRestore(const DeviceList& devices) {
     c_.autoDFU->setAutoTarvState(AutoTarvState::restoring);
 
     auto batch = std::make_shared<Batch>();
+    batch->id = batchId;
     batch->devices = joinedEcids(devices);
     batch->outstanding = static_cast<int>(devices.size());
     for (qsizetype i = 0; i < devices.size(); ++i) {
@@ -133,9 +141,14 @@ void RestoreQueue::startDevice(const std::shared_ptr<Batch>& batch, const Device
     device->setDidCancel(false);
     device->setIsRestoring(true);
     std::weak_ptr<int> alive = lifetime_;
-    dispatch::main([this, alive, device] {
-        if (!alive.expired())
-            session_.setDeviceStatus(device, QStringLiteral("Preparing for restore..."));
+    const records::FirmwareUsed firmware =
+        c_.recorder ? records::FirmwareUsed::fromSettings(*c_.settings) : records::FirmwareUsed{};
+    dispatch::main([this, alive, device, batch, firmware] {
+        if (alive.expired())
+            return;
+        if (c_.recorder)
+            c_.recorder->deviceStarted(batch->id, *device, firmware);
+        session_.setDeviceStatus(device, QStringLiteral("Preparing for restore..."));
     });
     c_.configurator->restoreWithAC2ForDevice(
         device,
@@ -176,6 +189,8 @@ void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const Devi
         if (alive.expired())
             return;
         for (const DevicePtr& device : unstarted) {
+            if (c_.recorder)
+                c_.recorder->deviceEnded(*device, records::Outcome::cancelled, std::nullopt, {});
             session_.appendHistory(device, restoreCancelled);
             session_.setDeviceStatus(device, restoreCancelled);
             emit session_.deviceFinished(device);
@@ -191,6 +206,7 @@ void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const Devi
 
 void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
                                    bool failed, const QString& message) {
+    recordOutcome(device, failed, message);
     logLevel0(message, __LINE__);
     const bool useScript = c_.settings->boolForKey(core::keys::shouldUseEventScript);
     const QVariantMap devices{{QStringLiteral("devices"), batch->devices}};
@@ -232,6 +248,22 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
     }
     emit session_.deviceFinished(device);
     settle(batch, 1);
+}
+
+void RestoreQueue::recordOutcome(const DevicePtr& device, bool failed, const QString& message) {
+    if (!c_.recorder)
+        return;
+    // The same reading of the completion as deviceCompleted's: a cancel wins over a failure,
+    // and a restore that reached its end during a cancel is restored.
+    const records::Outcome outcome = device->didCancel() ? records::Outcome::cancelled
+                                     : failed            ? records::Outcome::failed
+                                                         : records::Outcome::restored;
+    const QStringList errors = c_.configurator->restoreErrorLines(device->ecid());
+    const QString lastError = outcome == records::Outcome::failed ? message
+                              : errors.isEmpty()                 ? QString()
+                                                                 : errors.last();
+    c_.recorder->deviceEnded(*device, outcome, c_.configurator->restoreExitStatus(device->ecid()),
+                             lastError);
 }
 
 void RestoreQueue::settle(const std::shared_ptr<Batch>& batch, int devices) {

@@ -33,11 +33,13 @@ class RestoreQueue {
   private:
     struct Batch;
 
-    void doRestore(const DeviceList& devices);
+    void doRestore(const DeviceList& devices, const QString& batchId);
     void postRestoreStarted(const DeviceList& devices);
     void startDevice(const std::shared_ptr<Batch>& batch, const DevicePtr& device);
     void skipUnstarted(const std::shared_ptr<Batch>& batch, const DeviceList& unstarted);
     void removeCacheIfWanted();
+    // Writes the outcome's durable record; before anything shows the outcome.
+    void recordOutcome(const DevicePtr& device, bool failed, const QString& message);
     void deviceCompleted(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
                          bool failed, const QString& message);
     void settle(const std::shared_ptr<Batch>& batch, int devices);

@@ -10,6 +10,7 @@
 #include "core/RealHomeFolder.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
+#include "records/RestoreRecorder.h"
 #include "usb/AutoDFU.h"
 
 #include <QDir>
@@ -34,6 +35,7 @@ RestoreSession::Collaborators RestoreSession::defaultCollaborators(app::AppState
     c.events = &EventNotification::shared();
     c.sounds = &SoundPlayer::shared();
     c.autoDFU = &AutoDFU::shared();
+    c.recorder = &records::RestoreRecorder::shared();
     c.homeFolder = core::realHomeFolder();
     c.firmwareCachePath = c.homeFolder + firmwareCacheSuffix;
     return c;

@@ -24,6 +24,10 @@ class Clock;
 class Settings;
 }  // namespace core
 
+namespace records {
+class RestoreRecorder;
+}
+
 namespace restore {
 
 class EventNotification;
@@ -50,11 +54,14 @@ class RestoreSession : public QObject {
         EventNotification* events = nullptr;
         SoundPlayer* sounds = nullptr;
         AutoDFU* autoDFU = nullptr;
+        // Keeps every outcome for good; none when null.
+        records::RestoreRecorder* recorder = nullptr;
         QString firmwareCachePath;  // the free-space label measures its volume when it exists
         QString homeFolder;         // ...and the home folder's otherwise
     };
 
-    // The shared services, and Apple Configurator's firmware cache below the real home folder.
+    // The shared services, the shared restore records, and Apple Configurator's firmware cache
+    // below the real home folder.
     static Collaborators defaultCollaborators(app::AppState* appState);
 
     explicit RestoreSession(Collaborators collaborators, QObject* parent = nullptr);

@@ -15,6 +15,7 @@ SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
     QDir().mkpath(logFolder());
     setPreference("LogFolderPath", logFolder());
     environment_.insert("XDG_CONFIG_HOME", folder_.filePath("config"));
+    environment_.insert("XDG_STATE_HOME", folder_.filePath("state"));
     environment_.remove("TARVEL_SIM");
     environment_.remove("TARVEL_CFGUTIL");
     environment_.remove("LD_PRELOAD");  // a test run under umockdev must not hand it on

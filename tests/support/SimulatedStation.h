@@ -37,6 +37,8 @@ public:
     QString socket() const { return socket_; }
     // The folder the LogFolderPath preference names (it exists from the start).
     QString logFolder() const { return folder_.filePath("logs"); }
+    // The restore records database of the tarvel-cli runs (in their own state folder).
+    QString recordsDatabase() const { return folder_.filePath("state/tarvel/records.sqlite"); }
     // Everything written to the log folder so far.
     QString log() const;
     QProcess& simulator() { return simulator_; }

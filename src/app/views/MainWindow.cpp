@@ -1,5 +1,7 @@
 #include "views/MainWindow.h"
 
+#include "views/RecordsWindow.h"
+
 #include "app/AppState.h"
 
 #include <QAction>
@@ -72,6 +74,9 @@ void MainWindow::buildMenus() {
     toolsMenu_->addAction(optionsAction_);
     QMenu* window = menuBar()->addMenu(QStringLiteral("&Window"));
     window->addAction(hubsAction_);
+    QAction* records = window->addAction(QStringLiteral("Records"));
+    records->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_R);
+    connect(records, &QAction::triggered, this, [] { RecordsWindow::showShared(); });
     QMenu* help = menuBar()->addMenu(QStringLiteral("&Help"));
     help->addAction(aboutAction_);
     help->addAction(QStringLiteral("Diagnostics…"), this, &MainWindow::diagnosticsRequested);

@@ -1,0 +1,195 @@
+#include "RecordSamples.h"
+
+#include "support/ProcessRun.h"
+
+#include "records/ChainVerifier.h"
+#include "records/FacilityDatabase.h"
+#include "records/RecordOutbox.h"
+#include "records/RecordStore.h"
+#include "records/RestoreRecorder.h"
+
+#include "configurator/AC2Device.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QUrl>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using records::Outcome;
+using testing_support::sampleRecord;
+
+const QDateTime noon(QDate(2026, 11, 20), QTime(12, 0), Qt::UTC);
+
+// The server pg_virtualenv started around this executable.
+QString serverURL() {
+    QUrl url;
+    url.setScheme("postgresql");
+    url.setHost(qEnvironmentVariable("PGHOST"));
+    url.setPort(qEnvironmentVariable("PGPORT").toInt());
+    url.setUserName(qEnvironmentVariable("PGUSER"));
+    url.setPassword(qEnvironmentVariable("PGPASSWORD"));
+    url.setPath('/' + qEnvironmentVariable("PGDATABASE"));
+    return url.toString();
+}
+
+bool controlServer(const char* action) {
+    QProcess control;
+    control.start("pg_ctlcluster", {qEnvironmentVariable("PGVERSION"), "regress", action, "-m", "fast"});
+    return control.waitForFinished(30000) && control.exitCode() == 0;
+}
+
+class Facility : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_FALSE(qEnvironmentVariableIsEmpty("PGPORT"))
+            << "run this under `pg_virtualenv -t` (ctest does)";
+        records::FacilityDatabase facility(serverURL());
+        ASSERT_TRUE(facility.connect()) << facility.lastError().toStdString();
+        execute("DROP TABLE IF EXISTS tarvel_records");
+    }
+
+    void execute(const QString& statement) {
+        {
+            records::FacilityDatabase open(serverURL());
+            ASSERT_TRUE(open.connect());
+            QSqlDatabase db = QSqlDatabase::addDatabase("QPSQL", "direct");
+            const QUrl url(serverURL());
+            db.setHostName(url.host());
+            db.setPort(url.port());
+            db.setUserName(url.userName());
+            db.setPassword(url.password());
+            db.setDatabaseName(url.path().mid(1));
+            ASSERT_TRUE(db.open());
+            QSqlQuery query(db);
+            ASSERT_TRUE(query.exec(statement)) << statement.toStdString();
+        }
+        QSqlDatabase::removeDatabase("direct");
+    }
+
+    QStringList facilityEcids() {
+        records::FacilityDatabase facility(serverURL());
+        QStringList ecids;
+        for (const auto& record : facility.chainOrder()) ecids << record.ecid;
+        return ecids;
+    }
+
+    QString storePath() const { return dir_.filePath("state/tarvel/records.sqlite"); }
+
+    QTemporaryDir dir_;
+};
+
+TEST_F(Facility, ForwardsInOrderAndKeepsEachRecordOnceWhenSentTwice) {
+    records::RecordStore store(storePath());
+    QStringList written;
+    for (int i = 0; i < 25; ++i) {
+        const QString ecid = QStringLiteral("E%1").arg(i, 2, 10, QChar('0'));
+        store.append(sampleRecord("bench", ecid, Outcome::restored, noon.addSecs(i)), true);
+        written << ecid;
+    }
+    // A bench that died after the facility committed its first records and before its outbox
+    // heard of it sends them again.
+    records::FacilityDatabase facility(serverURL());
+    QList<records::RestoreRecord> early;
+    for (const auto& waiting : store.waiting(5)) early << waiting.record;
+    ASSERT_TRUE(facility.insert(early)) << facility.lastError().toStdString();
+
+    const records::ForwardResult result = records::RecordOutbox::forwardWaiting(store, facility, 10);
+    EXPECT_TRUE(result.reached) << result.error.toStdString();
+    EXPECT_EQ(result.sent, 25);
+    EXPECT_EQ(result.waiting, 0);
+    EXPECT_EQ(facilityEcids(), written);
+    const auto check = records::ChainVerifier::verify(facility.chainOrder());
+    EXPECT_TRUE(check.intact) << check.firstFault.toStdString();
+    EXPECT_EQ(records::RecordOutbox::forwardWaiting(store, facility).sent, 0);
+}
+
+// The server goes away in the middle of a batch and comes back: outcomes go on being written
+// without waiting for it, wait in the outbox, and arrive once each, in order.
+TEST_F(Facility, OutboxWaitsWhileTheServerIsDownAndCatchesUpInOrder) {
+    records::RestoreRecorder::Collaborators c;
+    c.store = std::make_unique<records::RecordStore>(storePath());
+    c.outbox = std::make_unique<records::RecordOutbox>(
+        storePath(), serverURL(),
+        records::RecordOutbox::Options{.firstRetryMs = 100, .longestRetryMs = 400,
+                                       .connectTimeoutSeconds = 2});
+    c.station = "bench";
+    records::RestoreRecorder recorder(std::move(c));
+    QStringList written;
+    const auto restoreMac = [&](int i) {
+        AC2Device mac;
+        mac.setEcid(0xA00 + i);
+        recorder.batchSubmitted("batch", {});
+        QElapsedTimer took;
+        took.start();
+        ASSERT_TRUE(recorder.deviceEnded(mac, Outcome::restored, 0, {}));
+        EXPECT_LT(took.elapsed(), 250) << "writing an outcome waited for the facility";
+        written << QString::number(0xA00 + i, 16).toUpper();
+    };
+
+    for (int i = 0; i < 4; ++i) restoreMac(i);
+    ASSERT_TRUE(recorder.outbox()->waitUntilIdle(10000));
+    EXPECT_EQ(recorder.waitingToSync(), 0);
+    EXPECT_EQ(facilityEcids(), written);
+
+    ASSERT_TRUE(controlServer("stop"));
+    for (int i = 4; i < 10; ++i) restoreMac(i);
+    ASSERT_TRUE(recorder.outbox()->waitUntilIdle(10000));
+    EXPECT_EQ(recorder.waitingToSync(), 6);
+
+    ASSERT_TRUE(controlServer("start"));
+    QDeadlineTimer deadline(15000);
+    while (recorder.waitingToSync() > 0 && !deadline.hasExpired()) {
+        recorder.outbox()->wake();
+        recorder.outbox()->waitUntilIdle(5000);
+    }
+    EXPECT_EQ(recorder.waitingToSync(), 0);
+    EXPECT_EQ(facilityEcids(), written);
+    records::FacilityDatabase facility(serverURL());
+    EXPECT_TRUE(records::ChainVerifier::verify(facility.chainOrder()).intact);
+}
+
+TEST_F(Facility, CliSyncReportsAndVerifyNamesARecordRemovedFromTheFacility) {
+    QString removed;
+    {
+        records::RecordStore store(storePath());
+        for (const char* ecid : {"B1", "B2", "B3"})
+            store.append(sampleRecord("bench", ecid, Outcome::restored, noon), true);
+        removed = store.find({.ecid = "B2"}).first().id;
+    }
+    QDir().mkpath(dir_.filePath("config/kestrune.com"));
+    QFile settings(dir_.filePath("config/kestrune.com/Tarvel.conf"));
+    ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
+    settings.write("[General]\nrecordsDatabaseURL=" + serverURL().toUtf8() + "\n");
+    settings.close();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("XDG_STATE_HOME", dir_.filePath("state"));
+    environment.insert("XDG_CONFIG_HOME", dir_.filePath("config"));
+    const auto cli = [&](const QStringList& arguments) {
+        return testing_support::runExecutable("tarvel-cli", arguments, environment);
+    };
+
+    auto sync = cli({"records", "sync"});
+    EXPECT_EQ(sync.exitCode, 0) << sync.standardError.toStdString();
+    EXPECT_TRUE(sync.standardOutput.contains("Sent 3 records to postgresql://"));
+    EXPECT_TRUE(sync.standardOutput.contains("; 0 waiting."));
+    EXPECT_FALSE(sync.standardOutput.contains(qEnvironmentVariable("PGPASSWORD")));
+    EXPECT_EQ(cli({"records", "verify", "--facility"}).exitCode, 0);
+
+    execute("DELETE FROM tarvel_records WHERE ecid = 'B2'");
+    const auto verify = cli({"records", "verify", "--facility"});
+    EXPECT_EQ(verify.exitCode, 1);
+    EXPECT_TRUE(verify.standardError.contains("record 2 of station \"bench\" was removed"))
+        << verify.standardError.toStdString();
+    EXPECT_EQ(cli({"records", "--facility", "--ecid", "B3"}).standardOutput.count('\n'), 1);
+}
+
+}  // namespace

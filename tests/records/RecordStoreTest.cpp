@@ -1,0 +1,223 @@
+#include "RecordSamples.h"
+
+#include "records/ChainVerifier.h"
+#include "records/RecordSchema.h"
+#include "records/RecordStore.h"
+
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+using records::Outcome;
+using records::RecordStore;
+using testing_support::sampleRecord;
+
+const QDateTime noon(QDate(2026, 11, 20), QTime(12, 0), Qt::UTC);
+
+class RecordStoreTest : public ::testing::Test {
+  protected:
+    QString path() const { return dir_.filePath("state/records.sqlite"); }
+
+    // Runs SQL on the file behind the store's back, as someone with the file would.
+    void tamper(const QString& statement) const {
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "tamper");
+            db.setDatabaseName(path());
+            ASSERT_TRUE(db.open());
+            QSqlQuery query(db);
+            ASSERT_TRUE(query.exec(statement)) << statement.toStdString();
+        }
+        QSqlDatabase::removeDatabase("tamper");
+    }
+
+    QTemporaryDir dir_;
+};
+
+TEST_F(RecordStoreTest, ChainsEachStationSeparatelyAndVerifies) {
+    RecordStore store(path());
+    ASSERT_TRUE(store.isOpen()) << store.lastError().toStdString();
+    const auto first = store.append(sampleRecord("bench-a", "A1", Outcome::restored, noon), false);
+    const auto other = store.append(sampleRecord("bench-b", "B1", Outcome::failed, noon), false);
+    const auto second = store.append(sampleRecord("bench-a", "A2", Outcome::cancelled, noon), false);
+    ASSERT_TRUE(first && other && second);
+    EXPECT_EQ(first->stationSequence, 1);
+    EXPECT_EQ(first->previousHash, "");
+    EXPECT_EQ(other->stationSequence, 1);
+    EXPECT_EQ(second->stationSequence, 2);
+    EXPECT_EQ(second->previousHash, first->hash);
+    EXPECT_EQ(first->hash, first->computeHash());
+
+    const auto chain = store.chainOrder();
+    ASSERT_EQ(chain.size(), 3);
+    const auto result = records::ChainVerifier::verify(chain);
+    EXPECT_TRUE(result.intact) << result.firstFault.toStdString();
+    EXPECT_EQ(result.stations, 2);
+    // What was written reads back field for field.
+    const auto read = store.find({.ecid = "B1"});
+    ASSERT_EQ(read.size(), 1);
+    EXPECT_EQ(read[0].toJson(), other->toJson());
+    EXPECT_EQ(store.integrityCheck(), "ok");
+}
+
+TEST_F(RecordStoreTest, VerifyNamesAnEditedRecord) {
+    QString edited;
+    {
+        RecordStore store(path());
+        for (const char* ecid : {"A1", "A2", "A3"})
+            store.append(sampleRecord("bench", ecid, Outcome::failed, noon), false);
+        edited = store.find({.ecid = "A2"}).first().id;
+    }
+    tamper("UPDATE records SET outcome = 'restored' WHERE ecid = 'A2'");
+    RecordStore store(path());
+    const auto result = records::ChainVerifier::verify(store.chainOrder());
+    EXPECT_FALSE(result.intact);
+    EXPECT_EQ(result.recordId, edited);
+    EXPECT_TRUE(result.firstFault.contains("was changed")) << result.firstFault.toStdString();
+}
+
+TEST_F(RecordStoreTest, VerifyNamesARemovedRecordEvenWhenTheNextWasRehashed) {
+    {
+        RecordStore store(path());
+        for (const char* ecid : {"A1", "A2", "A3", "A4"})
+            store.append(sampleRecord("bench", ecid, Outcome::restored, noon), false);
+    }
+    tamper("DELETE FROM records WHERE ecid = 'A2'");
+    RecordStore store(path());
+    auto result = records::ChainVerifier::verify(store.chainOrder());
+    EXPECT_FALSE(result.intact);
+    EXPECT_TRUE(result.firstFault.startsWith("record 2 of station \"bench\" was removed"))
+        << result.firstFault.toStdString();
+
+    // Renumbering the rest and fixing its link still leaves a record whose hash no longer fits.
+    tamper("UPDATE records SET station_sequence = station_sequence - 1 WHERE station_sequence > 2");
+    result = records::ChainVerifier::verify(store.chainOrder());
+    EXPECT_FALSE(result.intact);
+    EXPECT_EQ(result.recordId, store.find({.ecid = "A3"}).first().id);
+}
+
+TEST_F(RecordStoreTest, FiltersNarrowTogetherAndListNewestFirst) {
+    RecordStore store(path());
+    store.append(sampleRecord("a", "E1", Outcome::restored, noon.addDays(-2), "C02X1"), false);
+    store.append(sampleRecord("a", "E2", Outcome::failed, noon.addDays(-1), "C02X2"), false);
+    store.append(sampleRecord("b", "E1", Outcome::restored, noon, "C02X1"), false);
+    store.append(sampleRecord("b", "E3", Outcome::abandoned, noon.addDays(1), "C02X3"), false);
+
+    const auto ecids = [&](const records::RecordFilter& filter) {
+        QStringList found;
+        for (const auto& record : store.find(filter)) found << record.station + record.ecid;
+        return found.join(' ').toStdString();
+    };
+    EXPECT_EQ(ecids({}), "bE3 bE1 aE2 aE1");
+    EXPECT_EQ(ecids({.serialNumber = "C02X1"}), "bE1 aE1");
+    EXPECT_EQ(ecids({.serialNumber = "C02X1", .station = "a"}), "aE1");
+    EXPECT_EQ(ecids({.outcome = Outcome::failed}), "aE2");
+    EXPECT_EQ(ecids({.since = noon.addDays(-1), .until = noon}), "bE1 aE2");
+    // A day given as a date covers the whole day, whatever the time zone.
+    const QDateTime day = records::RecordFilter::parseDate(
+        noon.addDays(1).toLocalTime().date().toString(Qt::ISODate), false);
+    EXPECT_EQ(ecids({.since = day}), "bE3");
+    EXPECT_FALSE(records::RecordFilter::parseDate("23/11/2026", false).isValid());
+}
+
+TEST_F(RecordStoreTest, MigratesAVersionOneDatabaseKeepingItsRecords) {
+    records::RestoreRecord old = sampleRecord("bench", "A1", Outcome::restored, noon);
+    old.stationSequence = 1;
+    old.hash = old.computeHash();
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "v1");
+        db.setDatabaseName(path());
+        QDir().mkpath(dir_.filePath("state"));
+        ASSERT_TRUE(db.open());
+        QSqlQuery query(db);
+        for (const QString& statement : records::RecordSchema::step(0))
+            ASSERT_TRUE(query.exec(statement));
+        ASSERT_TRUE(query.exec("PRAGMA user_version = 1"));
+        query.prepare("INSERT INTO records (id, batch_id, ecid, serial_number, model_identifier, "
+                      "device_name, hub_serial, hub_port, location, station, operator, "
+                      "started_at, ended_at, duration_ms, outcome, exit_status, last_error, "
+                      "firmware, firmware_sha256, tarvel_version, station_sequence, "
+                      "previous_hash, hash) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
+                      "?, ?, ?, ?, ?, ?, ?, ?)");
+        const QJsonObject o = old.toJson();
+        for (const char* key :
+             {"id", "batchId", "ecid", "serialNumber", "modelIdentifier", "deviceName",
+              "hubSerial", "hubPort", "location", "station", "operator", "startedAt", "endedAt",
+              "durationMs", "outcome", "exitStatus", "lastError", "firmware", "firmwareSha256",
+              "tarvelVersion", "stationSequence", "previousHash", "hash"})
+            query.addBindValue(o.value(key).toVariant());
+        ASSERT_TRUE(query.exec());
+    }
+    QSqlDatabase::removeDatabase("v1");
+
+    RecordStore store(path());
+    ASSERT_TRUE(store.isOpen()) << store.lastError().toStdString();
+    // The old record is still there and still chains; the new one follows it, and the outbox
+    // that version 2 added takes records.
+    const auto next = store.append(sampleRecord("bench", "A2", Outcome::restored, noon), true);
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->previousHash, old.hash);
+    EXPECT_EQ(store.waitingCount(), 1);
+    EXPECT_TRUE(records::ChainVerifier::verify(store.chainOrder()).intact);
+    EXPECT_EQ(store.find({.serialNumber = "SNA1"}).size(), 1);
+}
+
+TEST_F(RecordStoreTest, RefusesADatabaseFromANewerSchema) {
+    { RecordStore store(path()); }
+    tamper(QStringLiteral("PRAGMA user_version = %1").arg(records::RecordSchema::currentVersion + 1));
+    RecordStore store(path());
+    EXPECT_FALSE(store.isOpen());
+    EXPECT_TRUE(store.lastError().contains("newer Tarvel")) << store.lastError().toStdString();
+    EXPECT_FALSE(store.append(sampleRecord("bench", "A1", Outcome::restored, noon), false));
+}
+
+// Two programs writing the same station's chain at once (each connection is its own writer, as
+// the desktop application's and tarvel-cli's are): no record is lost, none shares a number, and
+// the chain is one line.
+TEST_F(RecordStoreTest, TwoWritersAtOnceKeepOneChain) {
+    { RecordStore created(path()); }
+    constexpr int each = 60;
+    const auto write = [&](const QString& prefix) {
+        RecordStore store(path());
+        for (int i = 0; i < each; ++i)
+            ASSERT_TRUE(store.append(sampleRecord("bench", prefix + QString::number(i),
+                                                  Outcome::restored, noon),
+                                     true))
+                << store.lastError().toStdString();
+    };
+    std::thread desktop(write, QStringLiteral("D"));
+    std::thread cli(write, QStringLiteral("C"));
+    desktop.join();
+    cli.join();
+    RecordStore store(path());
+    const auto chain = store.chainOrder();
+    EXPECT_EQ(chain.size(), 2 * each);
+    const auto result = records::ChainVerifier::verify(chain);
+    EXPECT_TRUE(result.intact) << result.firstFault.toStdString();
+    EXPECT_EQ(store.waitingCount(), 2 * each);
+    EXPECT_EQ(store.integrityCheck(), "ok");
+}
+
+TEST_F(RecordStoreTest, OutboxHandsRecordsOutInWrittenOrder) {
+    RecordStore store(path());
+    store.append(sampleRecord("a", "E1", Outcome::restored, noon), true);
+    store.append(sampleRecord("a", "E2", Outcome::restored, noon), false);
+    store.append(sampleRecord("b", "E3", Outcome::restored, noon), true);
+    store.append(sampleRecord("a", "E4", Outcome::restored, noon), true);
+    auto waiting = store.waiting(2);
+    ASSERT_EQ(waiting.size(), 2);
+    EXPECT_EQ(waiting[0].record.ecid, "E1");
+    EXPECT_EQ(waiting[1].record.ecid, "E3");
+    ASSERT_TRUE(store.removeFromOutbox({waiting[0].sequence, waiting[1].sequence}));
+    waiting = store.waiting(10);
+    ASSERT_EQ(waiting.size(), 1);
+    EXPECT_EQ(waiting[0].record.ecid, "E4");
+    EXPECT_EQ(store.waitingCount(), 1);
+}
+
+}  // namespace

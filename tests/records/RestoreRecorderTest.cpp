@@ -1,0 +1,105 @@
+#include "records/ChainVerifier.h"
+#include "records/RecordStore.h"
+#include "records/RecordOutbox.h"
+#include "records/RestoreRecorder.h"
+
+#include "configurator/AC2Device.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using records::Outcome;
+using records::RestoreRecorder;
+
+std::shared_ptr<AC2Device> mac(std::uint64_t ecid, std::int64_t location) {
+    auto device = std::make_shared<AC2Device>();
+    device->setEcid(ecid);
+    device->setLocationID(location);
+    device->setDeviceType("Mac14,3");
+    return device;
+}
+
+class RestoreRecorderTest : public ::testing::Test {
+  protected:
+    RestoreRecorderTest() {
+        RestoreRecorder::Collaborators c;
+        c.store = std::make_unique<records::RecordStore>(dir_.filePath("records.sqlite"));
+        c.station = "bench-7";
+        c.operatorName = "dana";
+        c.tarvelVersion = "9.9 (99)";
+        c.locate = [](std::int64_t location) {
+            return records::DeviceLocation{"1C3B4A01", static_cast<int>(location >> 16 & 0xF),
+                                           QStringLiteral("hub 1C3B4A01 port %1")
+                                               .arg(location >> 16 & 0xF)};
+        };
+        c.now = [this] { return clock_; };
+        recorder_ = std::make_unique<RestoreRecorder>(std::move(c));
+    }
+
+    QTemporaryDir dir_;
+    QDateTime clock_{QDate(2026, 11, 23), QTime(9, 0), Qt::UTC};
+    std::unique_ptr<RestoreRecorder> recorder_;
+};
+
+TEST_F(RestoreRecorderTest, RecordsEachOutcomeOfABatchWithWhereWhenAndWhichFirmware) {
+    const auto restored = mac(0x1A2B, 0x01120000);
+    const auto failed = mac(0x3C4D, 0x01130000);
+    const auto unstarted = mac(0x5E6F, 0x01140000);
+    recorder_->batchSubmitted("batch-9", {restored, failed, unstarted});
+    const records::FirmwareUsed custom{"/srv/UniversalMac.ipsw", QString(64, 'f')};
+    recorder_->deviceStarted("batch-9", *restored, custom);
+    clock_ = clock_.addSecs(5);
+    recorder_->deviceStarted("batch-9", *failed, {});
+    clock_ = clock_.addSecs(300);
+    const auto first = recorder_->deviceEnded(*restored, Outcome::restored, 0, {});
+    const auto second = recorder_->deviceEnded(*failed, Outcome::failed, 21, "error:21");
+    const auto third = recorder_->deviceEnded(*unstarted, Outcome::cancelled, std::nullopt, {});
+    ASSERT_TRUE(first && second && third);
+
+    EXPECT_EQ(first->ecid, "1A2B");
+    EXPECT_EQ(first->batchId, "batch-9");
+    EXPECT_EQ(first->hubPort, 2);
+    EXPECT_EQ(first->location, "hub 1C3B4A01 port 2");
+    EXPECT_EQ(first->station, "bench-7");
+    EXPECT_EQ(first->operatorName, "dana");
+    EXPECT_EQ(first->durationMs, 305000);
+    EXPECT_EQ(first->firmware, "/srv/UniversalMac.ipsw");
+    EXPECT_EQ(first->firmwareSha256, QString(64, 'f'));
+    EXPECT_EQ(first->exitStatus, 0);
+    EXPECT_EQ(first->modelIdentifier, "Mac14,3");
+    EXPECT_EQ(second->firmware, "latest");
+    EXPECT_EQ(second->lastError, "error:21");
+    EXPECT_EQ(second->durationMs, 300000);
+    // Cancelled before its turn: no time spent, no firmware put on it.
+    EXPECT_EQ(third->durationMs, 0);
+    EXPECT_EQ(third->firmware, "");
+    EXPECT_EQ(third->location, "hub 1C3B4A01 port 4");
+    EXPECT_EQ(recorder_->store()->find({.batchId = "batch-9"}).size(), 3);
+    EXPECT_EQ(recorder_->waitingToSync(), 0);  // no facility: nothing waits for one
+}
+
+TEST_F(RestoreRecorderTest, AbandonsOnlyTheMacsWhoseOutcomeNeverCame) {
+    const auto done = mac(0xA1, 0x01210000);
+    const auto running = mac(0xA2, 0x01220000);
+    const auto waiting = mac(0xA3, 0x01230000);
+    recorder_->batchSubmitted("b", {done, running, waiting});
+    recorder_->deviceStarted("b", *done, {});
+    recorder_->deviceStarted("b", *running, {});
+    recorder_->deviceEnded(*done, Outcome::restored, 0, {});
+    const auto abandoned = recorder_->abandonUnfinished();
+    QStringList ecids;
+    for (const auto& record : abandoned) {
+        ecids << record.ecid;
+        EXPECT_EQ(record.outcome, Outcome::abandoned);
+        EXPECT_EQ(record.modelIdentifier, "Mac14,3");  // known from the batch, not the outcome
+    }
+    ecids.sort();
+    EXPECT_EQ(ecids, QStringList({"A2", "A3"}));
+    EXPECT_TRUE(recorder_->abandonUnfinished().isEmpty());
+    EXPECT_TRUE(records::ChainVerifier::verify(recorder_->store()->chainOrder()).intact);
+}
+
+}  // namespace
