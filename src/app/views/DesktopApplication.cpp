@@ -9,6 +9,7 @@
 #include "views/MainWindow.h"
 #include "views/OptionsSheet.h"
 #include "views/QuitGuard.h"
+#include "views/WindowRoster.h"
 
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
@@ -73,8 +74,10 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
       delegate_(std::make_unique<app::AppDelegate>(delegateEnvironment())),
       quitGuard_(std::make_unique<QuitGuard>(*delegate_)),
       mainWindow_(new MainWindow(state_, &windowState_)),
+      windows_(std::make_unique<WindowRoster>(mainWindow_)),
       optionsModel_(optionsEnvironment()) {
-    mainWindow_->setAttribute(Qt::WA_DeleteOnClose);
+    // Closing the main window hides it (it is not deleted), so the hub window can bring it back;
+    // closing the last open window still quits, through the quit guard.
     quitGuard_->watch(mainWindow_);
     connect(mainWindow_, &MainWindow::hubWindowRequested, this, &DesktopApplication::showHubWindow);
     connect(mainWindow_, &MainWindow::optionsRequested, this, &DesktopApplication::showOptions);
@@ -87,10 +90,6 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
     });
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { delegate_->applicationWillTerminate(); });
-    connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
-        if (now && (now->window() == mainWindow_ || now->window() == hubWindow_))
-            lastActiveWindow_ = now->window();
-    });
     buildDeviceArea();
     buildTools();
     watchLogProblems();
@@ -239,7 +238,7 @@ app::AppDelegateEnvironment DesktopApplication::delegateEnvironment() {
         std::fflush(stdout);
     };
     environment.takeDisplaySleepAssertion = [] { app::DisplaySleepAssertion::takeOnce(); };
-    environment.bringToFront = [this] { bringToFront(); };
+    environment.bringToFront = [this] { windows_->bringToFront(); };
     environment.disconnectAllHubs = [this] { disconnectAllHubs(); };
     environment.startVersionCheck = [this] { startVersionCheck(); };
     return environment;
@@ -266,6 +265,9 @@ HubWindow* DesktopApplication::showHubWindow() {
             [] { USBManager::sharedManager()->startWatching(); }});
         hubWindow_ = new HubWindow(*hubController_);
         quitGuard_->watch(hubWindow_);
+        windows_->watch(hubWindow_);
+        connect(hubWindow_, &HubWindow::mainWindowRequested, windows_.get(),
+                &WindowRoster::showMainWindow);
         connect(hubWindow_, &HubWindow::closed, this,
                 [this] { delegate_->windowWillClose(app::AppDelegate::hubWindowIdentifier); });
     }
@@ -293,19 +295,6 @@ void DesktopApplication::startVersionCheck() {
         this);
     connect(versionCheck_, &app::VersionCheck::finished, versionCheck_, &QObject::deleteLater);
     versionCheck_->start();
-}
-
-// Back to the window the technician worked in, which after a DFU request is usually the hub
-// window, not necessarily the main one.
-void DesktopApplication::bringToFront() {
-    QWidget* window = lastActiveWindow_ ? lastActiveWindow_.data() : mainWindow_.data();
-    if (!window)
-        return;
-    window->show();
-    window->raise();
-    window->activateWindow();
-    if (QWindow* handle = window->windowHandle())
-        handle->requestActivate();
 }
 
 void DesktopApplication::disconnectAllHubs() {

@@ -39,6 +39,7 @@ class HubWindow;
 class MainWindow;
 class OptionsSheet;
 class QuitGuard;
+class WindowRoster;
 
 // One run of the desktop application: it builds the delegate, the windows and the services they
 // share, and wires them to each other and to the application object.
@@ -66,7 +67,6 @@ class DesktopApplication : public QObject {
     void buildTools();
     QWidget* buildLocalPortGroup();
     void startVersionCheck();
-    void bringToFront();
     void disconnectAllHubs();
     void quit();
     void showAbout();
@@ -80,13 +80,13 @@ class DesktopApplication : public QObject {
     std::unique_ptr<app::AppDelegate> delegate_;
     std::unique_ptr<QuitGuard> quitGuard_;
     QPointer<MainWindow> mainWindow_;
+    std::unique_ptr<WindowRoster> windows_;
     std::shared_ptr<ZMRAcronameManager> hubManager_;
     std::unique_ptr<app::HubController> hubController_;
     QPointer<HubWindow> hubWindow_;
     app::OptionsSheetModel optionsModel_;
     QPointer<OptionsSheet> optionsSheet_;
     QPointer<app::VersionCheck> versionCheck_;
-    QPointer<QWidget> lastActiveWindow_;
     QString firmwareCachePath_;
     std::unique_ptr<restore::RestoreSession> session_;
     std::unique_ptr<app::DeviceListModel> devices_;

@@ -10,6 +10,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QMenuBar>
 #include <QStatusBar>
 #include <QStyle>
 #include <QTableView>
@@ -44,6 +45,7 @@ HubWindow::HubWindow(app::HubController& controller, QWidget* parent)
     setCentralWidget(table_);
     statusBar()->addWidget(status_, 1);
     buildToolBar();
+    buildMenus();
     buildContextMenu();
     bindController();
     resize(760, 420);
@@ -90,6 +92,17 @@ void HubWindow::buildToolBar() {
     bar->addActions({dfuAction_, restartAction_, recoveryAction_});
     bar->addSeparator();
     bar->addActions({refreshAction_, rebootHubAction_, toggleLEDAction_});
+}
+
+void HubWindow::buildMenus() {
+    QMenu* hubs = menuBar()->addMenu(QStringLiteral("&Hubs"));
+    hubs->addActions({dfuAction_, restartAction_, recoveryAction_});
+    hubs->addSeparator();
+    hubs->addActions({refreshAction_, rebootHubAction_, toggleLEDAction_});
+    mainWindowAction_ = new QAction(QStringLiteral("Main Window"), this);
+    mainWindowAction_->setShortcut(Qt::CTRL | Qt::Key_0);
+    connect(mainWindowAction_, &QAction::triggered, this, &HubWindow::mainWindowRequested);
+    menuBar()->addMenu(QStringLiteral("&Window"))->addAction(mainWindowAction_);
 }
 
 // The rows' own menu names the sequences for what they do to the rows clicked on.

@@ -33,9 +33,12 @@ class HubWindow : public QMainWindow {
     QAction* refreshAction() const { return refreshAction_; }
     QAction* rebootHubAction() const { return rebootHubAction_; }
     QAction* toggleLEDAction() const { return toggleLEDAction_; }
+    // Window ▸ Main Window: the way back to a main window that was closed.
+    QAction* mainWindowAction() const { return mainWindowAction_; }
 
   signals:
     void closed();
+    void mainWindowRequested();
 
   protected:
     void showEvent(QShowEvent* event) override;
@@ -46,6 +49,7 @@ class HubWindow : public QMainWindow {
                         void (app::HubController::*action)(const QSet<QUuid>&));
     void buildToolBar();
     void buildContextMenu();
+    void buildMenus();
     void bindController();
     void updateActions();
     void updateStatus();
@@ -60,6 +64,7 @@ class HubWindow : public QMainWindow {
     QAction* refreshAction_ = nullptr;
     QAction* rebootHubAction_ = nullptr;
     QAction* toggleLEDAction_ = nullptr;
+    QAction* mainWindowAction_ = nullptr;
 };
 
 }  // namespace views
