@@ -14,13 +14,19 @@
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
 #include "usb/AutoDFU.h"
+#include "views/CollapsibleSection.h"
 #include "views/DevicePanel.h"
+#include "views/MainWindow.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QItemSelectionModel>
 #include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QSplitter>
+#include <QToolButton>
+#include <QVBoxLayout>
 #include <QSortFilterProxyModel>
 #include <QTableView>
 #include <QTest>
@@ -130,6 +136,46 @@ TEST_F(DeviceArea, CopyPutsTheSelectedSerialNumbersOnTheClipboardInTableOrder) {
     panel->copySerialNumbers();
     EXPECT_EQ(QApplication::clipboard()->text(), "SN-B1\nSN-A1\n");
     EXPECT_EQ(controller->csv(panel->selectedRows()).count('\n'), 3);
+}
+
+// The main window as the application lays it out, on a bench of 35 Macs.
+TEST_F(DeviceArea, ThirtyFiveMacsNeedOnlyAShortScrollAt1280By800) {
+    configurator::DeviceList bench;
+    for (int i = 0; i < 35; ++i)
+        bench.append(mac(0xC00 + i, QStringLiteral("SN-C%1").arg(i), 0x2000000 + (i << 16), true));
+    devices.applyListing(bench);
+
+    views::MainWindow window(appState, nullptr);
+    auto* area = new QWidget;
+    auto* layout = new QVBoxLayout(area);
+    auto* fullPanel = new views::DevicePanel(*controller, devices, *session, *history, lookup);
+    auto* localPort = new views::CollapsibleSection("This Mac's DFU Port", new QLabel("controls"));
+    layout->addWidget(fullPanel, 1);
+    layout->addWidget(localPort);
+    window.setDeviceArea(area);
+    localPort->setExpanded(false);
+    window.show();
+    ASSERT_EQ(window.size(), QSize(1280, 800));
+    QTableView* table = fullPanel->table();
+    QApplication::processEvents();
+    EXPECT_GE(table->rowAt(table->viewport()->height() - 1), 19) << "20 rows or more in view";
+    EXPECT_GE(fullPanel->historyTable()->height(), fullPanel->historyTable()->minimumHeight());
+
+    // Unfolding the host's port takes its room from the table, and folding gives it back.
+    const int folded = table->height();
+    localPort->header()->click();
+    QApplication::processEvents();
+    EXPECT_TRUE(localPort->body()->isVisible());
+    EXPECT_LT(table->height(), folded);
+    localPort->header()->click();
+    QApplication::processEvents();
+    EXPECT_GE(table->rowAt(table->viewport()->height() - 1), 19);
+
+    // The batch's bar says what it measures.
+    appState.setIsRunning(true);
+    EXPECT_TRUE(window.batchProgress()->isVisible());
+    EXPECT_EQ(window.batchProgress()->accessibleName(), "Restore batch progress");
+    appState.setIsRunning(false);
 }
 
 }  // namespace

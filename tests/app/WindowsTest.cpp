@@ -21,6 +21,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QHeaderView>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -102,6 +103,18 @@ TEST_F(HubWindowTest, ContextLabelsAndHubCommandsActOnTheSelection) {
     window.toggleLEDAction()->trigger();
     window.rebootHubAction()->trigger();
     EXPECT_EQ(station->requests, (QStringList{"led 1002", "reboot 1002"}));
+}
+
+TEST_F(HubWindowTest, EveryCommandHasAPictureOfItsOwn) {
+    QList<QImage> pictures;
+    for (QAction* action : {window.dfuAction(), window.restartAction(), window.recoveryAction(),
+                            window.refreshAction(), window.rebootHubAction(),
+                            window.toggleLEDAction()}) {
+        const QImage picture = action->icon().pixmap(24, 24).toImage();
+        ASSERT_FALSE(picture.isNull()) << qPrintable(action->text());
+        EXPECT_FALSE(pictures.contains(picture)) << qPrintable(action->text());
+        pictures << picture;
+    }
 }
 
 TEST_F(HubWindowTest, ClosingTheWindowTellsTheApplication) {

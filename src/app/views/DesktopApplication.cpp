@@ -2,6 +2,7 @@
 
 #include "usb/UsbRegistry.h"
 
+#include "views/CollapsibleSection.h"
 #include "views/DevicePanel.h"
 #include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
@@ -44,6 +45,7 @@
 #include <QFileInfo>
 #include <QKeySequence>
 #include <QMenu>
+#include <QSplitter>
 #include <QToolBar>
 #include <QVBoxLayout>
 #include <QMessageBox>
@@ -54,6 +56,9 @@
 
 namespace views {
 namespace {
+
+const QString kLocalPortExpandedKey = QStringLiteral("MainWindow/localPortExpanded");
+const QString kDeviceSplitterKey = QStringLiteral("MainWindow/deviceSplitter");
 
 app::OptionsSheetModel::Environment optionsEnvironment() {
     return {&core::Settings::shared(),
@@ -139,14 +144,32 @@ void DesktopApplication::buildDeviceArea() {
     auto* area = new QWidget;
     auto* layout = new QVBoxLayout(area);
     layout->addWidget(devicePanel_, 1);
-    layout->addWidget(buildLocalPortGroup());
+    layout->addWidget(buildLocalPortSection());
     mainWindow_->setDeviceArea(area);
+    rememberSplitter(devicePanel_->splitter());
 
     // While a batch runs the application refuses to quit, and the status line shows its bar.
     connect(session_.get(), &restore::RestoreSession::preventTerminationChanged, delegate_.get(),
             &app::AppDelegate::setPreventTermination);
     connect(session_.get(), &restore::RestoreSession::batchRunningChanged, &state_,
             &app::AppState::setIsRunning);
+}
+
+// Folded or not, as the technician left it: on a bench of hubs it is rarely used.
+QWidget* DesktopApplication::buildLocalPortSection() {
+    auto* section =
+        new CollapsibleSection(QStringLiteral("This Mac's DFU Port"), buildLocalPortGroup());
+    section->setExpanded(windowState_.value(kLocalPortExpandedKey, false).toBool());
+    connect(section, &CollapsibleSection::expandedChanged, this,
+            [this](bool expanded) { windowState_.setValue(kLocalPortExpandedKey, expanded); });
+    return section;
+}
+
+void DesktopApplication::rememberSplitter(QSplitter* splitter) {
+    splitter->restoreState(windowState_.value(kDeviceSplitterKey).toByteArray());
+    connect(splitter, &QSplitter::splitterMoved, this, [this, splitter] {
+        windowState_.setValue(kDeviceSplitterKey, splitter->saveState());
+    });
 }
 
 // The host's own DFU port: its actions, and the automatic cycle handing Macs to the same restore

@@ -16,6 +16,7 @@
 class AC2Device;
 class FirmwareUpdater;
 class ZMRAcronameManager;
+class QSplitter;
 
 namespace app {
 class DeviceListModel;
@@ -66,6 +67,8 @@ class DesktopApplication : public QObject {
     void buildDeviceArea();
     void buildTools();
     QWidget* buildLocalPortGroup();
+    QWidget* buildLocalPortSection();
+    void rememberSplitter(QSplitter* splitter);
     void startVersionCheck();
     void disconnectAllHubs();
     void quit();

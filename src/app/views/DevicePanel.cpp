@@ -88,11 +88,14 @@ DevicePanel::DevicePanel(app::DeviceTableController& controller, app::DeviceList
       session_(session),
       history_(history),
       dfuPorts_(dfuPorts) {
-    auto* splitter = new QSplitter(Qt::Vertical);
-    splitter->addWidget(buildTable());
-    splitter->addWidget(buildHistory());
-    splitter->setStretchFactor(0, 3);
-    splitter->setStretchFactor(1, 1);
+    splitter_ = new QSplitter(Qt::Vertical);
+    splitter_->addWidget(buildTable());
+    splitter_->addWidget(buildHistory());
+    splitter_->setStretchFactor(0, 1);
+    splitter_->setStretchFactor(1, 0);
+    splitter_->setChildrenCollapsible(false);
+    // The history starts with room for four records; the rest goes to the bench.
+    splitter_->setSizes({600, 6 * (fontMetrics().height() + 8) + 12});
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(buildControls());
@@ -100,7 +103,7 @@ DevicePanel::DevicePanel(app::DeviceTableController& controller, app::DeviceList
     notice_->setVisible(false);
     notice_->setWordWrap(true);
     layout->addWidget(notice_);
-    layout->addWidget(splitter, 1);
+    layout->addWidget(splitter_, 1);
     bindSession();
     updateButtons();
     // Keyboard selection works as soon as the window has the focus.
@@ -168,7 +171,7 @@ QWidget* DevicePanel::buildTable() {
     table_->setAlternatingRowColors(true);
     table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     table_->horizontalHeader()->setStretchLastSection(true);
-    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 10);
+    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 8);
     table_->setItemDelegateForColumn(app::DeviceListModel::Status, new StatusDelegate(table_));
     table_->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(table_, &QWidget::customContextMenuRequested, this, &DevicePanel::showContextMenu);
@@ -201,6 +204,10 @@ QWidget* DevicePanel::buildHistory() {
     header->addWidget(exportButton);
     layout->addLayout(header);
     layout->addWidget(historyTable_);
+    // Never fewer than two records; dragging the splitter gives more.
+    historyTable_->setMinimumHeight(historyTable_->horizontalHeader()->sizeHint().height() +
+                                    2 * (historyTable_->fontMetrics().height() + 8) + 4);
+    historyTable_->verticalHeader()->setDefaultSectionSize(historyTable_->fontMetrics().height() + 8);
     // The newest record is the one a technician looks for.
     connect(&history_, &QAbstractItemModel::rowsInserted, historyTable_,
             [this] { historyTable_->scrollToBottom(); });

@@ -7,6 +7,7 @@ class QCheckBox;
 class QLabel;
 class QPushButton;
 class QSortFilterProxyModel;
+class QSplitter;
 class QTableView;
 
 namespace app {
@@ -34,6 +35,8 @@ class DevicePanel : public QWidget {
 
     QTableView* table() const { return table_; }
     QTableView* historyTable() const { return historyTable_; }
+    // The device table above, the history below; the window remembers where it was dragged.
+    QSplitter* splitter() const { return splitter_; }
     QPushButton* restoreButton() const { return restoreButton_; }
     QPushButton* cancelButton() const { return cancelButton_; }
     QLabel* notice() const { return notice_; }
@@ -63,6 +66,7 @@ class DevicePanel : public QWidget {
     QSortFilterProxyModel* sorted_ = nullptr;
     QTableView* table_ = nullptr;
     QTableView* historyTable_ = nullptr;
+    QSplitter* splitter_ = nullptr;
     QPushButton* restoreButton_ = nullptr;
     QPushButton* cancelButton_ = nullptr;
     QPushButton* refreshButton_ = nullptr;

@@ -12,7 +12,6 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QStatusBar>
-#include <QStyle>
 #include <QTableView>
 #include <QToolBar>
 
@@ -21,8 +20,10 @@
 namespace views {
 namespace {
 
-QIcon themed(const char* name, QStyle::StandardPixmap fallback, const QStyle* style) {
-    return QIcon::fromTheme(QString::fromLatin1(name), style->standardIcon(fallback));
+// Drawn for this window, one distinct picture per command: theme icons repeat themselves (the
+// refresh and restart arrows) or mean something else where a theme lacks them.
+QIcon drawn(const char* name) {
+    return QIcon(QStringLiteral(":/icons/%1.svg").arg(QLatin1String(name)));
 }
 
 }  // namespace
@@ -62,26 +63,24 @@ QAction* HubWindow::makeAction(const QString& label, const QIcon& icon,
 }
 
 void HubWindow::buildToolBar() {
-    const QStyle* look = style();
-    dfuAction_ =
-        makeAction(QStringLiteral("Put All in DFU"), themed("go-down", QStyle::SP_ArrowDown, look),
-                   &app::HubController::dfu);
+    dfuAction_ = makeAction(QStringLiteral("Put All in DFU"), drawn("put-in-dfu"),
+                            &app::HubController::dfu);
     dfuAction_->setShortcut(Qt::CTRL | Qt::Key_D);
     restartAction_ = makeAction(QStringLiteral("Restart All"),
-                                themed("system-reboot", QStyle::SP_BrowserReload, look),
+                                drawn("restart-all"),
                                 &app::HubController::restart);
     restartAction_->setShortcut(Qt::CTRL | Qt::Key_R);
     recoveryAction_ = makeAction(QStringLiteral("Put All Recovery"),
-                                 themed("help-faq", QStyle::SP_DialogHelpButton, look),
+                                 drawn("recovery"),
                                  &app::HubController::recovery);
     recoveryAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_R);
     rebootHubAction_ = makeAction(QStringLiteral("Reboot Hub"),
-                                  themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
+                                  drawn("reboot-hub"),
                                   &app::HubController::rebootHub);
     toggleLEDAction_ = makeAction(QStringLiteral("Toggle Hub LED"),
-                                  themed("dialog-information", QStyle::SP_DialogYesButton, look),
+                                  drawn("hub-led"),
                                   &app::HubController::toggleLED);
-    refreshAction_ = new QAction(themed("view-refresh", QStyle::SP_BrowserReload, look),
+    refreshAction_ = new QAction(drawn("refresh"),
                                  QStringLiteral("Refresh"), this);
     refreshAction_->setShortcut(QKeySequence::Refresh);
     connect(refreshAction_, &QAction::triggered, &controller_, &app::HubController::refresh);
@@ -109,7 +108,7 @@ void HubWindow::buildMenus() {
 void HubWindow::buildContextMenu() {
     auto* menu = new QMenu(this);
     menu->addAction(QStringLiteral("DFU Mode"), dfuAction_, &QAction::trigger);
-    menu->addAction(style()->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Restart"),
+    menu->addAction(drawn("restart-all"), QStringLiteral("Restart"),
                     restartAction_, &QAction::trigger);
     menu->addAction(QStringLiteral("Recovery"), recoveryAction_, &QAction::trigger);
     table_->setContextMenuPolicy(Qt::CustomContextMenu);
