@@ -50,6 +50,7 @@ struct DeviceListModel::Row {
     std::shared_ptr<AC2Device> device;
     bool listed = false;  // in Apple Configurator's last listing
     bool onUSB = false;   // the registry last reported it present
+    bool inRecovery = false;
     float progress = -1;
     QDateTime leftAt;  // when it stopped being either, for the grace period
 
@@ -114,6 +115,8 @@ QVariant DeviceListModel::data(const QModelIndex& index, int role) const {
             return display(row, index.column());
         case ProgressRole:
             return row.progress;
+        case RecoveryRole:
+            return row.inRecovery;
         case SortRole:
             if (index.column() == Ecid)
                 return QVariant::fromValue<quint64>(row.device->ecid());
@@ -223,6 +226,7 @@ void DeviceListModel::usbDevicesAdded(const QList<DeviceIOKitInfo>& devices) {
             device.setSerialNumber(identity.serialNumber);
         device.setLocationID(info.usbAddress);
         device.setInDFU(info.productName.contains(QLatin1String("DFU Mode")));
+        rows_[row].inRecovery = info.productName.contains(QLatin1String("Recovery Mode"));
         if (device.name().isEmpty())
             device.setName(info.productName);
         if (device.deviceType().isEmpty() && info.chip != 0)

@@ -12,6 +12,7 @@
 #include "views/QuitGuard.h"
 #include "views/WindowRoster.h"
 
+#include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
 #include "app/DfuPortLookup.h"
@@ -59,6 +60,9 @@ namespace {
 
 const QString kLocalPortExpandedKey = QStringLiteral("MainWindow/localPortExpanded");
 const QString kDeviceSplitterKey = QStringLiteral("MainWindow/deviceSplitter");
+const QString kBenchMapShownKey = QStringLiteral("MainWindow/benchMapShown");
+// USB arrivals come in bursts; the hubs' ports are read once the burst is over.
+constexpr int kHubPortsDelayMs = 300;
 
 app::OptionsSheetModel::Environment optionsEnvironment() {
     return {&core::Settings::shared(),
@@ -140,13 +144,19 @@ void DesktopApplication::buildDeviceArea() {
     deviceTable_ = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
         &core::Settings::shared(), restoreEnvironment.configurator, session_.get(), devices_.get(),
         &state_, &core::NotificationCenter::defaultCenter()});
-    devicePanel_ = new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_);
+    benchMap_ = std::make_unique<app::BenchMap>(*devices_, AutoDFU::dfuPortAddress);
+    devicePanel_ =
+        new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_, *benchMap_);
+    connect(devicePanel_, &DevicePanel::portCommandRequested, this,
+            &DesktopApplication::runPortCommand);
     auto* area = new QWidget;
     auto* layout = new QVBoxLayout(area);
     layout->addWidget(devicePanel_, 1);
     layout->addWidget(buildLocalPortSection());
     mainWindow_->setDeviceArea(area);
     rememberSplitter(devicePanel_->splitter());
+    rememberBenchMapChoice();
+    followHubPorts();
 
     // While a batch runs the application refuses to quit, and the status line shows its bar.
     connect(session_.get(), &restore::RestoreSession::preventTerminationChanged, delegate_.get(),
@@ -170,6 +180,66 @@ void DesktopApplication::rememberSplitter(QSplitter* splitter) {
     connect(splitter, &QSplitter::splitterMoved, this, [this, splitter] {
         windowState_.setValue(kDeviceSplitterKey, splitter->saveState());
     });
+}
+
+void DesktopApplication::rememberBenchMapChoice() {
+    QAction* toggle = mainWindow_->benchMapAction();
+    toggle->setChecked(windowState_.value(kBenchMapShownKey, false).toBool());
+    devicePanel_->showBenchMap(toggle->isChecked());
+    connect(toggle, &QAction::toggled, this, [this](bool shown) {
+        windowState_.setValue(kBenchMapShownKey, shown);
+        devicePanel_->showBenchMap(shown);
+    });
+}
+
+// The bench map has a tile for every usable port of the hubs on the bus, whether or not the hub
+// window ever connected to them; it follows hubs plugged in and pulled out.
+void DesktopApplication::followHubPorts() {
+    hubPortsDelay_.setSingleShot(true);
+    hubPortsDelay_.setInterval(kHubPortsDelayMs);
+    connect(&hubPortsDelay_, &QTimer::timeout, this, &DesktopApplication::readHubPorts);
+    core::NotificationCenter& center = core::NotificationCenter::defaultCenter();
+    for (const QString& name :
+         {USBManager::deviceAddedNotification, USBManager::deviceRemovedNotification})
+        hubPortObservers_.push_back(center.addObserver(name, [this](const QString&, const QVariantMap&) {
+            QMetaObject::invokeMethod(&hubPortsDelay_, qOverload<>(&QTimer::start));
+        }));
+    readHubPorts();
+}
+
+void DesktopApplication::readHubPorts() {
+    hubPortNamesAge_.start();
+    if (const auto devices = usb::UsbRegistry::shared().devices())
+        hubPortNames_.emplace(*devices);
+    if (hubPortNames_)
+        benchMap_->setHubPorts(hubPortNames_->names());
+}
+
+// The hub window's rows know which ports are disabled; the registry cannot tell.
+void DesktopApplication::showDisabledPorts() {
+    QSet<QString> disabled;
+    for (const app::HubDevice& row : hubController_->hubDevices())
+        if (row.acronamePort && !row.acronamePort->isEnabled())
+            disabled.insert(QStringLiteral("%1:%2")
+                                .arg(QString::number(row.hubSerialNumber, 16).toUpper())
+                                .arg(row.portID));
+    benchMap_->setDisabledPorts(disabled);
+}
+
+void DesktopApplication::runPortCommand(const QString& port, PortCommand command) {
+    if (port.isEmpty()) {
+        switch (command) {
+            case PortCommand::DFU: firmwareUpdater_->gogoDFUMode(); break;
+            case PortCommand::Restart: firmwareUpdater_->restart(); break;
+            case PortCommand::Recovery: firmwareUpdater_->recovery(); break;
+        }
+        return;
+    }
+    HubWindow* hubs = showHubWindow();
+    QAction* action = command == PortCommand::DFU       ? hubs->dfuAction()
+                      : command == PortCommand::Restart ? hubs->restartAction()
+                                                        : hubs->recoveryAction();
+    hubs->runOnPort(port, action);
 }
 
 // The host's own DFU port: its actions, and the automatic cycle handing Macs to the same restore
@@ -235,6 +305,8 @@ DfuPortWindow* DesktopApplication::showDfuPortLookup() {
 
 DesktopApplication::~DesktopApplication() {
     core::NotificationCenter::defaultCenter().removeObserver(logProblemObserver_);
+    for (const auto observer : hubPortObservers_)
+        core::NotificationCenter::defaultCenter().removeObserver(observer);
     delete dfuPortWindow_;
     delete hubWindow_;
     delete mainWindow_;
@@ -291,6 +363,8 @@ HubWindow* DesktopApplication::showHubWindow() {
         windows_->watch(hubWindow_);
         connect(hubWindow_, &HubWindow::mainWindowRequested, windows_.get(),
                 &WindowRoster::showMainWindow);
+        connect(hubController_.get(), &app::HubController::rowsRebuilt, this,
+                &DesktopApplication::showDisabledPorts);
         connect(hubWindow_, &HubWindow::closed, this,
                 [this] { delegate_->windowWillClose(app::AppDelegate::hubWindowIdentifier); });
     }

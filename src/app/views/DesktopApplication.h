@@ -4,11 +4,13 @@
 #include "app/AppState.h"
 #include "app/OptionsSheetModel.h"
 #include "usb/HubPortNames.h"
+#include "views/DevicePanel.h"
 
 #include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QSettings>
+#include <QTimer>
 
 #include <cstdint>
 #include <memory>
@@ -19,6 +21,7 @@ class ZMRAcronameManager;
 class QSplitter;
 
 namespace app {
+class BenchMap;
 class DeviceListModel;
 class DeviceTableController;
 class DfuPortLookup;
@@ -33,7 +36,6 @@ class RestoreSession;
 
 namespace views {
 
-class DevicePanel;
 class LocalDFUGroupView;
 class DfuPortWindow;
 class HubWindow;
@@ -76,6 +78,11 @@ class DesktopApplication : public QObject {
     void logFirstExposure();
     void watchLogProblems();
     QString hubPortOf(const AC2Device& device);
+    void readHubPorts();
+    void followHubPorts();
+    void rememberBenchMapChoice();
+    void runPortCommand(const QString& port, PortCommand command);
+    void showDisabledPorts();
 
     qint64 launchedAt_;
     app::AppState state_;
@@ -95,6 +102,7 @@ class DesktopApplication : public QObject {
     std::unique_ptr<app::DeviceListModel> devices_;
     std::unique_ptr<app::HistoryModel> history_;
     std::unique_ptr<app::DfuPortLookup> dfuPorts_;
+    std::unique_ptr<app::BenchMap> benchMap_;
     std::unique_ptr<app::DeviceTableController> deviceTable_;
     QPointer<DevicePanel> devicePanel_;
     QPointer<DfuPortWindow> dfuPortWindow_;
@@ -104,6 +112,8 @@ class DesktopApplication : public QObject {
     std::optional<usb::HubPortNames> hubPortNames_;
     QElapsedTimer hubPortNamesAge_;
     std::uint64_t logProblemObserver_ = 0;
+    std::vector<std::uint64_t> hubPortObservers_;
+    QTimer hubPortsDelay_;
 };
 
 }  // namespace views

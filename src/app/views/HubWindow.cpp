@@ -16,6 +16,7 @@
 #include <QToolBar>
 
 #include <functional>
+#include <utility>
 
 namespace views {
 namespace {
@@ -135,6 +136,8 @@ void HubWindow::bindController() {
         updateStatus();
     });
     connect(&controller_, &app::HubController::rowsRebuilt, this, &HubWindow::updateStatus);
+    connect(&controller_, &app::HubController::rowsRebuilt, this,
+            &HubWindow::runPendingPortAction);
     connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &HubWindow::updateActions);
     connect(controller_.model(), &QAbstractItemModel::modelReset, this, &HubWindow::updateActions);
@@ -155,6 +158,30 @@ void HubWindow::updateStatus() {
     status_->setText(controller_.isRefreshing()
                          ? QStringLiteral("Refreshing…")
                          : QStringLiteral("device count: %1").arg(controller_.hubDevices().size()));
+}
+
+void HubWindow::runOnPort(const QString& port, QAction* action) {
+    pendingPort_ = port;
+    pendingAction_ = action;
+    if (!controller_.isRefreshing() && !controller_.hubDevices().isEmpty())
+        runPendingPortAction();
+}
+
+void HubWindow::runPendingPortAction() {
+    if (!pendingAction_)
+        return;
+    const auto& rows = controller_.hubDevices();
+    for (qsizetype row = 0; row < rows.size(); ++row) {
+        const QString name = QStringLiteral("%1:%2")
+                                 .arg(QString::number(rows[row].hubSerialNumber, 16).toUpper())
+                                 .arg(rows[row].portID);
+        if (name != pendingPort_)
+            continue;
+        table_->selectRow(static_cast<int>(row));
+        std::exchange(pendingAction_, nullptr)->trigger();
+        return;
+    }
+    pendingAction_ = nullptr;
 }
 
 QSet<QUuid> HubWindow::selectedDevices() const {

@@ -24,6 +24,9 @@ class HubWindow : public QMainWindow {
     explicit HubWindow(app::HubController& controller, QWidget* parent = nullptr);
 
     QSet<QUuid> selectedDevices() const;
+    // Selects the row of the port named "HUB:PORT" and triggers `action` (one of the sequences)
+    // on it, once the rows being built list that port. A port no rebuild lists is left alone.
+    void runOnPort(const QString& port, QAction* action);
     QTableView* table() const { return table_; }
     ProgressSheet* progressSheet() const { return progressSheet_; }
 
@@ -53,6 +56,7 @@ class HubWindow : public QMainWindow {
     void bindController();
     void updateActions();
     void updateStatus();
+    void runPendingPortAction();
 
     app::HubController& controller_;
     QTableView* table_;
@@ -65,6 +69,8 @@ class HubWindow : public QMainWindow {
     QAction* rebootHubAction_ = nullptr;
     QAction* toggleLEDAction_ = nullptr;
     QAction* mainWindowAction_ = nullptr;
+    QString pendingPort_;
+    QAction* pendingAction_ = nullptr;
 };
 
 }  // namespace views
