@@ -31,10 +31,13 @@ QString groupOf(const QString& port) {
 BenchMap::BenchMap(DeviceListModel& devices, std::int64_t hostPortLocation, QObject* parent)
     : QObject(parent), devices_(devices), hostPortLocation_(hostPortLocation),
       looks_(builtInLooks()) {
+    pendingRebuild_.setSingleShot(true);
+    pendingRebuild_.setInterval(0);
+    connect(&pendingRebuild_, &QTimer::timeout, this, &BenchMap::rebuild);
     for (const auto signal : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved})
-        connect(&devices_, signal, this, &BenchMap::rebuild);
-    connect(&devices_, &QAbstractItemModel::dataChanged, this, &BenchMap::rebuild);
-    connect(&devices_, &QAbstractItemModel::modelReset, this, &BenchMap::rebuild);
+        connect(&devices_, signal, this, &BenchMap::rebuildSoon);
+    connect(&devices_, &QAbstractItemModel::dataChanged, this, &BenchMap::rebuildSoon);
+    connect(&devices_, &QAbstractItemModel::modelReset, this, &BenchMap::rebuildSoon);
     rebuild();
 }
 
@@ -72,8 +75,14 @@ void BenchMap::addClassifier(Classifier classifier) {
     rebuild();
 }
 
-// Every change of the device list comes here; at 35 Macs a pass is a few hundred comparisons.
+void BenchMap::rebuildSoon() {
+    if (!pendingRebuild_.isActive())
+        pendingRebuild_.start();
+}
+
+// At 35 Macs a pass is a few hundred comparisons.
 void BenchMap::rebuild() {
+    pendingRebuild_.stop();
     QHash<QString, int> rowOfPort;
     int hostRow = -1;
     for (int row = 0; row < devices_.rowCount(); ++row) {

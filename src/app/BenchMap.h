@@ -6,6 +6,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 
 #include <cstdint>
 #include <functional>
@@ -90,6 +91,8 @@ class BenchMap : public QObject {
 
   private:
     void rebuild();
+    // Many Macs report progress many times a second: their changes are drawn once a round.
+    void rebuildSoon();
     BenchTile tileFor(const QString& port, int deviceRow) const;
     QString stateOf(const BenchTile& tile, const AC2Device* device) const;
 
@@ -100,6 +103,7 @@ class BenchMap : public QObject {
     QList<BenchTile> tiles_;
     QHash<QString, BenchTileLook> looks_;
     QList<Classifier> classifiers_;
+    QTimer pendingRebuild_;
 };
 
 }  // namespace app
