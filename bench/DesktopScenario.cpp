@@ -5,7 +5,7 @@
 // show, the longest stall of the main loop (the longest gap between the ticks of a 1 ms timer),
 // and the peak resident memory.
 //
-//   tarvel-bench-desktop [SECONDS]   (QT_QPA_PLATFORM=offscreen, or on an X display)
+//   tarvel-bench-desktop [SECONDS [table|map|both]]   (QT_QPA_PLATFORM=offscreen, or on X)
 
 #include "app/AppState.h"
 #include "app/BenchMap.h"
@@ -24,6 +24,9 @@
 #include <QElapsedTimer>
 #include <QTimer>
 #include <QVBoxLayout>
+
+#include <algorithm>
+#include <functional>
 
 #include <sys/resource.h>
 
@@ -79,6 +82,7 @@ int main(int argc, char** argv) {
     sinceStart.start();
     QApplication application(argc, argv);
     const int seconds = argc > 1 ? std::max(1, QString(argv[1]).toInt()) : 10;
+    const QString shown = argc > 2 ? QString(argv[2]) : QStringLiteral("both");
 
     app::AppState state;
     restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state));
@@ -117,13 +121,17 @@ int main(int argc, char** argv) {
     QElapsedTimer clock;
     clock.start();
     qint64 lastTick = 0;
-    qint64 longestStall = 0;
+    // The longest stalls, with when they ended (ns since the batch began).
+    QList<std::pair<qint64, qint64>> stalls;
     QTimer ticks;
     ticks.setTimerType(Qt::PreciseTimer);
     QObject::connect(&ticks, &QTimer::timeout, [&] {
         const qint64 now = clock.nsecsElapsed();
         if (lastTick)
-            longestStall = std::max(longestStall, now - lastTick);
+            stalls.append({now - lastTick, now});
+        std::sort(stalls.begin(), stalls.end(), std::greater<>());
+        if (stalls.size() > 5)
+            stalls.removeLast();
         lastTick = now;
     });
     ticks.start(1);
@@ -154,10 +162,12 @@ int main(int argc, char** argv) {
     });
     churn.start(50);
 
-    bool mapShown = false;
+    bool mapShown = shown == QLatin1String("map");
+    panel->showBenchMap(mapShown);
     QTimer flip;
     QObject::connect(&flip, &QTimer::timeout, [&] { panel->showBenchMap(mapShown = !mapShown); });
-    flip.start(2000);
+    if (shown == QLatin1String("both"))
+        flip.start(2000);
 
     QTimer::singleShot(seconds * 1000, &application, &QApplication::quit);
     QApplication::exec();
@@ -165,7 +175,10 @@ int main(int argc, char** argv) {
     std::printf("window shown after %lld ms (from main)\n", static_cast<long long>(shownAfter));
     std::printf("%d Macs, %d s: %d progress rounds, %d USB re-enumerations\n", kMacs, seconds,
                 progressTick, churned);
-    std::printf("longest main-loop stall: %.1f ms\n", double(longestStall) / 1e6);
+    std::printf("longest main-loop stalls:");
+    for (const auto& [length, end] : stalls)
+        std::printf(" %.1f ms (at %.2f s)", double(length) / 1e6, double(end) / 1e9);
+    std::printf("\n");
     std::printf("peak resident memory: %.1f MB\n", double(peakResidentKilobytes()) / 1024.0);
     return 0;
 }
