@@ -1,5 +1,6 @@
 #include "views/BenchTileButton.h"
 
+#include <QFontMetricsF>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -83,8 +84,14 @@ void BenchTileButton::paintEvent(QPaintEvent*) {
     painter.setPen(QColor(look_.ink));
     painter.setFont(scaled(font(), 1.9, true));
     painter.drawText(inner, Qt::AlignLeft | Qt::AlignTop, tile_.label);
-    painter.setFont(scaled(font(), 1.35, true));
-    painter.drawText(inner.adjusted(0, 30, 0, 0), Qt::AlignHCenter | Qt::AlignTop, stateText());
+    // The word as large as the tile allows: "Restoring 100%" needs a smaller size than "DFU".
+    const QString word = stateText();
+    QFont wordFont = scaled(font(), 1.35, true);
+    while (QFontMetricsF(wordFont).horizontalAdvance(word) > inner.width() &&
+           wordFont.pointSizeF() > font().pointSizeF() * 0.8)
+        wordFont.setPointSizeF(wordFont.pointSizeF() * 0.92);
+    painter.setFont(wordFont);
+    painter.drawText(inner.adjusted(0, 30, 0, 0), Qt::AlignHCenter | Qt::AlignTop, word);
     if (tile_.deviceRow >= 0 && !tile_.modelName.isEmpty()) {
         painter.setFont(scaled(font(), 0.9, false));
         painter.drawText(inner.adjusted(0, 56, 0, 0),
