@@ -1,5 +1,7 @@
 #include "app/DeviceListModel.h"
 
+#include "app/MacModelNames.h"
+
 #include "core/Clock.h"
 #include "core/Csv.h"
 #include "core/NotificationCenter.h"
@@ -48,6 +50,7 @@ struct DeviceListModel::Row {
     std::shared_ptr<AC2Device> device;
     bool listed = false;  // in Apple Configurator's last listing
     bool onUSB = false;   // the registry last reported it present
+    bool inRecovery = false;
     float progress = -1;
     QDateTime leftAt;  // when it stopped being either, for the grace period
 
@@ -82,7 +85,7 @@ QVariant DeviceListModel::display(const Row& row, int column) const {
     const AC2Device& device = *row.device;
     switch (column) {
         case Name: return device.name();
-        case Model: return device.deviceType();
+        case Model: return MacModelNames::shipped().displayName(device.deviceType());
         case Ecid: return device.ecid() ? formatEcid(device.ecid()) : QString();
         case Serial: return device.serialNumber();
         case Location: return device.locationID() ? hexLocation(device.locationID()) : QString();
@@ -112,6 +115,8 @@ QVariant DeviceListModel::data(const QModelIndex& index, int role) const {
             return display(row, index.column());
         case ProgressRole:
             return row.progress;
+        case RecoveryRole:
+            return row.inRecovery;
         case SortRole:
             if (index.column() == Ecid)
                 return QVariant::fromValue<quint64>(row.device->ecid());
@@ -119,6 +124,8 @@ QVariant DeviceListModel::data(const QModelIndex& index, int role) const {
                 return QVariant::fromValue<qint64>(row.device->locationID());
             return display(row, index.column());
         case Qt::ToolTipRole:
+            if (index.column() == Model && !row.device->deviceType().isEmpty())
+                return row.device->deviceType();
             return index.column() == Status ? display(row, Status) : QVariant();
         default:
             return {};
@@ -176,7 +183,9 @@ void DeviceListModel::applyListing(const configurator::DeviceList& listed) {
         device.setEcid(fresh->ecid());
         device.setUdid(fresh->udid());
         device.setProductID(fresh->productID());
-        device.setDeviceType(fresh->deviceType());
+        // A listing taken while a Mac changes modes may lack the model it reported before.
+        if (!fresh->deviceType().isEmpty())
+            device.setDeviceType(fresh->deviceType());
         device.setLocationID(fresh->locationID());
         device.setInDFU(fresh->inDFU());
         device.setIoKitInfo(fresh->ioKitInfo());
@@ -217,8 +226,11 @@ void DeviceListModel::usbDevicesAdded(const QList<DeviceIOKitInfo>& devices) {
             device.setSerialNumber(identity.serialNumber);
         device.setLocationID(info.usbAddress);
         device.setInDFU(info.productName.contains(QLatin1String("DFU Mode")));
+        rows_[row].inRecovery = info.productName.contains(QLatin1String("Recovery Mode"));
         if (device.name().isEmpty())
             device.setName(info.productName);
+        if (device.deviceType().isEmpty() && info.chip != 0)
+            device.setDeviceType(MacModelNames::shipped().identifierOfChip(info.chip, info.board));
         rows_[row].onUSB = true;
         rows_[row].leftAt = {};
         changed(row);

@@ -38,6 +38,8 @@ class DeviceListModel : public QAbstractTableModel {
     static constexpr int ProgressRole = Qt::UserRole + 1;
     // A value that sorts the column naturally (numbers as numbers).
     static constexpr int SortRole = Qt::UserRole + 2;
+    // Whether USB last showed the Mac in recovery mode (a boolean).
+    static constexpr int RecoveryRole = Qt::UserRole + 3;
     static constexpr qint64 disconnectedGraceSeconds = 60;
 
     struct Collaborators {

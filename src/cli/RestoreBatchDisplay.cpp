@@ -21,6 +21,13 @@ int terminalWidth() {
     return 80;
 }
 
+// Wide enough for "Mac mini (M2 Pro, 2023)"; longer names end in an ellipsis.
+constexpr int modelWidth = 24;
+
+QString shortened(const QString& text, int width) {
+    return text.size() <= width ? text : text.left(width - 1) + QChar(0x2026);
+}
+
 }  // namespace
 
 RestoreBatchDisplay::RestoreBatchDisplay(QList<Device> devices, bool json)
@@ -36,7 +43,10 @@ RestoreBatchDisplay::RestoreBatchDisplay(QList<Device> devices, Style style, int
     QJsonArray listed;
     for (const Device& device : devices) {
         rows_.append({device, QStringLiteral("waiting"), 0});
-        listed.append(QJsonObject{{"ecid", formatEcid(device.ecid)}, {"serialNumber", device.serialNumber}});
+        listed.append(QJsonObject{{"ecid", formatEcid(device.ecid)},
+                                  {"serialNumber", device.serialNumber},
+                                  {"port", device.hubPort},
+                                  {"model", device.model}});
     }
     if (style_ == Style::Json)
         emitJson({{"event", "batch"}, {"devices", listed}});
@@ -120,8 +130,10 @@ void RestoreBatchDisplay::finish() {
 
 QString RestoreBatchDisplay::row(int index) const {
     const Row& row = rows_[index];
-    return cut(QStringLiteral("%1  %2  %3 %4%  %5")
+    return cut(QStringLiteral("%1  %2  %3  %4  %5 %6%  %7")
                    .arg(formatEcid(row.device.ecid), -18)
+                   .arg(row.device.hubPort.isEmpty() ? QStringLiteral("-") : row.device.hubPort, -10)
+                   .arg(shortened(row.device.model, modelWidth), -modelWidth)
                    .arg(row.device.serialNumber, -12)
                    .arg(progressBar(row.progress, 20))
                    .arg(qRound(row.progress * 100), 3)

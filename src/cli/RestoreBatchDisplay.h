@@ -10,14 +10,16 @@
 
 namespace cli {
 
-// A batch of restores on the terminal: one live row per device (ECID, serial number, what it is
-// doing, a bar) and the batch's progress message under them, redrawn in place. Piped, every
+// A batch of restores on the terminal: one live row per device (ECID, hub port, model, serial
+// number, a bar, what it is doing) and the batch's progress message under them, redrawn in place. Piped, every
 // change is one plain line instead, without control characters; with --json, one JSON object.
 class RestoreBatchDisplay {
   public:
     struct Device {
         std::uint64_t ecid = 0;
         QString serialNumber;
+        QString hubPort;  // "1C3B4A01:3"; empty off the hubs
+        QString model;    // the marketing name, else the model identifier
     };
     enum class Style { Terminal, Plain, Json };
 

@@ -6,11 +6,14 @@
 #include "cli/SimulatorLoss.h"
 
 #include "app/AppState.h"
+#include "app/MacModelNames.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Dispatch.h"
 #include "core/SimulatorAddress.h"
 #include "records/RestoreRecorder.h"
 #include "restore/RestoreSession.h"
+#include "usb/HubPortNames.h"
+#include "usb/UsbRegistry.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -145,7 +148,12 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     app::AppState appState;
     restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&appState));
     QList<RestoreBatchDisplay::Device> rows;
-    for (const auto& device : devices) rows.append({device->ecid(), device->serialNumber()});
+    const auto registry = usb::UsbRegistry::shared().devices();
+    const usb::HubPortNames ports(registry.value_or(QList<usb::PropertyMap>()));
+    for (const auto& device : devices)
+        rows.append({device->ecid(), device->serialNumber(),
+                     ports.nameOf(static_cast<std::uint64_t>(device->locationID())),
+                     app::MacModelNames::shipped().displayName(device->deviceType())});
     RestoreBatchDisplay display(rows, options.json);
 
     QObject::connect(&session, &restore::RestoreSession::deviceProgress,

@@ -3,6 +3,7 @@
 #include "core/Log.h"
 #include "usb/PropertyValues.h"
 
+#include <QRegularExpression>
 #include <QtGlobal>
 
 namespace {
@@ -18,6 +19,13 @@ const usb::PropertyMap* firstMatch(const QList<usb::PropertyMap>& services, std:
             return &service;
     }
     return nullptr;
+}
+
+// "CPID:8103 CPRV:11 ... BDID:22 ECID:..." holds its fields in hexadecimal; 0 when absent.
+int bootRomField(const QString& serial, const QString& field) {
+    const QRegularExpression pattern(QStringLiteral("\\b%1:([0-9A-Fa-f]{1,8})\\b").arg(field));
+    const QRegularExpressionMatch match = pattern.match(serial);
+    return match.hasMatch() ? match.captured(1).toInt(nullptr, 16) : 0;
 }
 
 }  // namespace
@@ -114,9 +122,12 @@ DeviceIOKitInfo DeviceIOKit::deviceInfoWithService(const usb::PropertyMap* servi
             qFatal("USB registry reports a negative ECID (%lld)", qlonglong(*ecid));
         info.ecid = *ecid;
     }
-    info.serialNumber =
-        normalizedSerialNumberWithSerialNumber(usb::textProperty(*service, usb::keys::serialNumber))
-            .value_or(QString());
+    const std::optional<QString> serial = usb::textProperty(*service, usb::keys::serialNumber);
+    info.serialNumber = normalizedSerialNumberWithSerialNumber(serial).value_or(QString());
+    if (serial) {
+        info.chip = bootRomField(*serial, QStringLiteral("CPID"));
+        info.board = bootRomField(*serial, QStringLiteral("BDID"));
+    }
     info.usbAddress = usb::signedProperty(*service, usb::keys::locationID).value_or(0);
     return info;
 }

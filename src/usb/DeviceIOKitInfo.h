@@ -14,6 +14,10 @@ struct DeviceIOKitInfo {
     std::int64_t usbAddress = 0;  // the locationID
     QString productName;
     std::int64_t ecid = 0;
+    // A boot ROM names its chip (CPID) and board (BDID) in its serial, which tells the model of a
+    // Mac in DFU mode; 0 for other devices.
+    int chip = 0;
+    int board = 0;
 
     bool operator==(const DeviceIOKitInfo&) const = default;
 };

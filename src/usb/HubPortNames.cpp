@@ -43,6 +43,13 @@ QString HubPortNames::nameOf(std::uint64_t location) const {
     return names_.value(location);
 }
 
+QStringList HubPortNames::names() const {
+    QStringList names = locations_.keys();
+    // Ports are single digits, so plain text order keeps a hub's ports together and in order.
+    names.sort();
+    return names;
+}
+
 std::optional<std::uint64_t> HubPortNames::locationOf(const QString& name) const {
     const auto found = locations_.constFind(name.toUpper());
     return found == locations_.cend() ? std::nullopt : std::optional(*found);

@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
 #include <optional>
@@ -20,6 +21,8 @@ class HubPortNames {
 
     // The port at `location`; empty when it is not a usable port of a hub on the bus.
     QString nameOf(std::uint64_t location) const;
+    // Every usable port of the hubs on the bus, hub by hub and port by port.
+    QStringList names() const;
     // The location of the port named "HUB:PORT"; nullopt when that hub is not on the bus.
     std::optional<std::uint64_t> locationOf(const QString& name) const;
 

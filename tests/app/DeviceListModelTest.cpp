@@ -81,7 +81,7 @@ TEST_F(DeviceList, ADeviceSeenOnlyOnUSBShowsAndIsJoinedByTheListingByECID) {
     model.applyListing({listed(0x16594A1492801E, "", 0x1110000)});
     ASSERT_EQ(model.rowCount(), 1);
     EXPECT_EQ(model.deviceAt(0), row) << "the same record, so a restore's status stays";
-    EXPECT_EQ(cell(0, DeviceListModel::Model), "Macmini9,1");
+    EXPECT_EQ(cell(0, DeviceListModel::Model), "Mac mini (M1, 2020)");
     EXPECT_EQ(cell(0, DeviceListModel::Location), "0x1110000");
 }
 

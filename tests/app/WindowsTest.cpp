@@ -4,6 +4,7 @@
 #include "views/OptionsSheet.h"
 #include "views/ProgressSheet.h"
 #include "views/QuitGuard.h"
+#include "views/WindowRoster.h"
 
 #include "ScriptedHubStation.h"
 
@@ -20,9 +21,11 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QHeaderView>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStatusBar>
@@ -102,6 +105,18 @@ TEST_F(HubWindowTest, ContextLabelsAndHubCommandsActOnTheSelection) {
     EXPECT_EQ(station->requests, (QStringList{"led 1002", "reboot 1002"}));
 }
 
+TEST_F(HubWindowTest, EveryCommandHasAPictureOfItsOwn) {
+    QList<QImage> pictures;
+    for (QAction* action : {window.dfuAction(), window.restartAction(), window.recoveryAction(),
+                            window.refreshAction(), window.rebootHubAction(),
+                            window.toggleLEDAction()}) {
+        const QImage picture = action->icon().pixmap(24, 24).toImage();
+        ASSERT_FALSE(picture.isNull()) << qPrintable(action->text());
+        EXPECT_FALSE(pictures.contains(picture)) << qPrintable(action->text());
+        pictures << picture;
+    }
+}
+
 TEST_F(HubWindowTest, ClosingTheWindowTellsTheApplication) {
     QSignalSpy closed(&window, &views::HubWindow::closed);
     window.close();
@@ -167,6 +182,77 @@ TEST_F(QuitGuardTest, AnUnwritableLogStaysInTheStatusLine) {
     EXPECT_EQ(mainWindow.logProblem()->textFormat(), Qt::PlainText);
     state.setProgressMessage(QStringLiteral("Waiting to start next process"));
     EXPECT_TRUE(mainWindow.logProblem()->text().startsWith("Cannot write the log file"));
+}
+
+// The main window, the hub window and the rules between them, as the application wires them.
+class WindowRulesTest : public HubWindowTest {
+  protected:
+    WindowRulesTest() {
+        guard.watch(&mainWindow);
+        guard.watch(&window);
+        roster.watch(&window);
+        QObject::connect(&window, &views::HubWindow::mainWindowRequested, &roster,
+                         &views::WindowRoster::showMainWindow);
+        mainWindow.show();
+    }
+
+    app::AppDelegateEnvironment environment() {
+        app::AppDelegateEnvironment environment;
+        environment.settings = &settings.settings();
+        environment.clock = &clock;
+        environment.notifications = &center;
+        environment.alerts = &alerts;
+        return environment;
+    }
+
+    static void activate(QWidget* which) {
+        QEvent activation(QEvent::WindowActivate);
+        QApplication::sendEvent(which, &activation);
+    }
+
+    testing_support::TestSettings settings;
+    testing_support::VirtualClock clock;
+    testing_support::RecordingAlerts alerts;
+    app::AppDelegate delegate{environment()};
+    views::QuitGuard guard{delegate};
+    app::AppState state;
+    views::MainWindow mainWindow{state, nullptr};
+    views::WindowRoster roster{&mainWindow};
+};
+
+TEST_F(WindowRulesTest, TheMainWindowClosedDuringABatchComesBackFromTheHubWindow) {
+    delegate.setPreventTermination(true);
+    QPointer<views::MainWindow> main(&mainWindow);
+    EXPECT_TRUE(mainWindow.close()) << "another window is open, so this is no quit request";
+    EXPECT_FALSE(mainWindow.isVisible());
+    EXPECT_TRUE(alerts.shown().empty());
+
+    window.mainWindowAction()->trigger();
+    ASSERT_TRUE(main);
+    EXPECT_TRUE(mainWindow.isVisible());
+
+    // The hub window is now the last one open while the main one is hidden again: closing it
+    // is a quit request, refused during the batch.
+    mainWindow.close();
+    EXPECT_FALSE(window.close());
+    EXPECT_EQ(alerts.shown().size(), 1u);
+}
+
+TEST_F(WindowRulesTest, BringingToFrontRaisesOnlyWindowsThatAreOpen) {
+    activate(&window);
+    EXPECT_EQ(roster.frontWindow(), &window);
+    window.close();
+    roster.bringToFront();
+    EXPECT_FALSE(window.isVisible()) << "a closed hub window is not reopened";
+    EXPECT_TRUE(mainWindow.isVisible());
+    EXPECT_EQ(roster.frontWindow(), &mainWindow);
+
+    window.show();
+    activate(&window);
+    mainWindow.close();
+    roster.bringToFront();
+    EXPECT_FALSE(mainWindow.isVisible()) << "nor is a hidden main window shown";
+    EXPECT_EQ(roster.frontWindow(), &window);
 }
 
 TEST(MessageBoxAlertsTest, TextsFromOutsideAreShownAsPlainText) {

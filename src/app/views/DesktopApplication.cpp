@@ -2,6 +2,7 @@
 
 #include "usb/UsbRegistry.h"
 
+#include "views/CollapsibleSection.h"
 #include "views/DevicePanel.h"
 #include "views/DiagnosticsDialog.h"
 #include "views/DfuPortWindow.h"
@@ -10,7 +11,9 @@
 #include "views/MainWindow.h"
 #include "views/OptionsSheet.h"
 #include "views/QuitGuard.h"
+#include "views/WindowRoster.h"
 
+#include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
 #include "app/DfuPortLookup.h"
@@ -44,6 +47,7 @@
 #include <QFileInfo>
 #include <QKeySequence>
 #include <QMenu>
+#include <QSplitter>
 #include <QToolBar>
 #include <QVBoxLayout>
 #include <QMessageBox>
@@ -54,6 +58,12 @@
 
 namespace views {
 namespace {
+
+const QString kLocalPortExpandedKey = QStringLiteral("MainWindow/localPortExpanded");
+const QString kDeviceSplitterKey = QStringLiteral("MainWindow/deviceSplitter");
+const QString kBenchMapShownKey = QStringLiteral("MainWindow/benchMapShown");
+// USB arrivals come in bursts; the hubs' ports are read once the burst is over.
+constexpr int kHubPortsDelayMs = 300;
 
 app::OptionsSheetModel::Environment optionsEnvironment() {
     return {&core::Settings::shared(),
@@ -74,8 +84,10 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
       delegate_(std::make_unique<app::AppDelegate>(delegateEnvironment())),
       quitGuard_(std::make_unique<QuitGuard>(*delegate_)),
       mainWindow_(new MainWindow(state_, &windowState_)),
+      windows_(std::make_unique<WindowRoster>(mainWindow_)),
       optionsModel_(optionsEnvironment()) {
-    mainWindow_->setAttribute(Qt::WA_DeleteOnClose);
+    // Closing the main window hides it (it is not deleted), so the hub window can bring it back;
+    // closing the last open window still quits, through the quit guard.
     quitGuard_->watch(mainWindow_);
     connect(mainWindow_, &MainWindow::hubWindowRequested, this, &DesktopApplication::showHubWindow);
     connect(mainWindow_, &MainWindow::optionsRequested, this, &DesktopApplication::showOptions);
@@ -93,10 +105,6 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
     });
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { delegate_->applicationWillTerminate(); });
-    connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
-        if (now && (now->window() == mainWindow_ || now->window() == hubWindow_))
-            lastActiveWindow_ = now->window();
-    });
     buildDeviceArea();
     buildTools();
     watchLogProblems();
@@ -142,18 +150,102 @@ void DesktopApplication::buildDeviceArea() {
     deviceTable_ = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
         &core::Settings::shared(), restoreEnvironment.configurator, session_.get(), devices_.get(),
         &state_, &core::NotificationCenter::defaultCenter()});
-    devicePanel_ = new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_);
+    benchMap_ = std::make_unique<app::BenchMap>(*devices_, AutoDFU::dfuPortAddress);
+    devicePanel_ =
+        new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_, *benchMap_);
+    connect(devicePanel_, &DevicePanel::portCommandRequested, this,
+            &DesktopApplication::runPortCommand);
     auto* area = new QWidget;
     auto* layout = new QVBoxLayout(area);
     layout->addWidget(devicePanel_, 1);
-    layout->addWidget(buildLocalPortGroup());
+    layout->addWidget(buildLocalPortSection());
     mainWindow_->setDeviceArea(area);
+    rememberSplitter(devicePanel_->splitter());
+    rememberBenchMapChoice();
+    followHubPorts();
 
     // While a batch runs the application refuses to quit, and the status line shows its bar.
     connect(session_.get(), &restore::RestoreSession::preventTerminationChanged, delegate_.get(),
             &app::AppDelegate::setPreventTermination);
     connect(session_.get(), &restore::RestoreSession::batchRunningChanged, &state_,
             &app::AppState::setIsRunning);
+}
+
+// Folded or not, as the technician left it: on a bench of hubs it is rarely used.
+QWidget* DesktopApplication::buildLocalPortSection() {
+    auto* section =
+        new CollapsibleSection(QStringLiteral("This Mac's DFU Port"), buildLocalPortGroup());
+    section->setExpanded(windowState_.value(kLocalPortExpandedKey, false).toBool());
+    connect(section, &CollapsibleSection::expandedChanged, this,
+            [this](bool expanded) { windowState_.setValue(kLocalPortExpandedKey, expanded); });
+    return section;
+}
+
+void DesktopApplication::rememberSplitter(QSplitter* splitter) {
+    splitter->restoreState(windowState_.value(kDeviceSplitterKey).toByteArray());
+    connect(splitter, &QSplitter::splitterMoved, this, [this, splitter] {
+        windowState_.setValue(kDeviceSplitterKey, splitter->saveState());
+    });
+}
+
+void DesktopApplication::rememberBenchMapChoice() {
+    QAction* toggle = mainWindow_->benchMapAction();
+    toggle->setChecked(windowState_.value(kBenchMapShownKey, false).toBool());
+    devicePanel_->showBenchMap(toggle->isChecked());
+    connect(toggle, &QAction::toggled, this, [this](bool shown) {
+        windowState_.setValue(kBenchMapShownKey, shown);
+        devicePanel_->showBenchMap(shown);
+    });
+}
+
+// The bench map has a tile for every usable port of the hubs on the bus, whether or not the hub
+// window ever connected to them; it follows hubs plugged in and pulled out.
+void DesktopApplication::followHubPorts() {
+    hubPortsDelay_.setSingleShot(true);
+    hubPortsDelay_.setInterval(kHubPortsDelayMs);
+    connect(&hubPortsDelay_, &QTimer::timeout, this, &DesktopApplication::readHubPorts);
+    core::NotificationCenter& center = core::NotificationCenter::defaultCenter();
+    for (const QString& name :
+         {USBManager::deviceAddedNotification, USBManager::deviceRemovedNotification})
+        hubPortObservers_.push_back(center.addObserver(name, [this](const QString&, const QVariantMap&) {
+            QMetaObject::invokeMethod(&hubPortsDelay_, qOverload<>(&QTimer::start));
+        }));
+    readHubPorts();
+}
+
+void DesktopApplication::readHubPorts() {
+    hubPortNamesAge_.start();
+    if (const auto devices = usb::UsbRegistry::shared().devices())
+        hubPortNames_.emplace(*devices);
+    if (hubPortNames_)
+        benchMap_->setHubPorts(hubPortNames_->names());
+}
+
+// The hub window's rows know which ports are disabled; the registry cannot tell.
+void DesktopApplication::showDisabledPorts() {
+    QSet<QString> disabled;
+    for (const app::HubDevice& row : hubController_->hubDevices())
+        if (row.acronamePort && !row.acronamePort->isEnabled())
+            disabled.insert(QStringLiteral("%1:%2")
+                                .arg(QString::number(row.hubSerialNumber, 16).toUpper())
+                                .arg(row.portID));
+    benchMap_->setDisabledPorts(disabled);
+}
+
+void DesktopApplication::runPortCommand(const QString& port, PortCommand command) {
+    if (port.isEmpty()) {
+        switch (command) {
+            case PortCommand::DFU: firmwareUpdater_->gogoDFUMode(); break;
+            case PortCommand::Restart: firmwareUpdater_->restart(); break;
+            case PortCommand::Recovery: firmwareUpdater_->recovery(); break;
+        }
+        return;
+    }
+    HubWindow* hubs = showHubWindow();
+    QAction* action = command == PortCommand::DFU       ? hubs->dfuAction()
+                      : command == PortCommand::Restart ? hubs->restartAction()
+                                                        : hubs->recoveryAction();
+    hubs->runOnPort(port, action);
 }
 
 // The host's own DFU port: its actions, and the automatic cycle handing Macs to the same restore
@@ -219,6 +311,8 @@ DfuPortWindow* DesktopApplication::showDfuPortLookup() {
 
 DesktopApplication::~DesktopApplication() {
     core::NotificationCenter::defaultCenter().removeObserver(logProblemObserver_);
+    for (const auto observer : hubPortObservers_)
+        core::NotificationCenter::defaultCenter().removeObserver(observer);
     delete dfuPortWindow_;
     delete hubWindow_;
     delete mainWindow_;
@@ -245,7 +339,7 @@ app::AppDelegateEnvironment DesktopApplication::delegateEnvironment() {
         std::fflush(stdout);
     };
     environment.takeDisplaySleepAssertion = [] { app::DisplaySleepAssertion::takeOnce(); };
-    environment.bringToFront = [this] { bringToFront(); };
+    environment.bringToFront = [this] { windows_->bringToFront(); };
     environment.disconnectAllHubs = [this] { disconnectAllHubs(); };
     environment.startVersionCheck = [this] { startVersionCheck(); };
     return environment;
@@ -272,6 +366,11 @@ HubWindow* DesktopApplication::showHubWindow() {
             [] { USBManager::sharedManager()->startWatching(); }});
         hubWindow_ = new HubWindow(*hubController_);
         quitGuard_->watch(hubWindow_);
+        windows_->watch(hubWindow_);
+        connect(hubWindow_, &HubWindow::mainWindowRequested, windows_.get(),
+                &WindowRoster::showMainWindow);
+        connect(hubController_.get(), &app::HubController::rowsRebuilt, this,
+                &DesktopApplication::showDisabledPorts);
         connect(hubWindow_, &HubWindow::closed, this,
                 [this] { delegate_->windowWillClose(app::AppDelegate::hubWindowIdentifier); });
     }
@@ -299,19 +398,6 @@ void DesktopApplication::startVersionCheck() {
         this);
     connect(versionCheck_, &app::VersionCheck::finished, versionCheck_, &QObject::deleteLater);
     versionCheck_->start();
-}
-
-// Back to the window the technician worked in, which after a DFU request is usually the hub
-// window, not necessarily the main one.
-void DesktopApplication::bringToFront() {
-    QWidget* window = lastActiveWindow_ ? lastActiveWindow_.data() : mainWindow_.data();
-    if (!window)
-        return;
-    window->show();
-    window->raise();
-    window->activateWindow();
-    if (QWindow* handle = window->windowHandle())
-        handle->requestActivate();
 }
 
 void DesktopApplication::disconnectAllHubs() {

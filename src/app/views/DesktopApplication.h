@@ -4,11 +4,13 @@
 #include "app/AppState.h"
 #include "app/OptionsSheetModel.h"
 #include "usb/HubPortNames.h"
+#include "views/DevicePanel.h"
 
 #include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QSettings>
+#include <QTimer>
 
 #include <cstdint>
 #include <memory>
@@ -16,8 +18,10 @@
 class AC2Device;
 class FirmwareUpdater;
 class ZMRAcronameManager;
+class QSplitter;
 
 namespace app {
+class BenchMap;
 class DeviceListModel;
 class DeviceTableController;
 class DfuPortLookup;
@@ -32,13 +36,13 @@ class RestoreSession;
 
 namespace views {
 
-class DevicePanel;
 class LocalDFUGroupView;
 class DfuPortWindow;
 class HubWindow;
 class MainWindow;
 class OptionsSheet;
 class QuitGuard;
+class WindowRoster;
 
 // One run of the desktop application: it builds the delegate, the windows and the services they
 // share, and wires them to each other and to the application object.
@@ -65,14 +69,20 @@ class DesktopApplication : public QObject {
     void buildDeviceArea();
     void buildTools();
     QWidget* buildLocalPortGroup();
+    QWidget* buildLocalPortSection();
+    void rememberSplitter(QSplitter* splitter);
     void startVersionCheck();
-    void bringToFront();
     void disconnectAllHubs();
     void quit();
     void showAbout();
     void logFirstExposure();
     void watchLogProblems();
     QString hubPortOf(const AC2Device& device);
+    void readHubPorts();
+    void followHubPorts();
+    void rememberBenchMapChoice();
+    void runPortCommand(const QString& port, PortCommand command);
+    void showDisabledPorts();
 
     qint64 launchedAt_;
     app::AppState state_;
@@ -80,18 +90,19 @@ class DesktopApplication : public QObject {
     std::unique_ptr<app::AppDelegate> delegate_;
     std::unique_ptr<QuitGuard> quitGuard_;
     QPointer<MainWindow> mainWindow_;
+    std::unique_ptr<WindowRoster> windows_;
     std::shared_ptr<ZMRAcronameManager> hubManager_;
     std::unique_ptr<app::HubController> hubController_;
     QPointer<HubWindow> hubWindow_;
     app::OptionsSheetModel optionsModel_;
     QPointer<OptionsSheet> optionsSheet_;
     QPointer<app::VersionCheck> versionCheck_;
-    QPointer<QWidget> lastActiveWindow_;
     QString firmwareCachePath_;
     std::unique_ptr<restore::RestoreSession> session_;
     std::unique_ptr<app::DeviceListModel> devices_;
     std::unique_ptr<app::HistoryModel> history_;
     std::unique_ptr<app::DfuPortLookup> dfuPorts_;
+    std::unique_ptr<app::BenchMap> benchMap_;
     std::unique_ptr<app::DeviceTableController> deviceTable_;
     QPointer<DevicePanel> devicePanel_;
     QPointer<DfuPortWindow> dfuPortWindow_;
@@ -101,6 +112,8 @@ class DesktopApplication : public QObject {
     std::optional<usb::HubPortNames> hubPortNames_;
     QElapsedTimer hubPortNamesAge_;
     std::uint64_t logProblemObserver_ = 0;
+    std::vector<std::uint64_t> hubPortObservers_;
+    QTimer hubPortsDelay_;
 };
 
 }  // namespace views

@@ -1,5 +1,9 @@
 #include "views/DevicePanel.h"
 
+#include "views/BenchMapView.h"
+#include "views/BenchTileButton.h"
+
+#include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
 #include "app/DfuPortLookup.h"
@@ -23,6 +27,7 @@
 #include <QSaveFile>
 #include <QSortFilterProxyModel>
 #include <QSplitter>
+#include <QStackedWidget>
 #include <QStyle>
 #include <QStyledItemDelegate>
 #include <QTableView>
@@ -81,18 +86,23 @@ QLabel* badge(const QString& text) {
 
 DevicePanel::DevicePanel(app::DeviceTableController& controller, app::DeviceListModel& devices,
                          restore::RestoreSession& session, app::HistoryModel& history,
-                         const app::DfuPortLookup& dfuPorts, QWidget* parent)
+                         const app::DfuPortLookup& dfuPorts, app::BenchMap& benchMap,
+                         QWidget* parent)
     : QWidget(parent),
       controller_(controller),
       devices_(devices),
       session_(session),
       history_(history),
-      dfuPorts_(dfuPorts) {
-    auto* splitter = new QSplitter(Qt::Vertical);
-    splitter->addWidget(buildTable());
-    splitter->addWidget(buildHistory());
-    splitter->setStretchFactor(0, 3);
-    splitter->setStretchFactor(1, 1);
+      dfuPorts_(dfuPorts),
+      benchMap_(benchMap) {
+    splitter_ = new QSplitter(Qt::Vertical);
+    splitter_->addWidget(buildBenchArea());
+    splitter_->addWidget(buildHistory());
+    splitter_->setStretchFactor(0, 1);
+    splitter_->setStretchFactor(1, 0);
+    splitter_->setChildrenCollapsible(false);
+    // The history starts with room for four records; the rest goes to the bench.
+    splitter_->setSizes({600, 6 * (fontMetrics().height() + 8) + 12});
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(buildControls());
@@ -100,7 +110,7 @@ DevicePanel::DevicePanel(app::DeviceTableController& controller, app::DeviceList
     notice_->setVisible(false);
     notice_->setWordWrap(true);
     layout->addWidget(notice_);
-    layout->addWidget(splitter, 1);
+    layout->addWidget(splitter_, 1);
     bindSession();
     updateButtons();
     // Keyboard selection works as soon as the window has the focus.
@@ -166,9 +176,17 @@ QWidget* DevicePanel::buildTable() {
     table_->sortByColumn(app::DeviceListModel::Location, Qt::AscendingOrder);
     table_->verticalHeader()->hide();
     table_->setAlternatingRowColors(true);
-    table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    // Columns fit their contents when Macs come, not at every change: measuring every cell at each
+    // progress report stalls the window on a bench of 35 restoring Macs.
+    table_->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
+    const auto fitColumns = [this] {
+        QMetaObject::invokeMethod(table_, &QTableView::resizeColumnsToContents,
+                                  Qt::QueuedConnection);
+    };
+    connect(&devices_, &QAbstractItemModel::rowsInserted, table_, fitColumns);
+    connect(&controller_, &app::DeviceTableController::listingFinished, table_, fitColumns);
     table_->horizontalHeader()->setStretchLastSection(true);
-    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 10);
+    table_->verticalHeader()->setDefaultSectionSize(table_->fontMetrics().height() + 8);
     table_->setItemDelegateForColumn(app::DeviceListModel::Status, new StatusDelegate(table_));
     table_->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(table_, &QWidget::customContextMenuRequested, this, &DevicePanel::showContextMenu);
@@ -181,6 +199,84 @@ QWidget* DevicePanel::buildTable() {
     connect(copy, &QAction::triggered, this, &DevicePanel::copySerialNumbers);
     table_->addAction(copy);
     return table_;
+}
+
+QWidget* DevicePanel::buildBenchArea() {
+    benchArea_ = new QStackedWidget;
+    benchArea_->addWidget(buildTable());
+    benchMapView_ = new BenchMapView(benchMap_);
+    benchArea_->addWidget(benchMapView_);
+    connect(benchMapView_, &BenchMapView::tileClicked, this, &DevicePanel::selectFromTile);
+    connect(benchMapView_, &BenchMapView::tileMenuRequested, this, &DevicePanel::showTileMenu);
+    connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this] { benchMapView_->setSelectedRows(selectedRows()); });
+    return benchArea_;
+}
+
+void DevicePanel::showBenchMap(bool shown) {
+    const bool hadFocus = benchArea_->currentWidget()->hasFocus() ||
+                          benchArea_->currentWidget()->isAncestorOf(focusWidget());
+    benchArea_->setCurrentIndex(shown ? 1 : 0);
+    QWidget* focus = table_;
+    if (shown)
+        focus = benchMapView_->tiles().isEmpty() ? static_cast<QWidget*>(benchMapView_)
+                                                 : benchMapView_->tiles().first();
+    setFocusProxy(focus);
+    if (hadFocus)
+        focus->setFocus();
+}
+
+void DevicePanel::selectFromTile(int tile, bool extend) {
+    const int row = benchMap_.tiles().value(tile).deviceRow;
+    if (row < 0)
+        return;
+    const QModelIndex index = sorted_->mapFromSource(devices_.index(row, 0));
+    const auto how = QItemSelectionModel::Rows |
+                     (extend ? QItemSelectionModel::Toggle : QItemSelectionModel::ClearAndSelect);
+    table_->selectionModel()->select(index, how);
+    table_->selectionModel()->setCurrentIndex(index, QItemSelectionModel::NoUpdate);
+    table_->scrollTo(index);
+}
+
+// The port's own menu: its sequences always (a port without a Mac may hold one that is off),
+// the Mac's restore and serial number when one is there.
+void DevicePanel::showTileMenu(int tileIndex, const QPoint& globalPosition) {
+    const app::BenchTile tile = benchMap_.tiles().value(tileIndex);
+    QMenu menu(this);
+    const QString port = tile.port;
+    menu.addSection(tile.isHostPort() ? QStringLiteral("This Mac's DFU Port")
+                                      : QStringLiteral("Port %1").arg(port));
+    menu.addAction(QStringLiteral("DFU Mode"), this,
+                   [this, port] { emit portCommandRequested(port, PortCommand::DFU); });
+    menu.addAction(QStringLiteral("Restart"), this,
+                   [this, port] { emit portCommandRequested(port, PortCommand::Restart); });
+    menu.addAction(QStringLiteral("Recovery"), this,
+                   [this, port] { emit portCommandRequested(port, PortCommand::Recovery); });
+    if (const auto device = devices_.deviceAt(tile.deviceRow)) {
+        menu.addSeparator();
+        const int row = tile.deviceRow;
+        menu.addAction(QStringLiteral("Restore"), this, [this, row] { controller_.restore({row}); })
+            ->setEnabled(device->inDFU() && !device->isRestoring());
+        menu.addAction(QStringLiteral("Copy Serial Number"), this, [device] {
+                QApplication::clipboard()->setText(device->serialNumber() + '\n');
+            })->setEnabled(!device->serialNumber().isEmpty());
+        addDfuPortHint(menu, device->deviceType());
+    }
+    if (session_.isBatchRunning()) {
+        menu.addSeparator();
+        menu.addAction(QStringLiteral("Cancel Restores"), this, [this] { controller_.cancel(); });
+    }
+    menu.exec(globalPosition);
+}
+
+void DevicePanel::addDfuPortHint(QMenu& menu, const QString& deviceType) const {
+    const auto record = dfuPorts_.forDeviceType(deviceType);
+    if (!record)
+        return;
+    menu.addSeparator();
+    const QString text =
+        (record->verified ? QString() : QStringLiteral("(unverified) ")) + record->dfuPort;
+    menu.addAction(QStringLiteral("DFU port: %1").arg(text.left(70)))->setEnabled(false);
 }
 
 QWidget* DevicePanel::buildHistory() {
@@ -201,6 +297,10 @@ QWidget* DevicePanel::buildHistory() {
     header->addWidget(exportButton);
     layout->addLayout(header);
     layout->addWidget(historyTable_);
+    // Never fewer than two records; dragging the splitter gives more.
+    historyTable_->setMinimumHeight(historyTable_->horizontalHeader()->sizeHint().height() +
+                                    2 * (historyTable_->fontMetrics().height() + 8) + 4);
+    historyTable_->verticalHeader()->setDefaultSectionSize(historyTable_->fontMetrics().height() + 8);
     // The newest record is the one a technician looks for.
     connect(&history_, &QAbstractItemModel::rowsInserted, historyTable_,
             [this] { historyTable_->scrollToBottom(); });
@@ -268,15 +368,8 @@ void DevicePanel::showContextMenu(const QPoint& position) {
         ->setEnabled(!rows.isEmpty());
     menu.addAction(QStringLiteral("Export Selection as CSV…"), this, &DevicePanel::exportSelection)
         ->setEnabled(!rows.isEmpty());
-    if (rows.size() == 1) {
-        const auto device = devices_.deviceAt(rows.first());
-        if (const auto record = dfuPorts_.forDeviceType(device->deviceType())) {
-            menu.addSeparator();
-            const QString text = (record->verified ? QString() : QStringLiteral("(unverified) ")) +
-                                 record->dfuPort;
-            menu.addAction(QStringLiteral("DFU port: %1").arg(text.left(70)))->setEnabled(false);
-        }
-    }
+    if (rows.size() == 1)
+        addDfuPortHint(menu, devices_.deviceAt(rows.first())->deviceType());
     menu.exec(table_->viewport()->mapToGlobal(position));
 }
 

@@ -5,11 +5,15 @@
 class QAction;
 class QCheckBox;
 class QLabel;
+class QMenu;
 class QPushButton;
 class QSortFilterProxyModel;
+class QSplitter;
+class QStackedWidget;
 class QTableView;
 
 namespace app {
+class BenchMap;
 class DeviceTableController;
 class DeviceListModel;
 class DfuPortLookup;
@@ -21,8 +25,13 @@ class RestoreSession;
 
 namespace views {
 
+class BenchMapView;
+
+// What a port's context menu on the bench map can ask of the port.
+enum class PortCommand { DFU, Restart, Recovery };
+
 // The main window's device area: the restore controls, the device table with a progress bar per
-// row, and the restore history under it. Everything it shows comes from the controller, the
+// row or the bench map in its place, and the restore history under them. Everything it shows comes from the controller, the
 // session and their models.
 class DevicePanel : public QWidget {
     Q_OBJECT
@@ -30,10 +39,16 @@ class DevicePanel : public QWidget {
   public:
     DevicePanel(app::DeviceTableController& controller, app::DeviceListModel& devices,
                 restore::RestoreSession& session, app::HistoryModel& history,
-                const app::DfuPortLookup& dfuPorts, QWidget* parent = nullptr);
+                const app::DfuPortLookup& dfuPorts, app::BenchMap& benchMap,
+                QWidget* parent = nullptr);
 
     QTableView* table() const { return table_; }
+    BenchMapView* benchMap() const { return benchMapView_; }
+    // The bench map in the table's place, or the table again; the selection stays the same.
+    void showBenchMap(bool shown);
     QTableView* historyTable() const { return historyTable_; }
+    // The device table above, the history below; the window remembers where it was dragged.
+    QSplitter* splitter() const { return splitter_; }
     QPushButton* restoreButton() const { return restoreButton_; }
     QPushButton* cancelButton() const { return cancelButton_; }
     QLabel* notice() const { return notice_; }
@@ -45,9 +60,18 @@ class DevicePanel : public QWidget {
     void exportSelection();
     void exportHistory();
 
+  signals:
+    // The bench map's context menu asked for a port's sequence; `port` is empty for this
+    // computer's own DFU port.
+    void portCommandRequested(const QString& port, views::PortCommand command);
+
   private:
     QWidget* buildControls();
     QWidget* buildTable();
+    QWidget* buildBenchArea();
+    void selectFromTile(int tile, bool extend);
+    void showTileMenu(int tile, const QPoint& globalPosition);
+    void addDfuPortHint(QMenu& menu, const QString& deviceType) const;
     QWidget* buildHistory();
     void bindSession();
     void showContextMenu(const QPoint& position);
@@ -63,6 +87,10 @@ class DevicePanel : public QWidget {
     QSortFilterProxyModel* sorted_ = nullptr;
     QTableView* table_ = nullptr;
     QTableView* historyTable_ = nullptr;
+    QSplitter* splitter_ = nullptr;
+    app::BenchMap& benchMap_;
+    BenchMapView* benchMapView_ = nullptr;
+    QStackedWidget* benchArea_ = nullptr;
     QPushButton* restoreButton_ = nullptr;
     QPushButton* cancelButton_ = nullptr;
     QPushButton* refreshButton_ = nullptr;

@@ -10,18 +10,21 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QMenuBar>
 #include <QStatusBar>
-#include <QStyle>
 #include <QTableView>
 #include <QToolBar>
 
 #include <functional>
+#include <utility>
 
 namespace views {
 namespace {
 
-QIcon themed(const char* name, QStyle::StandardPixmap fallback, const QStyle* style) {
-    return QIcon::fromTheme(QString::fromLatin1(name), style->standardIcon(fallback));
+// Drawn for this window, one distinct picture per command: theme icons repeat themselves (the
+// refresh and restart arrows) or mean something else where a theme lacks them.
+QIcon drawn(const char* name) {
+    return QIcon(QStringLiteral(":/icons/%1.svg").arg(QLatin1String(name)));
 }
 
 }  // namespace
@@ -44,6 +47,7 @@ HubWindow::HubWindow(app::HubController& controller, QWidget* parent)
     setCentralWidget(table_);
     statusBar()->addWidget(status_, 1);
     buildToolBar();
+    buildMenus();
     buildContextMenu();
     bindController();
     resize(760, 420);
@@ -60,26 +64,24 @@ QAction* HubWindow::makeAction(const QString& label, const QIcon& icon,
 }
 
 void HubWindow::buildToolBar() {
-    const QStyle* look = style();
-    dfuAction_ =
-        makeAction(QStringLiteral("Put All in DFU"), themed("go-down", QStyle::SP_ArrowDown, look),
-                   &app::HubController::dfu);
+    dfuAction_ = makeAction(QStringLiteral("Put All in DFU"), drawn("put-in-dfu"),
+                            &app::HubController::dfu);
     dfuAction_->setShortcut(Qt::CTRL | Qt::Key_D);
     restartAction_ = makeAction(QStringLiteral("Restart All"),
-                                themed("system-reboot", QStyle::SP_BrowserReload, look),
+                                drawn("restart-all"),
                                 &app::HubController::restart);
     restartAction_->setShortcut(Qt::CTRL | Qt::Key_R);
     recoveryAction_ = makeAction(QStringLiteral("Put All Recovery"),
-                                 themed("help-faq", QStyle::SP_DialogHelpButton, look),
+                                 drawn("recovery"),
                                  &app::HubController::recovery);
     recoveryAction_->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_R);
     rebootHubAction_ = makeAction(QStringLiteral("Reboot Hub"),
-                                  themed("view-refresh", QStyle::SP_MediaSkipBackward, look),
+                                  drawn("reboot-hub"),
                                   &app::HubController::rebootHub);
     toggleLEDAction_ = makeAction(QStringLiteral("Toggle Hub LED"),
-                                  themed("dialog-information", QStyle::SP_DialogYesButton, look),
+                                  drawn("hub-led"),
                                   &app::HubController::toggleLED);
-    refreshAction_ = new QAction(themed("view-refresh", QStyle::SP_BrowserReload, look),
+    refreshAction_ = new QAction(drawn("refresh"),
                                  QStringLiteral("Refresh"), this);
     refreshAction_->setShortcut(QKeySequence::Refresh);
     connect(refreshAction_, &QAction::triggered, &controller_, &app::HubController::refresh);
@@ -92,11 +94,22 @@ void HubWindow::buildToolBar() {
     bar->addActions({refreshAction_, rebootHubAction_, toggleLEDAction_});
 }
 
+void HubWindow::buildMenus() {
+    QMenu* hubs = menuBar()->addMenu(QStringLiteral("&Hubs"));
+    hubs->addActions({dfuAction_, restartAction_, recoveryAction_});
+    hubs->addSeparator();
+    hubs->addActions({refreshAction_, rebootHubAction_, toggleLEDAction_});
+    mainWindowAction_ = new QAction(QStringLiteral("Main Window"), this);
+    mainWindowAction_->setShortcut(Qt::CTRL | Qt::Key_0);
+    connect(mainWindowAction_, &QAction::triggered, this, &HubWindow::mainWindowRequested);
+    menuBar()->addMenu(QStringLiteral("&Window"))->addAction(mainWindowAction_);
+}
+
 // The rows' own menu names the sequences for what they do to the rows clicked on.
 void HubWindow::buildContextMenu() {
     auto* menu = new QMenu(this);
     menu->addAction(QStringLiteral("DFU Mode"), dfuAction_, &QAction::trigger);
-    menu->addAction(style()->standardIcon(QStyle::SP_BrowserReload), QStringLiteral("Restart"),
+    menu->addAction(drawn("restart-all"), QStringLiteral("Restart"),
                     restartAction_, &QAction::trigger);
     menu->addAction(QStringLiteral("Recovery"), recoveryAction_, &QAction::trigger);
     table_->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -123,6 +136,8 @@ void HubWindow::bindController() {
         updateStatus();
     });
     connect(&controller_, &app::HubController::rowsRebuilt, this, &HubWindow::updateStatus);
+    connect(&controller_, &app::HubController::rowsRebuilt, this,
+            &HubWindow::runPendingPortAction);
     connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &HubWindow::updateActions);
     connect(controller_.model(), &QAbstractItemModel::modelReset, this, &HubWindow::updateActions);
@@ -143,6 +158,30 @@ void HubWindow::updateStatus() {
     status_->setText(controller_.isRefreshing()
                          ? QStringLiteral("Refreshing…")
                          : QStringLiteral("device count: %1").arg(controller_.hubDevices().size()));
+}
+
+void HubWindow::runOnPort(const QString& port, QAction* action) {
+    pendingPort_ = port;
+    pendingAction_ = action;
+    if (!controller_.isRefreshing() && !controller_.hubDevices().isEmpty())
+        runPendingPortAction();
+}
+
+void HubWindow::runPendingPortAction() {
+    if (!pendingAction_)
+        return;
+    const auto& rows = controller_.hubDevices();
+    for (qsizetype row = 0; row < rows.size(); ++row) {
+        const QString name = QStringLiteral("%1:%2")
+                                 .arg(QString::number(rows[row].hubSerialNumber, 16).toUpper())
+                                 .arg(rows[row].portID);
+        if (name != pendingPort_)
+            continue;
+        table_->selectRow(static_cast<int>(row));
+        std::exchange(pendingAction_, nullptr)->trigger();
+        return;
+    }
+    pendingAction_ = nullptr;
 }
 
 QSet<QUuid> HubWindow::selectedDevices() const {

@@ -24,6 +24,9 @@ class HubWindow : public QMainWindow {
     explicit HubWindow(app::HubController& controller, QWidget* parent = nullptr);
 
     QSet<QUuid> selectedDevices() const;
+    // Selects the row of the port named "HUB:PORT" and triggers `action` (one of the sequences)
+    // on it, once the rows being built list that port. A port no rebuild lists is left alone.
+    void runOnPort(const QString& port, QAction* action);
     QTableView* table() const { return table_; }
     ProgressSheet* progressSheet() const { return progressSheet_; }
 
@@ -33,9 +36,12 @@ class HubWindow : public QMainWindow {
     QAction* refreshAction() const { return refreshAction_; }
     QAction* rebootHubAction() const { return rebootHubAction_; }
     QAction* toggleLEDAction() const { return toggleLEDAction_; }
+    // Window ▸ Main Window: the way back to a main window that was closed.
+    QAction* mainWindowAction() const { return mainWindowAction_; }
 
   signals:
     void closed();
+    void mainWindowRequested();
 
   protected:
     void showEvent(QShowEvent* event) override;
@@ -46,9 +52,11 @@ class HubWindow : public QMainWindow {
                         void (app::HubController::*action)(const QSet<QUuid>&));
     void buildToolBar();
     void buildContextMenu();
+    void buildMenus();
     void bindController();
     void updateActions();
     void updateStatus();
+    void runPendingPortAction();
 
     app::HubController& controller_;
     QTableView* table_;
@@ -60,6 +68,9 @@ class HubWindow : public QMainWindow {
     QAction* refreshAction_ = nullptr;
     QAction* rebootHubAction_ = nullptr;
     QAction* toggleLEDAction_ = nullptr;
+    QAction* mainWindowAction_ = nullptr;
+    QString pendingPort_;
+    QAction* pendingAction_ = nullptr;
 };
 
 }  // namespace views

@@ -14,7 +14,7 @@
 namespace views {
 
 LocalDFUGroupView::LocalDFUGroupView(FirmwareUpdater& updater, QWidget* parent)
-    : QGroupBox(QStringLiteral("This Mac's DFU Port"), parent),
+    : QGroupBox(parent),
       updater_(updater),
       dfuButton_(new QPushButton(QStringLiteral("DFU Mode"))),
       restartButton_(new QPushButton(QStringLiteral("Restart"))),

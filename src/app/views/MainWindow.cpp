@@ -30,6 +30,7 @@ MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* pa
       windowState_(windowState),
       statusMessage_(new QLabel(this)),
       logProblem_(new QLabel(this)),
+      progressLabel_(new QLabel(QStringLiteral("Restore batch:"), this)),
       progress_(new QProgressBar(this)) {
     setWindowTitle(QStringLiteral("Tarvel"));
     buildActions();
@@ -37,8 +38,8 @@ MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* pa
     buildToolBar();
     bindStatusLine();
     setCentralWidget(emptyDeviceArea());
-    // Tall enough for a hub's worth of Macs in the table above the history and the local port.
-    resize(1040, 720);
+    // At this size a bench of 35 Macs needs only a short scroll: at least 20 rows show.
+    resize(1280, 800);
     if (windowState_)
         restoreGeometry(windowState_->value(kGeometryKey).toByteArray());
 }
@@ -62,6 +63,12 @@ void MainWindow::buildActions() {
     quitAction_->setMenuRole(QAction::QuitRole);
     connect(quitAction_, &QAction::triggered, this, &MainWindow::quitRequested);
 
+    benchMapAction_ = new QAction(QStringLiteral("Bench Map"), this);
+    benchMapAction_->setCheckable(true);
+    benchMapAction_->setShortcut(Qt::CTRL | Qt::Key_B);
+    benchMapAction_->setToolTip(
+        QStringLiteral("Show the bench as a map of hub ports instead of the device table"));
+
     aboutAction_ = new QAction(QStringLiteral("About Tarvel"), this);
     aboutAction_->setMenuRole(QAction::AboutRole);
     connect(aboutAction_, &QAction::triggered, this, &MainWindow::aboutRequested);
@@ -72,6 +79,8 @@ void MainWindow::buildMenus() {
     file->addAction(quitAction_);
     toolsMenu_ = menuBar()->addMenu(QStringLiteral("&Tools"));
     toolsMenu_->addAction(optionsAction_);
+    viewMenu_ = menuBar()->addMenu(QStringLiteral("&View"));
+    viewMenu_->addAction(benchMapAction_);
     QMenu* window = menuBar()->addMenu(QStringLiteral("&Window"));
     window->addAction(hubsAction_);
     QAction* records = window->addAction(QStringLiteral("Records"));
@@ -85,25 +94,35 @@ void MainWindow::buildMenus() {
 void MainWindow::buildToolBar() {
     QToolBar* bar = toolBar_ = addToolBar(QStringLiteral("Main"));
     bar->setObjectName(QStringLiteral("mainToolBar"));
-    bar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    // Text beside the icons keeps the bar low: the height goes to the device table.
+    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     bar->setMovable(false);
     bar->addAction(hubsAction_);
     bar->addAction(optionsAction_);
+    bar->addAction(benchMapAction_);
 }
 
 void MainWindow::bindStatusLine() {
     progress_->setRange(0, kProgressSteps);
     progress_->setMaximumWidth(220);
+    progress_->setFormat(QStringLiteral("%p% restored"));
+    progress_->setAccessibleName(QStringLiteral("Restore batch progress"));
+    progress_->setToolTip(
+        QStringLiteral("The batch as a whole: the mean progress of the restores under way"));
+    progressLabel_->setBuddy(progress_);
     progress_->setVisible(state_.isRunning());
+    progressLabel_->setVisible(state_.isRunning());
     statusMessage_->setText(state_.progressMessage());
     statusBar()->addWidget(statusMessage_, 1);
     logProblem_->setObjectName(QStringLiteral("logProblem"));
     logProblem_->setTextFormat(Qt::PlainText);
     logProblem_->setVisible(false);
     statusBar()->addPermanentWidget(logProblem_);
+    statusBar()->addPermanentWidget(progressLabel_);
     statusBar()->addPermanentWidget(progress_);
     connect(&state_, &app::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
     connect(&state_, &app::AppState::isRunningChanged, progress_, &QWidget::setVisible);
+    connect(&state_, &app::AppState::isRunningChanged, progressLabel_, &QWidget::setVisible);
     connect(&state_, &app::AppState::progressBarValueChanged, progress_, [this](double fraction) {
         progress_->setValue(static_cast<int>(fraction * kProgressSteps));
     });

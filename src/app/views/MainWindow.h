@@ -31,12 +31,16 @@ class MainWindow : public QMainWindow {
     QAction* hubsAction() const { return hubsAction_; }
     QAction* optionsAction() const { return optionsAction_; }
     QAction* quitAction() const { return quitAction_; }
+    // View ▸ Bench Map: the bench map instead of the device table (checked) or the table.
+    QAction* benchMapAction() const { return benchMapAction_; }
     QLabel* statusMessage() const { return statusMessage_; }
+    QProgressBar* batchProgress() const { return progress_; }
     // Keeps `text` in the status line for good: something the technician must not miss.
     void showLogProblem(const QString& text);
     QLabel* logProblem() const { return logProblem_; }
     // Where the device area's tools join the window's own.
     QMenu* toolsMenu() const { return toolsMenu_; }
+    QMenu* viewMenu() const { return viewMenu_; }
     QToolBar* toolBar() const { return toolBar_; }
 
   signals:
@@ -64,12 +68,15 @@ class MainWindow : public QMainWindow {
     QSettings* windowState_;
     QLabel* statusMessage_;
     QLabel* logProblem_;
+    QLabel* progressLabel_;
     QProgressBar* progress_;
     QAction* hubsAction_ = nullptr;
     QAction* optionsAction_ = nullptr;
     QAction* quitAction_ = nullptr;
     QAction* aboutAction_ = nullptr;
+    QAction* benchMapAction_ = nullptr;
     QMenu* toolsMenu_ = nullptr;
+    QMenu* viewMenu_ = nullptr;
     QToolBar* toolBar_ = nullptr;
     bool exposed_ = false;
 };

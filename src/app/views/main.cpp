@@ -1,5 +1,6 @@
 #include "views/DesktopApplication.h"
 #include "views/MessageBoxAlerts.h"
+#include "views/MultimediaSounds.h"
 
 #include "app/LaunchOptions.h"
 #include "core/BundleInfo.h"
@@ -56,6 +57,7 @@ int main(int argc, char** argv) {
     // Installed before anything captures the shared alerts.
     static views::MessageBoxAlerts alerts;
     core::Alerts::install(&alerts);
+    const auto sounds = views::installApplicationSounds();
 
     views::DesktopApplication desktop(launchedAt);
     desktop.start();
