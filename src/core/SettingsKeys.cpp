@@ -35,6 +35,8 @@ constexpr std::array kKeys{
     SettingKey{keys::recoverySleepBetweenReboots, Integer, "seconds between the local port's recovery reboots"},
     SettingKey{keys::acronameParallelHubs, Boolean, "work each hub's ports at the same time as the other hubs'"},
     SettingKey{keys::verifyTimeoutSeconds, Real, "seconds tarvel-cli waits for Macs to show the mode asked for"},
+    SettingKey{keys::unattendedMaxRestores, Integer, "the most restores the unattended bench runs at once"},
+    SettingKey{keys::metricsListenAddress, String, "ADDRESS:PORT or PORT of the metrics endpoint; empty is off"},
 };
 
 }  // namespace

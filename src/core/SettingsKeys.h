@@ -58,6 +58,8 @@ inline constexpr auto acronameDelayAfterPuttingAllPortInDFUMode =
 inline constexpr auto recoverySleepBetweenReboots = "recoverySleepBetweenReboots";
 inline constexpr auto verifyTimeoutSeconds = "verifyTimeoutSeconds";
 inline constexpr auto acronameParallelHubs = "acronameParallelHubs";
+inline constexpr auto unattendedMaxRestores = "unattendedMaxRestores";
+inline constexpr auto metricsListenAddress = "metricsListenAddress";
 }  // namespace keys
 
 }  // namespace core
