@@ -1,4 +1,5 @@
 #include "cli/CliContext.h"
+#include "cli/AutoCommands.h"
 #include "cli/ConfiguratorCommands.h"
 #include "cli/DefaultsCommands.h"
 #include "cli/HubCommands.h"
@@ -86,6 +87,7 @@ int main(int argc, char** argv) {
     cli::addConfiguratorCommands(app, context);
     cli::addRestoreCommands(app, context);
     cli::addLocalCommands(app, context);
+    cli::addAutoCommands(app, context);
 
     try {
         app.parse(argc, argv);

@@ -73,6 +73,8 @@ void ManagerPortDriver::refresh() {
                              .arg(port->name()));
             port->hub()->enablePort(port->portID());
         }
+        if (!alive)
+            return;
         QMetaObject::invokeMethod(
             alive.data(),
             [alive, this, entries] {
@@ -101,6 +103,8 @@ void ManagerPortDriver::run(const QString& name, Sequence sequence) {
     const std::shared_ptr<AcronamePort> port = ports_.value(name);
     QPointer<ManagerPortDriver> alive(this);
     auto report = [alive, this, name](const SequenceOutcome& outcome) {
+        if (!alive)
+            return;
         QMetaObject::invokeMethod(
             alive.data(),
             [alive, this, name, outcome] {

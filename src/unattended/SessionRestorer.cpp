@@ -2,6 +2,8 @@
 
 #include <QPointer>
 
+#include <algorithm>
+
 namespace unattended {
 namespace {
 
@@ -27,6 +29,8 @@ void SessionRestorer::restore(const QString& port, std::uint64_t location) {
     QPointer<SessionRestorer> alive(this);
     listDevices_([alive, port, location](const restore::DeviceList& devices) {
         // The listing may answer on another thread.
+        if (!alive)
+            return;
         QMetaObject::invokeMethod(
             alive.data(),
             [alive, port, location, devices] {
