@@ -143,7 +143,11 @@ void ManagerPortDriver::run(const QString& name, Sequence sequence) {
             std::lock_guard lock(shared->mutex);
             shared->verdict.recordCompletion(value);
         };
-        const AcronamePorts ports{port};
+        // The snapshot of the refresh says whether a cable was there when the bench started; a
+        // sequence runs only once USB has shown a Mac on the port, which says more.
+        auto current = std::make_shared<AcronamePort>(*port);
+        current->setIsConnected(true);
+        const AcronamePorts ports{current};
         if (sequence == Sequence::Dfu)
             manager->dfuModeForAcronamePorts(ports, [](const QString&) {}, completion, observer);
         else

@@ -100,7 +100,7 @@ class Bench : public ::testing::Test {
         return {};
     }
 
-    usb::MemoryUsbRegistry registry_{{hub()}};
+    usb::MemoryUsbRegistry registry_{QList<usb::PropertyMap>{hub()}};
     FakeDriver driver_;
     FakeRestorer restorer_;
     double now_ = 0;
