@@ -145,7 +145,7 @@ void UnattendedBench::observe(Port& port) {
         case PortPhase::needsAttention:
             if (seen.present() && isAnotherMac(shown, seen) && !stopping_) {
                 beginCycle(port);
-            } else if (seen.present()) {
+            } else if (seen.present() && (!port.settledMode || seen.mode == *port.settledMode)) {
                 port.seenSinceEnd = true;
             } else if (seen.mode == cli::MacMode::Absent && port.seenSinceEnd) {
                 // Pulled out: the port is free for the next Mac.
@@ -278,7 +278,8 @@ void UnattendedBench::restoreStarted(const QString& name, const RestoredMac& mac
     port->restoreStartedAt = lastStart_;
     port->shown.model = mac.model;
     port->shown.ecid = mac.ecid;
-    port->shown.serialNumber = mac.serialNumber;
+    if (!mac.serialNumber.isEmpty())
+        port->shown.serialNumber = mac.serialNumber;
     port->shown.progress = 0;
     setPhase(*port, PortPhase::restoring);
     if (stopping_)  // it was being looked up when the stop came
@@ -348,6 +349,11 @@ void UnattendedBench::endCycle(Port& port, PortPhase phase, const QString& reaso
     else
         ++counts_.needsAttention;
     port.seenSinceEnd = false;
+    port.settledMode.reset();
+    if (phase == PortPhase::done)
+        port.settledMode = !shown.restored                                   ? cli::MacMode::Dfu
+                           : shown.phase == PortPhase::recovery ? cli::MacMode::Recovery
+                                                                : cli::MacMode::Booted;
     ZMRLogLevel1(QStringLiteral("Port %1: %2%3")
                      .arg(shown.name, portPhaseText(phase),
                           reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason)));

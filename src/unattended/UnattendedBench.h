@@ -15,6 +15,7 @@
 
 #include <functional>
 #include <limits>
+#include <optional>
 
 namespace unattended {
 
@@ -102,6 +103,9 @@ class UnattendedBench : public QObject {
         int absentTicks = 0;
         bool sequenceRunning = false;
         bool seenSinceEnd = false;
+        // The mode the Mac settles in after its cycle; until it shows it, the Mac is still
+        // rebooting and its leaving the bus is no pull.
+        std::optional<cli::MacMode> settledMode;
     };
 
     void driverReady();
