@@ -218,6 +218,18 @@ StemAnswer Hub::systemCall(const QString& name, const QJsonObject& arguments) {
     return {code::unimplemented, std::nullopt, QStringLiteral("unknown system call ") + name};
 }
 
+void Hub::plugIn(int port, Mac* mac) {
+    attach(port, mac);
+    startNegotiating(port);
+    mac->setPowered(present_ && settings_.ports[static_cast<std::size_t>(port)].enabled);
+    changed_();
+}
+
+void Hub::pullOut(int port) {
+    attach(port, nullptr);
+    changed_();
+}
+
 void Hub::setPortEnabled(int index, bool enabled) {
     PortState& port = settings_.ports[static_cast<std::size_t>(index)];
     if (enabled && !port.enabled)

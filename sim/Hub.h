@@ -84,6 +84,11 @@ class Hub {
     bool linked(quint64 link) const { return present_ && links_.contains(link); }
 
     void attach(int port, Mac* mac) { macs_[static_cast<std::size_t>(port)] = mac; }
+    // A cable plugged in while the station runs: the Mac gets the port's power and starts
+    // negotiating a contract. Pulling it out leaves the port empty; the Mac's power is the
+    // caller's to cut.
+    void plugIn(int port, Mac* mac);
+    void pullOut(int port);
     Mac* macAt(int port) const { return macs_[static_cast<std::size_t>(port)]; }
     const Settings& settings() const { return settings_; }
     const Settings& saved() const { return saved_; }

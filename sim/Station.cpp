@@ -2,6 +2,8 @@
 
 #include "MacModels.h"
 
+#include <map>
+
 namespace sim {
 
 QString ecidText(std::uint64_t ecid) {
@@ -20,6 +22,9 @@ Station::Station(StationConfig config, Scheduler& scheduler)
             hub->attach(macConfig.port, macs_.back().get());
         }
         scheduleVanishing(*hub);
+        std::map<int, std::vector<MacPlug>> plugsByPort;
+        for (const MacPlug& plug : hubConfig.plugs) plugsByPort[plug.mac.port].push_back(plug);
+        for (auto& [port, plugs] : plugsByPort) addPlugLine(hub.get(), port, std::move(plugs));
         hubs_.push_back(std::move(hub));
     }
     if (config_.localDfu) {
@@ -27,12 +32,11 @@ Station::Station(StationConfig config, Scheduler& scheduler)
             std::make_unique<Mac>(*config_.localDfu, 0, scheduler_, config_.timing, *this));
         localMac_ = macs_.back().get();
     }
-    for (const LocalDfuPlug& plug : config_.localDfuSequence)
-        localSequence_.push_back(
-            std::make_unique<Mac>(plug.mac, 0, scheduler_, config_.timing, *this));
+    if (!config_.localDfuSequence.empty())
+        addPlugLine(nullptr, 0, config_.localDfuSequence);
     building_ = false;
-    if (!localSequence_.empty())
-        after(config_.localDfuSequence.front().plugAfter, [this] { plugLocal(0); });
+    for (const auto& line : lines_)
+        after(line->plugs.front().plugAfter, [this, target = line.get()] { plug(*target, 0); });
     publishNow();
 }
 
@@ -41,7 +45,7 @@ Station::~Station() {
     scheduler_.cancel(publishTimer_);
     // Macs first: their timers may still call back into the station.
     localMac_ = nullptr;
-    localSequence_.clear();
+    lines_.clear();
     macs_.clear();
 }
 
@@ -49,26 +53,55 @@ void Station::after(double seconds, std::function<void()> action) {
     timers_.push_back(scheduler_.after(seconds, std::move(action)));
 }
 
-// Cabling a Mac to the port changes nothing about the Mac itself: it shows up on the bus as
-// whatever it is doing at that moment.
-void Station::plugLocal(std::size_t index) {
-    localIndex_ = index;
-    localMac_ = localSequence_[index].get();
-    if (const auto seconds = config_.localDfuSequence[index].unplugAfter)
-        after(*seconds, [this] { unplugLocal(); });
-    macChanged(*localMac_);
+void Station::addPlugLine(Hub* hub, int port, std::vector<MacPlug> plugs) {
+    auto line = std::make_unique<PlugLine>();
+    line->hub = hub;
+    line->port = port;
+    line->plugs = std::move(plugs);
+    for (const MacPlug& plug : line->plugs)
+        line->macs.push_back(std::make_unique<Mac>(plug.mac, hub ? hub->serial() : 0, scheduler_,
+                                                   config_.timing, *this));
+    lines_.push_back(std::move(line));
 }
 
-// Pulling the cable ends a restore under way; the next Mac of the sequence follows.
-void Station::unplugLocal() {
-    Mac* unplugged = std::exchange(localMac_, nullptr);
+Station::PlugLine* Station::lineOf(const Mac& mac) {
+    for (const auto& line : lines_)
+        if (line->current == &mac)
+            return line.get();
+    return nullptr;
+}
+
+// Cabling a Mac to the port changes nothing about the Mac itself: it shows up on the bus as
+// whatever it is doing at that moment, powered as the port is.
+void Station::plug(PlugLine& line, std::size_t index) {
+    line.index = index;
+    line.current = line.macs[index].get();
+    if (line.hub != nullptr)
+        line.hub->plugIn(line.port, line.current);
+    else
+        localMac_ = line.current;
+    if (const auto seconds = line.plugs[index].unplugAfter)
+        after(*seconds, [this, target = &line, mac = line.current] {
+            if (target->current == mac)
+                unplug(*target);
+        });
+    macChanged(*line.current);
+}
+
+// Pulling the cable ends a restore under way; the next Mac of the port's sequence follows.
+void Station::unplug(PlugLine& line) {
+    Mac* unplugged = std::exchange(line.current, nullptr);
     if (unplugged == nullptr)
         return;
+    if (line.hub != nullptr)
+        line.hub->pullOut(line.port);
+    else
+        localMac_ = nullptr;
     unplugged->setPowered(false);
     publishUsb();
-    const std::size_t next = localIndex_ + 1;
-    if (next < localSequence_.size())
-        after(config_.localDfuSequence[next].plugAfter, [this, next] { plugLocal(next); });
+    const std::size_t next = line.index + 1;
+    if (next < line.plugs.size())
+        after(line.plugs[next].plugAfter, [this, target = &line, next] { plug(*target, next); });
 }
 
 void Station::scheduleVanishing(Hub& hub) {
@@ -94,8 +127,9 @@ Mac* Station::macByEcid(std::uint64_t ecid) const {
     for (const auto& mac : macs_)
         if (mac->config().ecid == ecid)
             return mac.get();
-    if (localMac_ != nullptr && localMac_->config().ecid == ecid)
-        return localMac_;
+    for (const auto& line : lines_)
+        if (line->current != nullptr && line->current->config().ecid == ecid)
+            return line->current;
     return nullptr;
 }
 
@@ -116,7 +150,7 @@ bool Station::onBus(const Mac& mac) const {
     if (mac.hubSerial() == 0)
         return &mac == localMac_;
     const Hub* hub = hubBySerial(mac.hubSerial());
-    return hub != nullptr && hub->present();
+    return hub != nullptr && hub->present() && hub->macAt(mac.config().port) == &mac;
 }
 
 std::uint32_t Station::location(const Mac& mac) const {
@@ -179,6 +213,13 @@ void Station::macChanged(Mac& mac) {
 }
 
 void Station::restoreProgress(Mac& mac, const QString& step, double progress) {
+    if (PlugLine* line = lineOf(mac))
+        if (const auto at = line->plugs[line->index].unplugAtProgress; at && progress >= *at)
+            // Not inside the Mac's own step: pulling the cable ends the restore it is reporting.
+            after(0.0, [this, line, unplugged = &mac] {
+                if (line->current == unplugged)
+                    unplug(*line);
+            });
     emitEvent(QStringLiteral("restore"), QStringLiteral("restore.progress"),
               {{QStringLiteral("ecid"), ecidText(mac.config().ecid)},
                {QStringLiteral("step"), step},
@@ -186,11 +227,11 @@ void Station::restoreProgress(Mac& mac, const QString& step, double progress) {
 }
 
 void Station::restoreFinished(Mac& mac, int status, const QString& message) {
-    if (status == 0 && &mac == localMac_ && !localSequence_.empty())
-        if (const auto seconds = config_.localDfuSequence[localIndex_].unplugAfterRestore)
-            after(*seconds, [this, unplugged = &mac] {
-                if (localMac_ == unplugged)
-                    unplugLocal();
+    if (PlugLine* line = lineOf(mac); line != nullptr && status == 0)
+        if (const auto seconds = line->plugs[line->index].unplugAfterRestore)
+            after(*seconds, [this, line, unplugged = &mac] {
+                if (line->current == unplugged)
+                    unplug(*line);
             });
     emitEvent(QStringLiteral("restore"), QStringLiteral("restore.finished"),
               {{QStringLiteral("ecid"), ecidText(mac.config().ecid)},

@@ -60,9 +60,22 @@ class Station final : public MacObserver {
     void publishUsb();
     void publishNow();
     void emitEvent(const QString& topic, const QString& name, const QJsonObject& payload);
+    // One port Macs are plugged into one after another: a hub port, or the host's DFU port
+    // (no hub).
+    struct PlugLine {
+        Hub* hub = nullptr;
+        int port = 0;
+        std::vector<MacPlug> plugs;
+        std::vector<std::unique_ptr<Mac>> macs;  // one per plug
+        std::size_t index = 0;
+        Mac* current = nullptr;
+    };
+
     void scheduleVanishing(Hub& hub);
-    void plugLocal(std::size_t index);
-    void unplugLocal();
+    void addPlugLine(Hub* hub, int port, std::vector<MacPlug> plugs);
+    void plug(PlugLine& line, std::size_t index);
+    void unplug(PlugLine& line);
+    PlugLine* lineOf(const Mac& mac);
     void after(double seconds, std::function<void()> action);
 
     StationConfig config_;
@@ -71,8 +84,7 @@ class Station final : public MacObserver {
     std::vector<std::unique_ptr<Hub>> hubs_;
     std::vector<std::unique_ptr<Mac>> macs_;
     Mac* localMac_ = nullptr;
-    std::vector<std::unique_ptr<Mac>> localSequence_;  // in plugging order
-    std::size_t localIndex_ = 0;
+    std::vector<std::unique_ptr<PlugLine>> lines_;
     UsbBus bus_;
     std::vector<Scheduler::Token> timers_;
     bool building_ = true;

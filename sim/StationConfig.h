@@ -38,6 +38,16 @@ struct MacConfig {
     std::optional<RestoreFailure> restoreFailure;
 };
 
+// One Mac of a sequence a technician plugs into one port (a hub port or the host's DFU port) one
+// after another.
+struct MacPlug {
+    MacConfig mac;
+    double plugAfter = 0.0;  // seconds after the previous Mac left the port (the first: the start)
+    std::optional<double> unplugAfter;         // seconds after it was plugged in
+    std::optional<double> unplugAfterRestore;  // seconds after its restore succeeded
+    std::optional<double> unplugAtProgress;    // when its restore reports this progress (0-1)
+};
+
 // Result codes handed out, one a call, instead of the normal answer.
 struct FaultConfig {
     QString call;    // "port.setEnabled", "pd.setUEIBytes", "system.getVersion", "connect", ...
@@ -57,6 +67,8 @@ struct HubConfig {
     std::optional<double> returnAfter;
     std::vector<FaultConfig> faults;
     std::vector<MacConfig> macs;
+    // Macs plugged into ports over time; a port's entries, in file order, are its sequence.
+    std::vector<MacPlug> plugs;
 };
 
 struct Timing {
@@ -75,13 +87,6 @@ struct Timing {
     double stemLatencySeconds = 0.001;
 };
 
-// One Mac of a sequence a technician plugs into the host's DFU port one after another.
-struct LocalDfuPlug {
-    MacConfig mac;
-    double plugAfter = 0.0;  // seconds after the previous Mac left the port (the first: the start)
-    std::optional<double> unplugAfter;         // seconds after it was plugged in
-    std::optional<double> unplugAfterRestore;  // seconds after its restore succeeded
-};
 
 struct StationConfig {
     QString source;  // the file it came from, or "<default>"
@@ -89,7 +94,7 @@ struct StationConfig {
     bool garbledList = false;
     std::vector<HubConfig> hubs;
     std::optional<MacConfig> localDfu;           // one Mac, plugged in from the start
-    std::vector<LocalDfuPlug> localDfuSequence;  // or Macs plugged in one after another
+    std::vector<MacPlug> localDfuSequence;  // or Macs plugged in one after another
 };
 
 struct StationLoad {

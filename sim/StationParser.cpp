@@ -23,6 +23,8 @@ constexpr qsizetype maxMacsPerHub = 8;
 constexpr qsizetype maxFaultsPerHub = 64;
 constexpr qsizetype maxResultsPerFault = 256;
 constexpr qsizetype maxLocalDfuMacs = 64;
+// A long day at one hub: 32 Macs on each of its eight ports.
+constexpr qsizetype maxPlugsPerHub = 256;
 constexpr qsizetype maxHubs = 15;
 // A station at every limit above has about 2,500 objects and arrays and 250,000 values.
 constexpr qsizetype maxContainers = 10000;
@@ -83,25 +85,18 @@ std::optional<RestoreFailure> readFailure(StationReader& reader, const QJsonValu
     return failure;
 }
 
-enum class MacPlace { hubPort, localPort, localSequence };
+enum class MacPlace { hubPort, hubPlug, localPort, localSequence };
 
 MacConfig readMac(StationReader& reader, const QJsonObject& object, const QString& path,
                   MacPlace place) {
-    const bool onHub = place == MacPlace::hubPort;
-    if (onHub) {
-        reader.rejectUnknown(object, path,
-                             {"port", "ecid", "serialNumber", "deviceType", "name", "state",
-                              "ignoresDFU", "garbledRestoreOutput", "restoreFailure"});
-    } else if (place == MacPlace::localPort) {
-        reader.rejectUnknown(object, path,
-                             {"ecid", "serialNumber", "deviceType", "name", "state", "ignoresDFU",
-                              "garbledRestoreOutput", "restoreFailure"});
-    } else {
-        reader.rejectUnknown(object, path,
-                             {"ecid", "serialNumber", "deviceType", "name", "state", "ignoresDFU",
-                              "garbledRestoreOutput", "restoreFailure", "plugAfter", "unplugAfter",
-                              "unplugAfterRestore"});
-    }
+    const bool onHub = place == MacPlace::hubPort || place == MacPlace::hubPlug;
+    QStringList known{"ecid",  "serialNumber", "deviceType",          "name",
+                      "state", "ignoresDFU",   "garbledRestoreOutput", "restoreFailure"};
+    if (onHub)
+        known << "port";
+    if (place == MacPlace::hubPlug || place == MacPlace::localSequence)
+        known << "plugAfter" << "unplugAfter" << "unplugAfterRestore" << "unplugAtProgress";
+    reader.rejectUnknown(object, path, known);
     MacConfig mac;
     if (onHub) {
         if (!object.contains(QLatin1String("port"))) {
@@ -190,10 +185,56 @@ void readArray(StationReader& reader, const QJsonObject& object, const QString& 
     }
 }
 
+// `last`: no Mac follows it on its port, so it may stay plugged in.
+MacPlug readPlug(StationReader& reader, const QJsonObject& object, const QString& path,
+                 MacPlace place, bool last) {
+    MacPlug plug;
+    plug.mac = readMac(reader, object, path, place);
+    plug.plugAfter = reader.number(object, path, "plugAfter", 0, 1e9).value_or(0.0);
+    plug.unplugAfter = reader.number(object, path, "unplugAfter", 0, 1e9);
+    plug.unplugAfterRestore = reader.number(object, path, "unplugAfterRestore", 0, 1e9);
+    plug.unplugAtProgress = reader.number(object, path, "unplugAtProgress", 0, 1);
+    const int ways = int(plug.unplugAfter.has_value()) + int(plug.unplugAfterRestore.has_value()) +
+                     int(plug.unplugAtProgress.has_value());
+    if (ways > 1)
+        reader.error(path, QStringLiteral("takes only one of unplugAfter, unplugAfterRestore and "
+                                          "unplugAtProgress"));
+    else if (!last && ways == 0)
+        reader.error(path, QStringLiteral("needs unplugAfter, unplugAfterRestore or "
+                                          "unplugAtProgress, or the Macs after it are never "
+                                          "plugged in"));
+    return plug;
+}
+
+// A port's plugs are its entries in file order; every one but the port's last must be pulled.
+void readPlugs(StationReader& reader, const QJsonObject& object, const QString& path,
+               HubConfig& hub) {
+    const QJsonArray items = object.value(QLatin1String("plugs")).toArray();
+    QHash<int, qsizetype> lastOfPort;
+    for (qsizetype i = 0; i < std::min(items.size(), maxPlugsPerHub); ++i) {
+        const QJsonValue port = items[i].toObject().value(QLatin1String("port"));
+        lastOfPort[port.toInt(-1)] = i;
+    }
+    qsizetype index = 0;
+    readArray(reader, object, path, "plugs", maxPlugsPerHub,
+              [&](const QJsonObject& item, const QString& itemPath) {
+                  const qsizetype at = index++;
+                  MacPlug plug = readPlug(reader, item, itemPath, MacPlace::hubPlug,
+                                          lastOfPort.value(item.value(QLatin1String("port"))
+                                                               .toInt(-1)) == at);
+                  for (const MacConfig& mac : hub.macs)
+                      if (mac.port == plug.mac.port)
+                          reader.error(StationReader::join(itemPath, QStringLiteral("port")),
+                                       QStringLiteral("port %1 already has a Mac from the start")
+                                           .arg(mac.port));
+                  hub.plugs.push_back(std::move(plug));
+              });
+}
+
 HubConfig readHub(StationReader& reader, const QJsonObject& object, const QString& path) {
     reader.rejectUnknown(object, path,
                          {"serial", "usbID", "firmware", "inputPowerSource", "powerLimit",
-                          "powerLimitMax", "vanishAfter", "returnAfter", "faults", "macs"});
+                          "powerLimitMax", "vanishAfter", "returnAfter", "faults", "macs", "plugs"});
     HubConfig hub;
     hub.serial = static_cast<std::uint32_t>(
         reader.identifier(object, path, "serial", 0xFFFFFFFF, true).value_or(0));
@@ -233,6 +274,7 @@ HubConfig readHub(StationReader& reader, const QJsonObject& object, const QStrin
                   ports.insert(mac.port);
                   hub.macs.push_back(std::move(mac));
               });
+    readPlugs(reader, object, path, hub);
     return hub;
 }
 
@@ -273,22 +315,6 @@ Timing readTiming(StationReader& reader, const QJsonObject& root) {
     return timing;
 }
 
-LocalDfuPlug readPlug(StationReader& reader, const QJsonObject& object, const QString& path,
-                      bool last) {
-    LocalDfuPlug plug;
-    plug.mac = readMac(reader, object, path, MacPlace::localSequence);
-    plug.plugAfter = reader.number(object, path, "plugAfter", 0, 1e9).value_or(0.0);
-    plug.unplugAfter = reader.number(object, path, "unplugAfter", 0, 1e9);
-    plug.unplugAfterRestore = reader.number(object, path, "unplugAfterRestore", 0, 1e9);
-    if (plug.unplugAfter && plug.unplugAfterRestore)
-        reader.error(StationReader::join(path, QStringLiteral("unplugAfterRestore")),
-                     QStringLiteral("cannot go with unplugAfter"));
-    else if (!last && !plug.unplugAfter && !plug.unplugAfterRestore)
-        reader.error(path, QStringLiteral("needs unplugAfter or unplugAfterRestore, or the Macs "
-                                          "after it are never plugged in"));
-    return plug;
-}
-
 void readLocalDfu(StationReader& reader, const QJsonObject& root, StationConfig& station) {
     const QJsonValue local = root.value(QLatin1String("localDFU"));
     if (local.isObject()) {
@@ -309,7 +335,8 @@ void readLocalDfu(StationReader& reader, const QJsonObject& root, StationConfig&
     readArray(
         reader, root, QString(), "localDFU", maxLocalDfuMacs,
         [&](const QJsonObject& item, const QString& path) {
-            station.localDfuSequence.push_back(readPlug(reader, item, path, ++index == count));
+            station.localDfuSequence.push_back(
+                readPlug(reader, item, path, MacPlace::localSequence, ++index == count));
         });
 }
 
@@ -330,6 +357,8 @@ void checkUnique(StationReader& reader, const StationConfig& station) {
         serials.insert(hub.serial);
         for (std::size_t m = 0; m < hub.macs.size(); ++m)
             checkEcid(hub.macs[m], QStringLiteral("hubs[%1].macs[%2]").arg(h).arg(m));
+        for (std::size_t p = 0; p < hub.plugs.size(); ++p)
+            checkEcid(hub.plugs[p].mac, QStringLiteral("hubs[%1].plugs[%2]").arg(h).arg(p));
     }
     if (station.localDfu)
         checkEcid(*station.localDfu, QStringLiteral("localDFU"));

@@ -32,6 +32,11 @@ void StationReader::rejectUnknown(const QJsonObject& object, const QString& path
                                   std::initializer_list<const char*> known) {
     QStringList names;
     for (const char* name : known) names << QLatin1String(name);
+    rejectUnknown(object, path, names);
+}
+
+void StationReader::rejectUnknown(const QJsonObject& object, const QString& path,
+                                  const QStringList& names) {
     const QString reason = QStringLiteral("unknown field (known fields: %1)").arg(names.join(", "));
     for (auto it = object.begin(); it != object.end(); ++it)
         if (!names.contains(it.key()))

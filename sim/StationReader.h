@@ -27,6 +27,7 @@ class StationReader {
 
     void rejectUnknown(const QJsonObject& object, const QString& path,
                        std::initializer_list<const char*> known);
+    void rejectUnknown(const QJsonObject& object, const QString& path, const QStringList& names);
 
     std::optional<qint64> integer(const QJsonObject& object, const QString& path, const char* key,
                                   qint64 minimum, qint64 maximum, bool required = false);

@@ -1,4 +1,5 @@
 #include "cli/CliContext.h"
+#include "cli/AutoCommands.h"
 #include "cli/ConfiguratorCommands.h"
 #include "cli/DefaultsCommands.h"
 #include "cli/DoctorCommand.h"
@@ -111,6 +112,7 @@ int main(int argc, char** argv) {
     cli::addLocalCommands(app, context);
     cli::addDoctorCommand(app, context);
     cli::addRecordsCommands(app, context);
+    cli::addAutoCommands(app, context);
 
     try {
         app.parse(argc, argv);

@@ -27,6 +27,7 @@ constexpr std::array kRanges{
     SettingRange{keys::verifyTimeoutSeconds, 0, kTenMinutes, 30},
     SettingRange{keys::recoverySleepBetweenReboots, 0, kUInt32Max, 0},
     SettingRange{keys::timeBetweenProcesses, 0, kUInt32Max, 3},
+    SettingRange{keys::unattendedMaxRestores, 1, 64, 4},
 };
 
 // Both texts the options sheet stores as typed; their readers take whole decimal numbers only.

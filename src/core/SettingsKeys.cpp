@@ -37,6 +37,8 @@ constexpr std::array kKeys{
     SettingKey{keys::verifyTimeoutSeconds, Real, "seconds tarvel-cli waits for Macs to show the mode asked for"},
     SettingKey{keys::stationName, String, "this bench's name in restore records (the host name when empty)"},
     SettingKey{keys::recordsDatabaseURL, String, "postgresql:// address of the facility's records database"},
+    SettingKey{keys::unattendedMaxRestores, Integer, "the most restores the unattended bench runs at once"},
+    SettingKey{keys::metricsListenAddress, String, "ADDRESS:PORT or PORT of the metrics endpoint; empty is off"},
 };
 
 }  // namespace

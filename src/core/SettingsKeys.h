@@ -60,6 +60,8 @@ inline constexpr auto verifyTimeoutSeconds = "verifyTimeoutSeconds";
 inline constexpr auto acronameParallelHubs = "acronameParallelHubs";
 inline constexpr auto stationName = "stationName";
 inline constexpr auto recordsDatabaseURL = "recordsDatabaseURL";
+inline constexpr auto unattendedMaxRestores = "unattendedMaxRestores";
+inline constexpr auto metricsListenAddress = "metricsListenAddress";
 }  // namespace keys
 
 }  // namespace core

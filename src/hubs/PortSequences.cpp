@@ -151,6 +151,8 @@ struct ZMRAcronameManager::Sequence {
     }
 
     void refresh() const {
+        if (!environment.refreshAfterFailure)
+            return;
         if (auto strong = manager.lock()) strong->refreshAcronameDevices([](AC2Devices) {});
     }
 

@@ -58,6 +58,9 @@ struct ZMRAcronameManagerEnvironment {
     std::function<bool()> stopRequested;
     // Told which port made a sequence stop and what it was asked to do; optional.
     std::function<void(const AcronamePort&, const QString& command)> portFailed;
+    // Whether a sequence that failed rebuilds the hub list. A bench whose ports run sequences of
+    // their own at once turns it off: a rebuild disconnects the hubs under the other ports.
+    bool refreshAfterFailure = true;
 
     static ZMRAcronameManagerEnvironment processDefaults(std::optional<QString> simulatorSocket);
 };

@@ -93,7 +93,9 @@ void RestoreQueue::doRestore(const DeviceList& devices, const QString& batchId) 
             session_.setIsCancelling(false);
     });
     postRestoreStarted(devices);
-    c_.autoDFU->setAutoTarvState(AutoTarvState::restoring);
+    // A bench of hub ports restores without the host port's cycle.
+    if (c_.autoDFU)
+        c_.autoDFU->setAutoTarvState(AutoTarvState::restoring);
 
     auto batch = std::make_shared<Batch>();
     batch->id = batchId;

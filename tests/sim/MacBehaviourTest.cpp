@@ -164,4 +164,35 @@ TEST_F(MacBehaviour, LocalDfuPortTakesASequenceOfMacs) {
     EXPECT_EQ(localMac().value("serialNumber").toString(), "SEQ3");
 }
 
+// Hub ports take Macs over time too: each port follows its own sequence, a Mac plugged into a
+// port gets the port's power, and one pulled at a given restore progress fails its restore.
+TEST_F(MacBehaviour, HubPortsTakeMacsOverTime) {
+    startFromJson(R"({"timing": {"restoreSeconds": 10}, "hubs": [{"serial": "0x1C3B4A01",
+        "plugs": [
+        {"port": 1, "ecid": "0xB1", "serialNumber": "P1A", "state": "dfu", "unplugAtProgress": 0.5},
+        {"port": 2, "ecid": "0xB2", "serialNumber": "P2A", "plugAfter": 4, "unplugAfter": 3},
+        {"port": 1, "ecid": "0xB3", "serialNumber": "P1B", "plugAfter": 2}]}]})");
+    clock_.advance(0);
+    EXPECT_EQ(usbAt(0x01110000).value("idProduct").toInt(), 0x1227) << "plugged in DFU mode";
+    EXPECT_TRUE(usbAt(0x01120000).isEmpty()) << "port 2's Mac comes later";
+    EXPECT_EQ(call("mac.restore", {{"ecid", "0xB2"}, {"ipsw", ""}}).value("result").toInt(), 3)
+        << "a Mac not plugged in yet is unknown";
+    ASSERT_EQ(call("mac.restore", {{"ecid", "0xB1"}, {"ipsw", ""}}).value("result").toInt(), 0);
+    clock_.advance(4);
+    EXPECT_EQ(usbAt(0x01120000).value("kUSBSerialNumberString").toString(), "P2A");
+    clock_.advance(2.1);  // a step a second from the first second on: 0.55 at 6 s
+    const auto finished = eventsNamed("restore.finished");
+    ASSERT_EQ(finished.size(), 1u);
+    EXPECT_EQ(finished[0].payload.value("status").toInt(), 1) << "pulled mid-restore";
+    EXPECT_TRUE(usbAt(0x01110000).isEmpty());
+    clock_.advance(2);
+    EXPECT_EQ(usbAt(0x01110000).value("kUSBSerialNumberString").toString(), "P1B");
+    EXPECT_TRUE(usbAt(0x01120000).isEmpty()) << "pulled three seconds after it was plugged";
+
+    // A port disabled when a Mac is plugged in gives it no power until it is enabled.
+    ASSERT_EQ(stem("port.setEnabled", hubA, 1, {{"value", 0}}), 0);
+    clock_.advance(1);
+    EXPECT_TRUE(usbAt(0x01110000).isEmpty());
+}
+
 }  // namespace

@@ -65,6 +65,23 @@ TEST(StationFile, BrokenDocumentsAndMissingFiles) {
     EXPECT_EQ(errorsOf("{\"hubs\": [").value(0).left(33), "bench.json: (document): not valid");
     EXPECT_EQ(errorsOf("[]"), QStringList{"bench.json: (document): must be a JSON object"});
     EXPECT_EQ(errorsOf("{}"), QStringList{"bench.json: hubs: must be an array of hubs"});
+    EXPECT_EQ(errorsOf(R"({"hubs": [{"serial": 1, "macs": [{"port": 1, "ecid": "0x1",
+                "serialNumber": "A1"}], "plugs": [
+                {"port": 1, "ecid": "0x2", "serialNumber": "A2", "unplugAfter": 1},
+                {"port": 2, "ecid": "0x3", "serialNumber": "A3", "unplugAfter": 1,
+                 "unplugAtProgress": 0.5},
+                {"port": 2, "ecid": "0x4", "serialNumber": "A4"},
+                {"port": 3, "ecid": "0x5", "serialNumber": "A5"},
+                {"port": 3, "ecid": "0x1", "serialNumber": "A6", "unplugAtProgress": 2}]}]})"),
+              QStringList({"bench.json: hubs[0].plugs[0].port: port 1 already has a Mac from "
+                           "the start",
+                           "bench.json: hubs[0].plugs[1]: takes only one of unplugAfter, "
+                           "unplugAfterRestore and unplugAtProgress",
+                           "bench.json: hubs[0].plugs[3]: needs unplugAfter, unplugAfterRestore "
+                           "or unplugAtProgress, or the Macs after it are never plugged in",
+                           "bench.json: hubs[0].plugs[4].unplugAtProgress: must be a number from "
+                           "0 to 1",
+                           "bench.json: hubs[0].plugs[4].ecid: another Mac has this ECID"}));
     EXPECT_EQ(errorsOf(R"({"hubs": [], "localDFU": 3})"),
               QStringList{"bench.json: localDFU: must be an object, a non-empty array of Macs "
                           "plugged in one after another, or null"});
@@ -72,10 +89,10 @@ TEST(StationFile, BrokenDocumentsAndMissingFiles) {
                  {"ecid": "0x1", "serialNumber": "A1"},
                  {"ecid": "0x2", "serialNumber": "A2", "unplugAfter": 1, "unplugAfterRestore": 1},
                  {"ecid": "0x3", "serialNumber": "A3"}]})"),
-              QStringList({"bench.json: localDFU[0]: needs unplugAfter or unplugAfterRestore, or "
-                           "the Macs after it are never plugged in",
-                           "bench.json: localDFU[1].unplugAfterRestore: cannot go with "
-                           "unplugAfter"}));
+              QStringList({"bench.json: localDFU[0]: needs unplugAfter, unplugAfterRestore or "
+                           "unplugAtProgress, or the Macs after it are never plugged in",
+                           "bench.json: localDFU[1]: takes only one of unplugAfter, "
+                           "unplugAfterRestore and unplugAtProgress"}));
     EXPECT_EQ(errorsOf(R"({"hubs": [{"serial": 1, "returnAfter": 3}]})"),
               QStringList{"bench.json: hubs[0].returnAfter: needs vanishAfter"});
 

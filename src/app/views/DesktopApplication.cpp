@@ -8,6 +8,8 @@
 #include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
 #include "views/LocalDFUGroupView.h"
+#include "views/UnattendedBenchGroupView.h"
+#include "unattended/BenchController.h"
 #include "views/MainWindow.h"
 #include "views/OptionsSheet.h"
 #include "views/QuitGuard.h"
@@ -159,6 +161,7 @@ void DesktopApplication::buildDeviceArea() {
     auto* layout = new QVBoxLayout(area);
     layout->addWidget(devicePanel_, 1);
     layout->addWidget(buildLocalPortSection());
+    layout->addWidget(new UnattendedBenchGroupView(*new unattended::BenchController(*session_, this)));
     mainWindow_->setDeviceArea(area);
     rememberSplitter(devicePanel_->splitter());
     rememberBenchMapChoice();

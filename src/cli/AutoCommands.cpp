@@ -1,0 +1,167 @@
+#include "cli/AutoCommands.h"
+
+#include "cli/BenchBoard.h"
+#include "cli/Interrupts.h"
+#include "cli/SimulatorLoss.h"
+
+#include "configurator/AC2Device.h"
+#include "core/Clock.h"
+#include "core/Log.h"
+#include "core/Settings.h"
+#include "core/SettingsKeys.h"
+#include "core/SimulatorAddress.h"
+#include "metrics/BenchMetrics.h"
+#include "metrics/MetricsServer.h"
+#include "restore/LocalPortAutoRestore.h"
+#include "restore/RestoreQueue.h"
+#include "restore/RestoreSession.h"
+#include "unattended/ManagerPortDriver.h"
+#include "unattended/SessionRestorer.h"
+#include "unattended/UnattendedBench.h"
+
+#include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QElapsedTimer>
+#include <QTimer>
+
+#include <cstdlib>
+#include <memory>
+
+namespace cli {
+namespace {
+
+struct AutoOptions {
+    bool restore = false;
+    bool recoveryAfter = false;
+    std::vector<std::string> ports;
+    std::string metrics;
+    bool json = false;
+};
+
+// 1 when any Mac failed or needs attention; 130 when Ctrl-C cancelled work under way; else 0.
+int exitStatusOf(const unattended::BenchSummary& summary) {
+    if (summary.failed > 0 || summary.needsAttention > 0)
+        return exitFailure;
+    return summary.cancelled > 0 ? exitInterrupted : exitSuccess;
+}
+
+unattended::UnattendedBench::Options benchOptions(const AutoOptions& options) {
+    core::Settings& settings = core::Settings::shared();
+    unattended::UnattendedBench::Options bench;
+    bench.restore = options.restore;
+    bench.recoveryAfter = options.recoveryAfter;
+    for (const std::string& name : options.ports) bench.ports << QString::fromStdString(name).toUpper();
+    bench.maxRestores = int(settings.boundedNumber(core::keys::unattendedMaxRestores));
+    bench.secondsBetweenStarts = restore::RestoreQueue::pauseBetweenStarts(
+        settings.stringForKey(core::keys::timeBetweenProcesses));
+    return bench;
+}
+
+int runAuto(const CliContext& context, const AutoOptions& options) {
+    if (const auto problem = context.hubLibraryProblem())
+        return fail(exitFailure, *problem);
+    if (const auto problem = context.simulatorProblem())
+        return fail(exitFailure, *problem);
+    // Station seconds: a simulator running faster than life runs the bench's clock with it.
+    const double speed = core::Clock::system().speed();
+    QElapsedTimer clock;
+    clock.start();
+    auto now = [&clock, speed] { return double(clock.elapsed()) / 1000.0 * speed; };
+
+    auto environment =
+        ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
+    environment.console = context.driverConsole();
+    unattended::ManagerPortDriver driver(std::move(environment));
+    auto collaborators = restore::RestoreSession::defaultCollaborators(nullptr);
+    collaborators.autoDFU = nullptr;
+    restore::RestoreSession session(collaborators);
+    unattended::SessionRestorer restorer(session,
+                                         restore::LocalPortAutoRestore::configuratorListing());
+    unattended::UnattendedBench bench({&usb::UsbRegistry::shared(), &driver,
+                                       options.restore ? &restorer : nullptr, now,
+                                       std::max(1, int(1000 / speed))},
+                                      benchOptions(options));
+
+    metrics::MetricsRegistry registry;
+    metrics::MetricsServer server(registry);
+    metrics::countBench(registry, bench);
+    if (!options.metrics.empty()) {
+        QString error;
+        const auto where = metrics::parseListenAddress(QString::fromStdString(options.metrics), error);
+        if (!where)
+            return fail(exitUsage, QStringLiteral("auto: --metrics: ") + error);
+        const quint16 port = server.listen(*where, error);
+        if (port == 0)
+            return fail(exitFailure, QStringLiteral("auto: --metrics: ") + error);
+        ZMRLogLevel1(QStringLiteral("Metrics at http://%1:%2/metrics")
+                         .arg(where->address.toString())
+                         .arg(port));
+    }
+
+    BenchBoard board(options.json);
+    QObject::connect(&bench, &unattended::UnattendedBench::started,
+                     [&] { board.started(bench.ports()); });
+    QObject::connect(&bench, &unattended::UnattendedBench::startFailed, [](const QString& why) {
+        fail(exitUsage, QStringLiteral("auto: ") + why);
+        QCoreApplication::exit(exitUsage);
+    });
+    QObject::connect(&bench, &unattended::UnattendedBench::portChanged,
+                     [&](const unattended::BenchPort& port) { board.portChanged(port, now()); });
+    QTimer boardTick;
+    QObject::connect(&boardTick, &QTimer::timeout,
+                     [&] { board.tick(bench.ports(), bench.summary(), now()); });
+    boardTick.start(1000);
+    QObject::connect(&bench, &unattended::UnattendedBench::stopped,
+                     [] { QCoreApplication::exit(0); });
+
+    QElapsedTimer sinceInterrupt;
+    Interrupts interrupts([&] {
+        // A second Ctrl-C within two seconds leaves at once.
+        if (sinceInterrupt.isValid() && sinceInterrupt.elapsed() < 2000)
+            std::_Exit(exitInterrupted);
+        sinceInterrupt.start();
+        board.note(QStringLiteral("Stopping: cancelling what is under way (Ctrl-C again within "
+                                  "2 s to leave at once)"));
+        bench.stop();
+    });
+    SimulatorLoss loss(context.simulatorSocket(), [] {
+        reportSimulatorLost("auto", QStringLiteral("the bench can no longer be watched"));
+        QCoreApplication::exit(exitFailure);
+    });
+
+    driver.refresh();
+    bench.start();
+    const int loop = QCoreApplication::exec();
+    const unattended::BenchSummary summary = bench.summary();
+    const int status = loop != 0 ? loop : exitStatusOf(summary);
+    ZMRLogLevel1(QStringLiteral("auto: %1").arg(BenchBoard::summaryLine(summary)));
+    QJsonArray history;
+    for (const restore::History& record : session.history())
+        history.append(QJsonObject{{"device", record.device},
+                                   {"serialNumber", record.serialNumber},
+                                   {"message", record.message}});
+    board.end(summary, history, status);
+    return status;
+}
+
+}  // namespace
+
+void addAutoCommands(CLI::App& app, CliContext& context) {
+    auto options = std::make_shared<AutoOptions>();
+    CLI::App* command = app.add_subcommand(
+        "auto", "Put every Mac plugged into a hub port into DFU mode (and restore it), until Ctrl-C");
+    command->add_flag("--restore", options->restore, "restore each Mac once it is in DFU mode");
+    command->add_flag("--recovery-after", options->recoveryAfter,
+                      "start each restored Mac into recovery")
+        ->needs(command->get_option("--restore"));
+    command->add_option("--ports", options->ports, "only these ports (HUB:PORT ...)");
+    command->add_option("--metrics", options->metrics,
+                        "serve Prometheus metrics on [ADDRESS:]PORT (loopback without ADDRESS)");
+    command->add_flag("--json", options->json, "one JSON object a line");
+    command->callback([options, &context] {
+        context.action = [options, &context] { return runAuto(context, *options); };
+    });
+}
+
+}  // namespace cli

@@ -1,0 +1,28 @@
+#include "metrics/BenchMetrics.h"
+
+#include "unattended/UnattendedBench.h"
+
+namespace metrics {
+
+void countBench(MetricsRegistry& registry, unattended::UnattendedBench& bench) {
+    QObject::connect(&bench, &unattended::UnattendedBench::restoreEnded, &bench,
+                     [&registry](const unattended::BenchPort& port, const QString& outcome,
+                                 double seconds) {
+                         registry.countRestore(outcome, port.model, seconds);
+                     });
+    QObject::connect(&bench, &unattended::UnattendedBench::dfuAttemptEnded, &bench,
+                     [&registry](const unattended::BenchPort&, bool ok, double seconds) {
+                         registry.countDfuAttempt(ok, seconds);
+                     });
+    registry.setGauges([&bench] {
+        MetricsRegistry::Gauges gauges;
+        for (unattended::PortPhase phase : unattended::allPortPhases)
+            gauges.portsByState[unattended::portPhaseKey(phase)] = 0;
+        for (const unattended::BenchPort& port : bench.ports())
+            ++gauges.portsByState[unattended::portPhaseKey(port.phase)];
+        gauges.hubsConnected = bench.hubsConnected();
+        return gauges;
+    });
+}
+
+}  // namespace metrics

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "unattended/BenchPort.h"
+
+#include <QAbstractTableModel>
+#include <QList>
+
+#include <functional>
+#include <optional>
+
+namespace unattended {
+
+class UnattendedBench;
+
+// The bench's ports for a table or a map of the bench: one row per port, the Mac's model, the
+// state, the restore's progress and the time in that state. Follows the bench it is bound to;
+// `phaseOf` answers a port's state for views that draw the bench their own way.
+class BenchPortModel final : public QAbstractTableModel {
+    Q_OBJECT
+  public:
+    enum Column { PortColumn, ModelColumn, StateColumn, ProgressColumn, TimeColumn, ColumnCount };
+    // The port's BenchPort for any column, under this role.
+    static constexpr int portRole = Qt::UserRole + 1;
+
+    explicit BenchPortModel(std::function<double()> now, QObject* parent = nullptr);
+
+    // Shows this bench's ports from now on; null shows none.
+    void bind(UnattendedBench* bench);
+    // Moves the times in state on.
+    void refreshTimes();
+    std::optional<PortPhase> phaseOf(const QString& port) const;
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+  signals:
+    void portPhaseChanged(const QString& port, unattended::PortPhase phase);
+
+  private:
+    void portChanged(const BenchPort& port);
+
+    std::function<double()> now_;
+    QList<BenchPort> ports_;
+    QMetaObject::Connection connection_;
+};
+
+}  // namespace unattended

@@ -1,0 +1,233 @@
+#include "unattended/UnattendedBench.h"
+
+#include "usb/HubPortNames.h"
+#include "usb/MemoryUsbRegistry.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using unattended::BenchPort;
+using unattended::PortPhase;
+using unattended::UnattendedBench;
+
+constexpr std::uint64_t hubLocation = 0x01100000;
+
+class FakeDriver final : public unattended::PortDriver {
+  public:
+    QStringList ports() const override { return {"1C3B4A01:1", "1C3B4A01:2"}; }
+    void dfu(const QString& port) override { dfuRuns << port; }
+    void recovery(const QString& port) override { recoveryRuns << port; }
+    void stop() override { stopped = true; }
+    void end(const QString& port, bool ok, const QString& reason = {}) {
+        emit sequenceEnded(port, {ok, false, reason});
+    }
+    QStringList dfuRuns;
+    QStringList recoveryRuns;
+    bool stopped = false;
+};
+
+class FakeRestorer final : public unattended::Restorer {
+  public:
+    void restore(const QString& port, std::uint64_t location) override {
+        asked << port;
+        locations << location;
+    }
+    void cancelAll() override { ++cancels; }
+    QStringList asked;
+    QList<std::uint64_t> locations;
+    int cancels = 0;
+};
+
+usb::PropertyMap hub() {
+    return {{"idVendor", 0x24FF}, {"idProduct", 0x0014}, {"locationID", qint64(hubLocation)},
+            {"kUSBSerialNumberString", "1C3B4A01"}};
+}
+
+std::uint64_t portLocation(int port) { return *usb::HubPortNames::portLocation(hubLocation, port); }
+
+usb::PropertyMap bootedMac(int port, const QString& serial) {
+    return {{"idVendor", 0x05AC}, {"idProduct", 0x1905}, {"locationID", qint64(portLocation(port))},
+            {"kUSBSerialNumberString", serial}, {"kUSBProductString", "Mac"}};
+}
+
+usb::PropertyMap dfuMac(int port, std::uint64_t ecid) {
+    return {{"idVendor", 0x05AC},
+            {"idProduct", 0x1227},
+            {"locationID", qint64(portLocation(port))},
+            {"kUSBSerialNumberString",
+             QString("CPID:8103 ECID:%1 SRTG:[iBoot-7459.121.3]").arg(ecid, 16, 16, QChar('0'))},
+            {"kUSBProductString", "Apple Mobile Device (DFU Mode)"},
+            {"UsbAppleDeviceECID", QString::number(ecid)}};
+}
+
+class Bench : public ::testing::Test {
+  protected:
+    void start(bool restore, int maxRestores = 4) {
+        UnattendedBench::Options options;
+        options.restore = restore;
+        options.maxRestores = maxRestores;
+        options.secondsBetweenStarts = 3;
+        bench_ = std::make_unique<UnattendedBench>(
+            UnattendedBench::Collaborators{&registry_, &driver_, &restorer_, [this] { return now_; },
+                                           3600000},
+            options);
+        bench_->start();
+        settle();
+    }
+    void settle() { QCoreApplication::processEvents(); }
+    void plug(const usb::PropertyMap& mac) {
+        registry_.attach(mac);
+        settle();
+    }
+    void pull(int port) {
+        registry_.detach(portLocation(port));
+        settle();
+    }
+    void ticks(int count) {
+        for (int i = 0; i < count; ++i) {
+            now_ += 1;
+            bench_->tick();
+        }
+    }
+    BenchPort port(int number) const {
+        for (const BenchPort& shown : bench_->ports())
+            if (shown.name == QString("1C3B4A01:%1").arg(number))
+                return shown;
+        return {};
+    }
+
+    usb::MemoryUsbRegistry registry_{QList<usb::PropertyMap>{hub()}};
+    FakeDriver driver_;
+    FakeRestorer restorer_;
+    double now_ = 0;
+    std::unique_ptr<UnattendedBench> bench_;
+};
+
+// As on the host's port: a few ticks to show DFU mode after each sequence, three sequences in all,
+// then the port asks for a person until that Mac is pulled out.
+TEST_F(Bench, AMacThatIgnoresDfuNeedsAttentionAfterTheRetries) {
+    plug(bootedMac(1, "STUBBORN"));
+    start(false);  // already on the bench: counts as just plugged in
+    ASSERT_EQ(driver_.dfuRuns, QStringList{"1C3B4A01:1"});
+    for (int attempt = 1; attempt <= UnattendedBench::dfuAttempts; ++attempt) {
+        EXPECT_EQ(port(1).phase, PortPhase::dfuSequence);
+        driver_.end("1C3B4A01:1", true);
+        EXPECT_EQ(port(1).phase, PortPhase::waitingForDFU);
+        ticks(6);
+        EXPECT_EQ(port(1).phase, PortPhase::waitingForDFU) << "six ticks are still a wait";
+        ticks(1);
+    }
+    EXPECT_EQ(driver_.dfuRuns.size(), 3);
+    EXPECT_EQ(port(1).phase, PortPhase::needsAttention);
+    EXPECT_EQ(port(1).reason, "not in DFU mode after 3 DFU sequences");
+    EXPECT_EQ(bench_->summary().needsAttention, 1);
+    pull(1);
+    EXPECT_EQ(port(1).phase, PortPhase::empty);
+    EXPECT_EQ(port(2).phase, PortPhase::empty) << "the other port never moved";
+}
+
+// A Mac that shows DFU mode while it is waited for goes on; one plugged in already in DFU mode
+// skips the sequence. Without restoring, that is done.
+TEST_F(Bench, DfuModeEndsTheCycleWithoutRestoring) {
+    start(false);
+    plug(bootedMac(1, "A1"));
+    driver_.end("1C3B4A01:1", true);
+    pull(1);
+    EXPECT_EQ(port(1).phase, PortPhase::waitingForDFU) << "a Mac leaves the bus while it resets";
+    plug(dfuMac(1, 0xA1));
+    EXPECT_EQ(port(1).phase, PortPhase::done);
+    EXPECT_EQ(port(1).ecid, 0xA1u);
+    plug(dfuMac(2, 0xB2));
+    EXPECT_EQ(port(2).phase, PortPhase::done);
+    EXPECT_EQ(driver_.dfuRuns, QStringList{"1C3B4A01:1"});
+    EXPECT_EQ(bench_->summary().done, 2);
+}
+
+// Restores start one at a time, the pause between processes apart, never more at once than
+// allowed, the longest waiting first; a failure on one port leaves the other's restore alone.
+TEST_F(Bench, RestoreStartsAreSpacedAndCapped) {
+    start(true, 1);
+    plug(dfuMac(2, 0xB2));
+    now_ = 1;
+    plug(dfuMac(1, 0xA1));
+    ASSERT_EQ(restorer_.asked, QStringList{"1C3B4A01:2"});
+    EXPECT_EQ(restorer_.locations.front(), portLocation(2));
+    emit restorer_.started("1C3B4A01:2", {"Mac14,2", 0xB2, "B2"});
+    EXPECT_EQ(port(2).phase, PortPhase::restoring);
+    ticks(5);
+    EXPECT_EQ(restorer_.asked.size(), 1) << "one restore at most";
+    emit restorer_.finished("1C3B4A01:2", false, false, "libusbrestore error:21");
+    EXPECT_EQ(port(2).phase, PortPhase::failed);
+    EXPECT_EQ(port(2).reason, "libusbrestore error:21");
+    ASSERT_EQ(restorer_.asked.size(), 2);
+    EXPECT_EQ(restorer_.asked.last(), "1C3B4A01:1");
+
+    // Apple Configurator does not list it yet: asked again a little later, not at once.
+    emit restorer_.notListed("1C3B4A01:1");
+    EXPECT_EQ(restorer_.asked.size(), 2);
+    ticks(2);
+    ASSERT_EQ(restorer_.asked.size(), 3);
+    emit restorer_.started("1C3B4A01:1", {"Macmini9,1", 0xA1, "A1"});
+    emit restorer_.finished("1C3B4A01:1", true, false, "Successful");
+    EXPECT_EQ(port(1).phase, PortPhase::done);
+    const auto summary = bench_->summary();
+    EXPECT_EQ(summary.restored, 1);
+    EXPECT_EQ(summary.failed, 1);
+}
+
+TEST_F(Bench, TheGateHoldsTheNextStartForThePause) {
+    start(true, 4);
+    plug(dfuMac(1, 0xA1));
+    emit restorer_.started("1C3B4A01:1", {"Mac14,2", 0xA1, "A1"});
+    plug(dfuMac(2, 0xB2));
+    EXPECT_EQ(restorer_.asked.size(), 1) << "three seconds between starts";
+    ticks(2);
+    EXPECT_EQ(restorer_.asked.size(), 1);
+    ticks(1);
+    EXPECT_EQ(restorer_.asked.size(), 2);
+}
+
+// A Mac whose restore failed (pulled out in the middle, here) keeps its port "failed" until
+// another Mac arrives there; a Mac that comes back as itself does not start a cycle.
+TEST_F(Bench, AnotherMacOnAFailedPortStartsANewCycle) {
+    start(true);
+    plug(dfuMac(1, 0xA1));
+    emit restorer_.started("1C3B4A01:1", {"Mac14,2", 0xA1, "A1"});
+    pull(1);
+    emit restorer_.finished("1C3B4A01:1", false, false, "The device lost power during the restore.");
+    EXPECT_EQ(port(1).phase, PortPhase::failed);
+    plug(bootedMac(1, "A1"));
+    EXPECT_EQ(port(1).phase, PortPhase::failed) << "the same Mac, back";
+    pull(1);
+    EXPECT_EQ(port(1).phase, PortPhase::empty);
+    plug(bootedMac(1, "C3"));
+    EXPECT_EQ(port(1).phase, PortPhase::dfuSequence);
+    EXPECT_EQ(port(1).serialNumber, "C3");
+}
+
+// Stopping cancels what runs and stops the sequences; the bench says it stopped only once the
+// restore under way has ended.
+TEST_F(Bench, StopCancelsWhatIsUnderWay) {
+    start(true);
+    plug(dfuMac(1, 0xA1));
+    emit restorer_.started("1C3B4A01:1", {"Mac14,2", 0xA1, "A1"});
+    plug(bootedMac(2, "B2"));
+    QSignalSpy stopped(bench_.get(), &UnattendedBench::stopped);
+    bench_->stop();
+    EXPECT_EQ(restorer_.cancels, 1);
+    EXPECT_TRUE(driver_.stopped);
+    EXPECT_EQ(stopped.size(), 0);
+    driver_.end("1C3B4A01:2", false, "not reached");
+    emit restorer_.finished("1C3B4A01:1", false, true, "Restore Cancelled");
+    EXPECT_EQ(stopped.size(), 1);
+    const auto summary = bench_->summary();
+    EXPECT_EQ(summary.cancelled, 2);
+    EXPECT_EQ(summary.failed, 0);
+    EXPECT_EQ(summary.underWay, 0);
+}
+
+}  // namespace
