@@ -1,5 +1,6 @@
 #include "metrics/BenchMetrics.h"
 
+#include "records/RestoreRecorder.h"
 #include "unattended/UnattendedBench.h"
 
 namespace metrics {
@@ -21,6 +22,7 @@ void countBench(MetricsRegistry& registry, unattended::UnattendedBench& bench) {
         for (const unattended::BenchPort& port : bench.ports())
             ++gauges.portsByState[unattended::portPhaseKey(port.phase)];
         gauges.hubsConnected = bench.hubsConnected();
+        gauges.recordsWaitingToSync = records::RestoreRecorder::shared().waitingToSync();
         return gauges;
     });
 }

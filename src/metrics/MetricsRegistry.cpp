@@ -102,6 +102,9 @@ QString MetricsRegistry::render() const {
         lines << QStringLiteral("tarvel_ports{state=\"%1\"} %2").arg(it.key()).arg(it.value());
     header(lines, "tarvel_hubs_connected", "gauge", "Hubs of the bench on the bus.");
     lines << QStringLiteral("tarvel_hubs_connected %1").arg(gauges.hubsConnected);
+    header(lines, "tarvel_records_waiting_to_sync", "gauge",
+           "Restore records not yet in the facility database.");
+    lines << QStringLiteral("tarvel_records_waiting_to_sync %1").arg(gauges.recordsWaitingToSync);
     header(lines, "tarvel_build_info", "gauge", "The running build; always 1.");
     const core::BundleInfo& bundle = core::BundleInfo::shared();
     lines << QStringLiteral("tarvel_build_info{version=\"%1\",build=\"%2\"} 1")

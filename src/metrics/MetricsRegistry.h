@@ -24,6 +24,7 @@ class MetricsRegistry {
     struct Gauges {
         QMap<QString, int> portsByState;  // every state, zero or not
         int hubsConnected = 0;
+        qint64 recordsWaitingToSync = 0;  // outcomes the facility database has not taken yet
     };
 
     MetricsRegistry();

@@ -27,6 +27,7 @@ TEST(MetricsRegistry, RendersCountersHistogramsAndGaugesInTheTextFormat) {
         MetricsRegistry::Gauges gauges;
         gauges.portsByState = {{"done", 2}, {"empty", 8}};
         gauges.hubsConnected = 2;
+        gauges.recordsWaitingToSync = 7;
         return gauges;
     });
     const QString text = registry.render();
@@ -43,7 +44,8 @@ TEST(MetricsRegistry, RendersCountersHistogramsAndGaugesInTheTextFormat) {
           // Cumulative: 100 and 700 are under 900; 1300 only from 1800 on.
           "tarvel_restore_duration_seconds_bucket{le=\"900\"} 2",
           "tarvel_restore_duration_seconds_bucket{le=\"1800\"} 3",
-          "tarvel_ports{state=\"done\"} 2", "tarvel_hubs_connected 2", "tarvel_build_info{"})
+          "tarvel_ports{state=\"done\"} 2", "tarvel_hubs_connected 2",
+          "tarvel_records_waiting_to_sync 7", "tarvel_build_info{"})
         EXPECT_TRUE(text.contains(QLatin1String(line))) << line << "\n" << text.toStdString();
     EXPECT_TRUE(text.endsWith(u'\n'));
 }

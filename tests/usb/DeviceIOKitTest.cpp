@@ -110,8 +110,10 @@ TEST_F(DeviceIOKitTest, RecordFromAService) {
     usb::PropertyMap dfu =
         device(apple, 0x01230000, dfuSerial(0xABCDEF), "Apple Mobile Device (DFU Mode)");
     dfu["UsbAppleDeviceECID"] = qulonglong(0xABCDEF);
+    // The boot ROM's serial names its chip and board, which tell the model before any listing.
     EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&dfu),
-              (DeviceIOKitInfo{apple, "", 0x01230000, "Apple Mobile Device (DFU Mode)", 0xABCDEF}));
+              (DeviceIOKitInfo{apple, "", 0x01230000, "Apple Mobile Device (DFU Mode)", 0xABCDEF,
+                               0x8103, 0x26}));
 
     const usb::PropertyMap booted = device(apple, 0x14120000, "c02xk1", "Mac");
     EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&booted),
@@ -134,7 +136,7 @@ TEST_F(DeviceIOKitTest, RecordFromAService) {
          {"kUSBSerialNumberString", dfuSerial(0x0123456789ABCDEF)},
          {"UsbAppleDeviceECID", QString::number(0x0123456789ABCDEFull)}});
     EXPECT_EQ(DeviceIOKit::deviceInfoWithService(&simulated),
-              (DeviceIOKitInfo{apple, "", 0x01110000, "", 0x0123456789ABCDEF}));
+              (DeviceIOKitInfo{apple, "", 0x01110000, "", 0x0123456789ABCDEF, 0x8103, 0x26}));
 }
 
 TEST(DeviceIOKitDeathTest, NegativeVendorOrEcidStopsTheProcess) {
