@@ -18,8 +18,13 @@ SessionRestorer::SessionRestorer(restore::RestoreSession& session,
     : Restorer(parent), session_(session), listDevices_(std::move(listDevices)) {
     connect(&session_, &restore::RestoreSession::deviceProgress, this,
             [this](const restore::DevicePtr& device, const QString& step, float progress) {
-                if (portOf_.contains(device.get()))
-                    emit this->progress(portOf_.value(device.get()), step, progress);
+                if (!portOf_.contains(device.get()))
+                    return;
+                // A restore still waiting for its start when the bench stopped was passed over
+                // by the cancel; it is cancelled the moment it shows it runs.
+                if (cancelling_ && device->isRestoring() && !device->didCancel())
+                    session_.cancel({device});
+                emit this->progress(portOf_.value(device.get()), step, progress);
             });
     connect(&session_, &restore::RestoreSession::deviceFinished, this,
             &SessionRestorer::deviceFinished);
@@ -73,6 +78,9 @@ void SessionRestorer::deviceFinished(const restore::DevicePtr& device) {
     emit finished(port, status == successful, status == cancelledStatus, status);
 }
 
-void SessionRestorer::cancelAll() { session_.cancel(restoring_); }
+void SessionRestorer::cancelAll() {
+    cancelling_ = true;
+    session_.cancel(restoring_);
+}
 
 }  // namespace unattended

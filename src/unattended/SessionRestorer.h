@@ -30,6 +30,7 @@ class SessionRestorer final : public Restorer {
     restore::LocalPortAutoRestore::ListDevices listDevices_;
     QHash<const AC2Device*, QString> portOf_;
     restore::DeviceList restoring_;
+    bool cancelling_ = false;
 };
 
 }  // namespace unattended

@@ -161,7 +161,11 @@ TEST_F(CliAuto, AFailingPortLeavesTheOthersAlone) {
 // Ctrl-C in the middle of the day cancels the restores under way, as `restore` does: each is
 // recorded as cancelled, no Mac is left restoring, and the run says so with 130.
 TEST_F(CliAuto, CtrlCMidDayCancelsWhatIsUnderWay) {
-    ASSERT_FALSE(station_.start({"--station", station_.writeStation(benchDay())}, 20).isEmpty());
+    // Restores long enough (30 s at this speed) that Ctrl-C lands in one on a loaded machine too;
+    // with the day's own 1.5 s a restore could end on its own before the cancel reached it.
+    QByteArray station = benchDay();
+    station.replace(R"("restoreSeconds": 30)", R"("restoreSeconds": 600)");
+    ASSERT_FALSE(station_.start({"--station", station_.writeStation(station)}, 20).isEmpty());
     const QByteArray output =
         runUntil({"auto", "--restore", "--json"},
                  [](const QByteArray& out) { return out.contains(R"("state":"restoring")"); },
