@@ -1,5 +1,6 @@
 #include "cli/BenchBoard.h"
 
+#include "cli/TerminalWidth.h"
 #include "configurator/AC2Device.h"
 
 #include <sys/ioctl.h>
@@ -14,13 +15,6 @@
 
 namespace cli {
 namespace {
-
-int terminalWidth() {
-    winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
-        return size.ws_col;
-    return 80;
-}
 
 QString bar(double progress) {
     const int filled = std::clamp(int(std::lround(progress * 10)), 0, 10);

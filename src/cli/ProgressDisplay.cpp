@@ -1,5 +1,6 @@
 #include "cli/ProgressDisplay.h"
 
+#include "cli/TerminalWidth.h"
 #include "cli/PortVerdict.h"
 
 #include "hubs/AcronamePort.h"
@@ -24,13 +25,6 @@ constexpr int kBarWidth = 10;
 constexpr int kShortestHeadline = 12;
 const QString kRed = QStringLiteral("\033[31m");
 const QString kPlain = QStringLiteral("\033[0m");
-
-int terminalWidth() {
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
-        return size.ws_col;
-    return 80;
-}
 
 QString resultText(const PortProgress& event) {
     if (event.kind == PortProgress::Kind::PortSkipped)

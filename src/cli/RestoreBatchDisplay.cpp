@@ -1,5 +1,6 @@
 #include "cli/RestoreBatchDisplay.h"
 
+#include "cli/TerminalWidth.h"
 #include "cli/RestoreProgressBar.h"
 #include "configurator/AC2Device.h"
 
@@ -13,13 +14,6 @@
 
 namespace cli {
 namespace {
-
-int terminalWidth() {
-    winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
-        return size.ws_col;
-    return 80;
-}
 
 // Wide enough for "Mac mini (M2 Pro, 2023)"; longer names end in an ellipsis.
 constexpr int modelWidth = 24;
