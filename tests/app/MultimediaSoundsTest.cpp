@@ -4,12 +4,19 @@
 
 #include <QFile>
 #include <QSoundEffect>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
 namespace {
 
 using views::MultimediaSounds;
+
+// Qt loads a sound on a thread of its own and leaks it when the process ends mid-load; a test
+// that played one waits for the load to end, as an application that runs on always does.
+bool loadEnds(const QSoundEffect* effect) {
+    return QTest::qWaitFor([effect] { return effect->status() != QSoundEffect::Loading; }, 5000);
+}
 
 TEST(MultimediaSounds, TheApplicationInstallsThemAsTheSharedSounds) {
     {
@@ -28,8 +35,10 @@ TEST(MultimediaSounds, EachEndingOfARestorePlaysItsOwnBuiltInSound) {
     player.play(true);
     ASSERT_NE(sounds.lastPlayed(), nullptr);
     EXPECT_EQ(sounds.lastPlayed()->source(), QUrl("qrc:/sounds/fail.wav"));
+    EXPECT_TRUE(loadEnds(sounds.lastPlayed()));
     player.play(false);
     EXPECT_EQ(sounds.lastPlayed()->source(), QUrl("qrc:/sounds/finishSound.wav"));
+    EXPECT_TRUE(loadEnds(sounds.lastPlayed()));
 
     for (const QString name : {"fail", "finishSound"}) {
         QFile wav(":/sounds/" + name + ".wav");
