@@ -3,6 +3,7 @@
 #include "app/DeviceListModel.h"
 #include "app/MacModelNames.h"
 #include "configurator/AC2Device.h"
+#include "unattended/BenchPortModel.h"
 
 namespace app {
 namespace {
@@ -20,6 +21,26 @@ const QHash<QString, BenchTileLook>& builtInLooks() {
         {benchstate::failed, {QStringLiteral("Failed"), 0xC62828, 0xFFFFFF}},
     };
     return looks;
+}
+
+// The bench's phases that say more than the Mac's own state, each as a state of its own.
+std::optional<BenchTileLook> portPhaseLook(unattended::PortPhase phase) {
+    using unattended::PortPhase;
+    const auto look = [phase](std::uint32_t fill, std::uint32_t ink) {
+        return BenchTileLook{unattended::portPhaseTitle(phase), fill, ink};
+    };
+    switch (phase) {
+        case PortPhase::dfuSequence: return look(0x90CAF9, 0x0D47A1);
+        case PortPhase::waitingForDFU: return look(0xBBDEFB, 0x0D47A1);
+        case PortPhase::queued: return look(0x1565C0, 0xFFFFFF);
+        case PortPhase::done: return look(0x1B5E20, 0xFFFFFF);
+        case PortPhase::needsAttention: return look(0xEF6C00, 0x212121);
+        default: return std::nullopt;
+    }
+}
+
+QString portPhaseState(unattended::PortPhase phase) {
+    return QStringLiteral("bench_") + unattended::portPhaseKey(phase);
 }
 
 QString groupOf(const QString& port) {
@@ -75,6 +96,24 @@ void BenchMap::addClassifier(Classifier classifier) {
     rebuild();
 }
 
+void BenchMap::showPortPhases(const unattended::BenchPortModel& ports) {
+    for (const unattended::PortPhase phase : unattended::allPortPhases)
+        if (const auto look = portPhaseLook(phase))
+            addState(portPhaseState(phase), *look);
+    addClassifier([&ports](const BenchTile& tile, const AC2Device*) -> std::optional<QString> {
+        const unattended::BenchPort* port = tile.isHostPort() ? nullptr : ports.port(tile.port);
+        if (!port)
+            return std::nullopt;
+        if (port->phase == unattended::PortPhase::failed)
+            return benchstate::failed;
+        if (portPhaseLook(port->phase))
+            return portPhaseState(port->phase);
+        return std::nullopt;
+    });
+    connect(&ports, &unattended::BenchPortModel::portPhaseChanged, this, &BenchMap::rebuildSoon);
+    connect(&ports, &QAbstractItemModel::modelReset, this, &BenchMap::rebuildSoon);
+}
+
 void BenchMap::rebuildSoon() {
     if (!pendingRebuild_.isActive())
         pendingRebuild_.start();
@@ -87,7 +126,7 @@ void BenchMap::rebuild() {
     int hostRow = -1;
     for (int row = 0; row < devices_.rowCount(); ++row) {
         const QString port =
-            devices_.data(devices_.index(row, DeviceListModel::HubPort)).toString();
+            devices_.data(devices_.index(row, 0), DeviceListModel::HubPortRole).toString();
         // A Mac that is gone leaves its port to the next one that arrives there.
         const bool present = devices_.isConnected(row) || devices_.deviceAt(row)->isRestoring();
         if (!port.isEmpty() && (present || !rowOfPort.contains(port)))

@@ -14,6 +14,10 @@
 
 class AC2Device;
 
+namespace unattended {
+class BenchPortModel;
+}
+
 namespace app {
 
 class DeviceListModel;
@@ -38,6 +42,8 @@ struct BenchTileLook {
     QString word;
     std::uint32_t fill = 0;
     std::uint32_t ink = 0;
+
+    bool operator==(const BenchTileLook&) const = default;
 };
 
 // One port of the bench and what sits on it.
@@ -53,6 +59,7 @@ struct BenchTile {
     double progress = -1;  // 0 to 1 while restoring
 
     bool isHostPort() const { return port.isEmpty(); }
+    bool operator==(const BenchTile&) const = default;
 };
 
 // The bench as tiles: one per usable port of every hub on the bus, grouped by hub, and one for
@@ -82,6 +89,10 @@ class BenchMap : public QObject {
     void addState(const QString& state, const BenchTileLook& look);
     // Consulted before the built-in states, the last added first.
     void addClassifier(Classifier classifier);
+    // While the unattended bench runs, its phases show on the ports' tiles: where the Mac's own
+    // state says less ("Sending DFU", "Waiting for DFU", "Queued", "Done", "Needs attention",
+    // "Failed"). A restoring Mac keeps its percentage. `ports` outlives this map.
+    void showPortPhases(const unattended::BenchPortModel& ports);
 
   signals:
     // Tiles came or went: the map is laid out anew.

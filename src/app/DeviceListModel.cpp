@@ -9,6 +9,7 @@
 #include "core/SettingsKeys.h"
 #include "hubs/AcronamePort.h"
 #include "restore/EventNotification.h"
+#include "unattended/BenchPortModel.h"
 #include "usb/USBManager.h"
 
 #include <QMetaObject>
@@ -89,10 +90,12 @@ QVariant DeviceListModel::display(const Row& row, int column) const {
         case Ecid: return device.ecid() ? formatEcid(device.ecid()) : QString();
         case Serial: return device.serialNumber();
         case Location: return device.locationID() ? hexLocation(device.locationID()) : QString();
-        case HubPort:
-            if (device.port())
-                return device.port()->name();
-            return c_.hubPort ? c_.hubPort(device) : QString();
+        case HubPort: {
+            const unattended::BenchPort* bench = benchPortOf(row);
+            if (!bench || bench->phase == unattended::PortPhase::empty)
+                return hubPortOf(device);
+            return QStringLiteral("%1 · %2").arg(bench->name, unattended::portPhaseTitle(bench->phase));
+        }
         case DFU: return device.inDFU() ? QStringLiteral("Yes") : QStringLiteral("No");
         case Status: {
             const QString status = statusText(device);
@@ -106,6 +109,32 @@ QVariant DeviceListModel::display(const Row& row, int column) const {
     return {};
 }
 
+QString DeviceListModel::hubPortOf(const AC2Device& device) const {
+    if (device.port())
+        return device.port()->name();
+    return c_.hubPort ? c_.hubPort(device) : QString();
+}
+
+// A Mac that left keeps its row for a while; the port's phase is the next Mac's by then.
+const unattended::BenchPort* DeviceListModel::benchPortOf(const Row& row) const {
+    if (!portPhases_ || !(row.connected() || row.device->isRestoring()))
+        return nullptr;
+    const QString port = hubPortOf(*row.device);
+    return port.isEmpty() ? nullptr : portPhases_->port(port);
+}
+
+void DeviceListModel::showPortPhases(const unattended::BenchPortModel& ports) {
+    portPhases_ = &ports;
+    connect(&ports, &unattended::BenchPortModel::portPhaseChanged, this,
+            &DeviceListModel::hubPortsChanged);
+    connect(&ports, &QAbstractItemModel::modelReset, this, &DeviceListModel::hubPortsChanged);
+}
+
+void DeviceListModel::hubPortsChanged() {
+    if (!rows_.isEmpty())
+        emit dataChanged(index(0, HubPort), index(int(rows_.size()) - 1, HubPort));
+}
+
 QVariant DeviceListModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() >= rows_.size())
         return {};
@@ -117,15 +146,23 @@ QVariant DeviceListModel::data(const QModelIndex& index, int role) const {
             return row.progress;
         case RecoveryRole:
             return row.inRecovery;
+        case HubPortRole:
+            return hubPortOf(*row.device);
         case SortRole:
             if (index.column() == Ecid)
                 return QVariant::fromValue<quint64>(row.device->ecid());
             if (index.column() == Location)
                 return QVariant::fromValue<qint64>(row.device->locationID());
+            if (index.column() == HubPort)
+                return hubPortOf(*row.device);
             return display(row, index.column());
         case Qt::ToolTipRole:
             if (index.column() == Model && !row.device->deviceType().isEmpty())
                 return row.device->deviceType();
+            if (index.column() == HubPort) {
+                const unattended::BenchPort* bench = benchPortOf(row);
+                return bench && !bench->reason.isEmpty() ? QVariant(bench->reason) : QVariant();
+            }
             return index.column() == Status ? display(row, Status) : QVariant();
         default:
             return {};

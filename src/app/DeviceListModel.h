@@ -21,6 +21,11 @@ namespace restore {
 class EventNotification;
 }
 
+namespace unattended {
+struct BenchPort;
+class BenchPortModel;
+}  // namespace unattended
+
 namespace app {
 
 // The devices of the bench, one row per Mac: Apple Configurator's listing merged with what the
@@ -40,6 +45,8 @@ class DeviceListModel : public QAbstractTableModel {
     static constexpr int SortRole = Qt::UserRole + 2;
     // Whether USB last showed the Mac in recovery mode (a boolean).
     static constexpr int RecoveryRole = Qt::UserRole + 3;
+    // The hub port alone, "HUB:PORT", whatever the cell shows beside it.
+    static constexpr int HubPortRole = Qt::UserRole + 4;
     static constexpr qint64 disconnectedGraceSeconds = 60;
 
     struct Collaborators {
@@ -66,6 +73,9 @@ class DeviceListModel : public QAbstractTableModel {
     void usbDevicesRemoved(const QList<DeviceIOKitInfo>& devices);
     // Follows "deviceAdded" and "deviceRemoved" of the centre until this model goes.
     void observe(core::NotificationCenter& center);
+    // The unattended bench's phase of each Mac's port joins its "Hub : Port" cell while the bench
+    // runs ("1C3B4A01:3 · Queued"), the reason in the tooltip. `ports` outlives this model.
+    void showPortPhases(const unattended::BenchPortModel& ports);
 
     // The restore workflow changed a device's status or progress.
     void deviceStatusChanged(const std::shared_ptr<AC2Device>& device);
@@ -90,11 +100,15 @@ class DeviceListModel : public QAbstractTableModel {
     void changed(int row);
     void postEvent(const QString& event, const std::shared_ptr<AC2Device>& device);
     QVariant display(const Row& row, int column) const;
+    QString hubPortOf(const AC2Device& device) const;
+    const unattended::BenchPort* benchPortOf(const Row& row) const;
+    void hubPortsChanged();
 
     Collaborators c_;
     QList<Row> rows_;
     std::vector<std::uint64_t> observers_;
     core::NotificationCenter* center_ = nullptr;
+    const unattended::BenchPortModel* portPhases_ = nullptr;
     // Notifications may come from other threads; they are handed to the main loop with this.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };

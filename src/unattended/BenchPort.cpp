@@ -30,6 +30,14 @@ QString portPhaseKey(PortPhase phase) {
     return portPhaseText(phase).toLower().replace(u' ', u'_');
 }
 
+QString portPhaseTitle(PortPhase phase) {
+    if (phase == PortPhase::dfuSequence)
+        return QStringLiteral("Sending DFU");
+    QString text = portPhaseText(phase);
+    text[0] = text[0].toUpper();
+    return text;
+}
+
 bool isCycleEnd(PortPhase phase) {
     return phase == PortPhase::done || phase == PortPhase::failed ||
            phase == PortPhase::needsAttention;

@@ -26,6 +26,9 @@ enum class PortPhase {
 QString portPhaseText(PortPhase phase);
 // The same as one word for labels and JSON: "empty", "dfu", "waiting_for_dfu", ...
 QString portPhaseKey(PortPhase phase);
+// The same for a tile or a table cell: "Sending DFU", "Waiting for DFU", "Queued", ... (the
+// sequence's phase is not "DFU" there, which would read as the Mac's mode).
+QString portPhaseTitle(PortPhase phase);
 bool isCycleEnd(PortPhase phase);
 inline constexpr PortPhase allPortPhases[] = {
     PortPhase::empty,    PortPhase::dfuSequence, PortPhase::waitingForDFU,

@@ -42,11 +42,11 @@ void BenchPortModel::refreshTimes() {
         emit dataChanged(index(0, TimeColumn), index(int(ports_.size()) - 1, TimeColumn));
 }
 
-std::optional<PortPhase> BenchPortModel::phaseOf(const QString& port) const {
+const BenchPort* BenchPortModel::port(const QString& name) const {
     for (const BenchPort& shown : ports_)
-        if (shown.name == port)
-            return shown.phase;
-    return std::nullopt;
+        if (shown.name == name)
+            return &shown;
+    return nullptr;
 }
 
 int BenchPortModel::rowCount(const QModelIndex& parent) const {

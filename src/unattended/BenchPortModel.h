@@ -6,7 +6,6 @@
 #include <QList>
 
 #include <functional>
-#include <optional>
 
 namespace unattended {
 
@@ -14,7 +13,7 @@ class UnattendedBench;
 
 // The bench's ports for a table or a map of the bench: one row per port, the Mac's model, the
 // state, the restore's progress and the time in that state. Follows the bench it is bound to;
-// `phaseOf` answers a port's state for views that draw the bench their own way.
+// `port` answers for views that draw the bench their own way (the device table, the bench map).
 class BenchPortModel final : public QAbstractTableModel {
     Q_OBJECT
   public:
@@ -28,7 +27,8 @@ class BenchPortModel final : public QAbstractTableModel {
     void bind(UnattendedBench* bench);
     // Moves the times in state on.
     void refreshTimes();
-    std::optional<PortPhase> phaseOf(const QString& port) const;
+    // The port of that name; null when the bench has none (or no bench is bound).
+    const BenchPort* port(const QString& name) const;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

@@ -85,7 +85,10 @@ void ManagerPortDriver::refresh() {
     });
 }
 
+// A refresh reconnects every hub: the ports of the last one belong to links that are gone.
 void ManagerPortDriver::refreshed(const AC2Devices& entries) {
+    ports_.clear();
+    names_.clear();
     for (const auto& entry : entries) {
         const auto port = entry->port();
         if (!port || !port->hub() || ports_.contains(port->name()))

@@ -16,7 +16,8 @@ namespace unattended {
 // that read disabled, whose Macs would stay unknown otherwise), then each port's DFU and
 // recovery sequences run on a thread of their own, with the manager's pauses, so a port never
 // waits for another. A sequence that fails leaves the hub list alone: rebuilding it would
-// disconnect the hubs under the other ports' sequences.
+// disconnect the hubs under the other ports' sequences; the bench refreshes only between
+// sequences, when a hub has been plugged in.
 class ManagerPortDriver final : public PortDriver {
     Q_OBJECT
   public:
@@ -26,7 +27,7 @@ class ManagerPortDriver final : public PortDriver {
     ~ManagerPortDriver() override;
 
     // Refreshes the hubs; ready() follows.
-    void refresh();
+    void refresh() override;
 
     QStringList ports() const override { return names_; }
     void dfu(const QString& port) override;

@@ -22,6 +22,9 @@ class PortDriver : public QObject {
 
     // The usable hub ports ("1C3B4A01:3"), once ready() was emitted.
     virtual QStringList ports() const = 0;
+    // Looks for the hubs again (one was plugged in); ready() when done. Never asked while a
+    // sequence runs: it reconnects every hub.
+    virtual void refresh() = 0;
     virtual void dfu(const QString& port) = 0;
     virtual void recovery(const QString& port) = 0;
     // Sequences stop before their next step; their ends still come.

@@ -2,11 +2,13 @@
 
 #include "core/Log.h"
 #include "usb/AutoDFU.h"
+#include "usb/HubPortNames.h"
 
 #include <QSet>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace unattended {
 namespace {
@@ -73,8 +75,10 @@ void UnattendedBench::start() {
 }
 
 void UnattendedBench::driverReady() {
-    if (watching_)
+    if (watching_) {
+        adoptNewPorts();
         return;
+    }
     const QStringList usable = c_.driver->ports();
     QStringList chosen = options_.ports.isEmpty() ? usable : options_.ports;
     for (const QString& name : chosen) {
@@ -103,6 +107,8 @@ void UnattendedBench::driverReady() {
                 devicesChanged();
             });
     devices_ = c_.registry->startWatching();
+    const QStringList onUsb = usb::HubPortNames(devices_).names();
+    portsOnUsb_ = QSet<QString>(onUsb.begin(), onUsb.end());
     tick_.start();
     ZMRLogLevel1(QStringLiteral("Unattended bench started on %1 ports: %2")
                      .arg(ports_.size())
@@ -116,7 +122,67 @@ void UnattendedBench::devicesChanged() {
         evaluation_.start();
 }
 
+// The refresh found the hubs again: a bench of every usable port takes the new hub's ports, and
+// the sequences held for it go on.
+void UnattendedBench::adoptNewPorts() {
+    refreshing_ = false;
+    if (options_.ports.isEmpty()) {
+        for (const QString& name : c_.driver->ports()) {
+            if (ports_.contains(name))
+                continue;
+            Port& port = ports_[name];
+            port.shown.name = name;
+            port.shown.since = c_.now();
+            ZMRLogLevel1(QStringLiteral("Unattended bench: port %1 joins").arg(name));
+            changed(port);
+        }
+    }
+    const QHash<QString, bool> held = std::exchange(heldSequences_, {});
+    for (auto it = held.begin(); it != held.end(); ++it)
+        it.value() ? c_.driver->recovery(it.key()) : c_.driver->dfu(it.key());
+    evaluate();
+}
+
+void UnattendedBench::noticeNewHubs() {
+    const QStringList onUsb = usb::HubPortNames(devices_).names();
+    QSet<QString> now(onUsb.begin(), onUsb.end());
+    if (options_.ports.isEmpty() && !stopping_ && !now.isEmpty() && !now.subtract(portsOnUsb_).isEmpty()) {
+        ZMRLogLevel1(QStringLiteral("Unattended bench: a hub was plugged in; looking for the hubs "
+                                    "again once no sequence runs"));
+        hubRefreshWanted_ = true;
+    }
+    portsOnUsb_ = QSet<QString>(onUsb.begin(), onUsb.end());
+    refreshWhenIdle();
+}
+
+// A refresh reconnects every hub, which would cut the sequences under way.
+void UnattendedBench::refreshWhenIdle() {
+    if (!hubRefreshWanted_ || refreshing_ || sequencesUnderWay())
+        return;
+    hubRefreshWanted_ = false;
+    refreshing_ = true;
+    c_.driver->refresh();
+}
+
+bool UnattendedBench::sequencesUnderWay() const {
+    for (auto it = ports_.begin(); it != ports_.end(); ++it)
+        if (it->sequenceRunning && !heldSequences_.contains(it.key()))
+            return true;
+    return false;
+}
+
+void UnattendedBench::runSequence(Port& port, bool recovery) {
+    port.sequenceRunning = true;
+    if (hubRefreshWanted_ || refreshing_) {
+        heldSequences_.insert(port.shown.name, recovery);
+        refreshWhenIdle();
+        return;
+    }
+    recovery ? c_.driver->recovery(port.shown.name) : c_.driver->dfu(port.shown.name);
+}
+
 void UnattendedBench::evaluate() {
+    noticeNewHubs();
     const QHash<QString, PortSighting> sightings = sightPorts(devices_, ports_.keys());
     for (auto it = ports_.begin(); it != ports_.end(); ++it) {
         it->sighting = sightings.value(it.key());
@@ -178,10 +244,9 @@ void UnattendedBench::beginCycle(Port& port) {
 
 void UnattendedBench::runDfu(Port& port) {
     ++port.shown.dfuAttempts;
-    port.sequenceRunning = true;
     port.waitTicks = 0;
     setPhase(port, PortPhase::dfuSequence);
-    c_.driver->dfu(port.shown.name);
+    runSequence(port, false);
 }
 
 void UnattendedBench::reachedDfu(Port& port) {
@@ -241,6 +306,7 @@ void UnattendedBench::sequenceEnded(const QString& name, const SequenceOutcome& 
         setPhase(*port, PortPhase::waitingForDFU);
         observe(*port);
     }
+    refreshWhenIdle();
     checkStopped();
 }
 
@@ -322,9 +388,8 @@ void UnattendedBench::restoreFinished(const QString& name, bool ok, bool cancell
                                : (cancelled ? QStringLiteral("cancelled") : QStringLiteral("failed"));
     emit restoreEnded(port->shown, outcome, c_.now() - port->restoreStartedAt);
     if (ok && options_.recoveryAfter && !stopping_) {
-        port->sequenceRunning = true;
         setPhase(*port, PortPhase::recovery);
-        c_.driver->recovery(name);
+        runSequence(*port, true);
     } else if (ok) {
         endCycle(*port, PortPhase::done);
     } else {
@@ -397,6 +462,13 @@ void UnattendedBench::stop() {
     for (Port& port : ports_)
         if (port.shown.phase == PortPhase::queued && pendingStart_ != port.shown.name)
             endCycle(port, PortPhase::failed, stoppedReason);
+    // Sequences held for a refresh never began.
+    hubRefreshWanted_ = false;
+    for (const QString& name : std::exchange(heldSequences_, {}).keys()) {
+        Port& port = ports_[name];
+        port.sequenceRunning = false;
+        endCycle(port, PortPhase::failed, stoppedReason);
+    }
     checkStopped();
 }
 

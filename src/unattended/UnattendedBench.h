@@ -7,8 +7,10 @@
 
 #include "usb/UsbRegistry.h"
 
+#include <QHash>
 #include <QList>
 #include <QMap>
+#include <QSet>
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
@@ -37,7 +39,8 @@ struct BenchSummary {
 // With restoring on it is restored through the restore queue, starts spaced by the pause between
 // processes and no more at once than allowed, and optionally started into recovery. The port
 // then shows done, failed or needs attention until that Mac is pulled out. Ports never wait for
-// each other except for their turn to start a restore. Main thread.
+// each other except for their turn to start a restore, and for the moment the hubs are looked for
+// again when one is plugged in (every usable port of it then joins the bench). Main thread.
 class UnattendedBench : public QObject {
     Q_OBJECT
 
@@ -109,6 +112,11 @@ class UnattendedBench : public QObject {
     };
 
     void driverReady();
+    void adoptNewPorts();
+    void noticeNewHubs();
+    void refreshWhenIdle();
+    bool sequencesUnderWay() const;
+    void runSequence(Port& port, bool recovery);
     void devicesChanged();
     void evaluate();
     void observe(Port& port);
@@ -139,6 +147,12 @@ class UnattendedBench : public QObject {
     double startedAt_ = 0;
     double lastStart_ = -std::numeric_limits<double>::infinity();
     QString pendingStart_;  // the port whose Mac is being looked up to start its restore
+    // Hub ports USB has shown; one more than before means a hub was plugged in.
+    QSet<QString> portsOnUsb_;
+    bool hubRefreshWanted_ = false;
+    bool refreshing_ = false;
+    // Sequences held while the hubs are looked for again: port, and whether it is recovery.
+    QHash<QString, bool> heldSequences_;
     int restoring_ = 0;
     bool watching_ = false;
     bool stopping_ = false;

@@ -14,12 +14,14 @@
 #include "support/RecordingAlerts.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
+#include "unattended/BenchController.h"
 #include "usb/AutoDFU.h"
 #include "views/BenchMapView.h"
 #include "views/BenchTileButton.h"
 #include "views/CollapsibleSection.h"
 #include "views/DevicePanel.h"
 #include "views/MainWindow.h"
+#include "views/UnattendedBenchGroupView.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -162,8 +164,10 @@ TEST_F(DeviceArea, ThirtyFiveMacsNeedOnlyAShortScrollAt1280By800) {
     auto* fullPanel =
         new views::DevicePanel(*controller, devices, *session, *history, lookup, benchMap);
     auto* localPort = new views::CollapsibleSection("This Mac's DFU Port", new QLabel("controls"));
+    unattended::BenchController unattendedBench(*session);
     layout->addWidget(fullPanel, 1);
     layout->addWidget(localPort);
+    layout->addWidget(new views::UnattendedBenchGroupView(unattendedBench));
     window.setDeviceArea(area);
     localPort->setExpanded(false);
     window.show();
@@ -183,10 +187,13 @@ TEST_F(DeviceArea, ThirtyFiveMacsNeedOnlyAShortScrollAt1280By800) {
     QApplication::processEvents();
     EXPECT_GE(table->rowAt(table->viewport()->height() - 1), 19);
 
-    // The batch's bar says what it measures.
+    // The batch's bar says what it measures, beside it where its chunk cannot hide the words.
     appState.setIsRunning(true);
+    appState.setProgressBarValue(0.12);
     EXPECT_TRUE(window.batchProgress()->isVisible());
     EXPECT_EQ(window.batchProgress()->accessibleName(), "Restore batch progress");
+    EXPECT_FALSE(window.batchProgress()->isTextVisible());
+    EXPECT_EQ(window.batchProgressLabel()->text(), "Restore batch: 12% restored");
     appState.setIsRunning(false);
 }
 

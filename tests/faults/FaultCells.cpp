@@ -46,6 +46,9 @@ QList<Cell> faultCells() {
     // Built here, not at file scope: the cells are read while tests register, before other
     // files' statics are sure to exist.
     const QStringList portsJson = {"--all", "--json"};
+    // Nothing listens on the discard port of this machine.
+    const QString unreachableFacility =
+        "defaults write recordsDatabaseURL postgresql://tarvel@127.0.0.1:9/records";
     const QStringList restoreAll = {"restore", "--all-dfu", "--json", "--history-json",
                                     "{history}"};
     return {
@@ -212,6 +215,34 @@ QList<Cell> faultCells() {
          .at = "Waiting to start next process",
          .exit = 1,
          .said = "the simulator closed its socket; the batch was abandoned"},
+        // The unattended bench: Ctrl-C cancels the restores under way and says so in its
+        // status; a simulator that dies under it ends the day as a failure.
+        {.name = "AutoCtrlCWhileRestoring",
+         .station = inDfu(),
+         .command = {"auto", "--restore", "--json"},
+         .interrupt = Interrupt::Sigint,
+         .at = R"("state":"restoring")",
+         .exit = 130,
+         .said = R"("status":130)"},
+        {.name = "AutoSimulatorKilled",
+         .station = inDfu(),
+         .command = {"auto", "--restore", "--json"},
+         .interrupt = Interrupt::KillSimulator,
+         .at = R"("state":"restoring")",
+         .exit = 1,
+         .said = "auto: the simulator closed its socket"},
+        // A facility database that cannot be reached neither slows nor fails a restore; its
+        // records wait on the bench, and a sync says how many and fails.
+        {.name = "RestoreWithTheFacilityDatabaseGone",
+         .station = inDfu(),
+         .before = {unreachableFacility},
+         .command = restoreAll},
+        {.name = "RecordsSyncWithTheFacilityDatabaseGone",
+         .station = inDfu(),
+         .before = {unreachableFacility, "restore --all-dfu"},
+         .command = {"records", "sync"},
+         .exit = 1,
+         .said = "; 10 waiting."},
         // The host's own DFU port, through the simulated helper (on a bus tarvel-cli starts
         // itself when there is no session bus).
         {.name = "LocalDfuWithNothingPlugged",

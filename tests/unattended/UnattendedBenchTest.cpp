@@ -1,5 +1,10 @@
 #include "unattended/UnattendedBench.h"
 
+#include "app/BenchMap.h"
+#include "app/DeviceListModel.h"
+#include "support/TestSettings.h"
+#include "support/VirtualClock.h"
+#include "unattended/BenchPortModel.h"
 #include "usb/HubPortNames.h"
 #include "usb/MemoryUsbRegistry.h"
 
@@ -18,15 +23,18 @@ constexpr std::uint64_t hubLocation = 0x01100000;
 
 class FakeDriver final : public unattended::PortDriver {
   public:
-    QStringList ports() const override { return {"1C3B4A01:1", "1C3B4A01:2"}; }
+    QStringList ports() const override { return portList; }
+    void refresh() override { ++refreshes; }
     void dfu(const QString& port) override { dfuRuns << port; }
     void recovery(const QString& port) override { recoveryRuns << port; }
     void stop() override { stopped = true; }
     void end(const QString& port, bool ok, const QString& reason = {}) {
         emit sequenceEnded(port, {ok, false, reason});
     }
+    QStringList portList{"1C3B4A01:1", "1C3B4A01:2"};
     QStringList dfuRuns;
     QStringList recoveryRuns;
+    int refreshes = 0;
     bool stopped = false;
 };
 
@@ -42,15 +50,17 @@ class FakeRestorer final : public unattended::Restorer {
     int cancels = 0;
 };
 
-usb::PropertyMap hub() {
-    return {{"idVendor", 0x24FF}, {"idProduct", 0x0014}, {"locationID", qint64(hubLocation)},
-            {"kUSBSerialNumberString", "1C3B4A01"}};
+usb::PropertyMap hub(std::uint64_t location = hubLocation, const QString& serial = "1C3B4A01") {
+    return {{"idVendor", 0x24FF}, {"idProduct", 0x0014}, {"locationID", qint64(location)},
+            {"kUSBSerialNumberString", serial}};
 }
 
-std::uint64_t portLocation(int port) { return *usb::HubPortNames::portLocation(hubLocation, port); }
+std::uint64_t portLocation(int port, std::uint64_t hub = hubLocation) {
+    return *usb::HubPortNames::portLocation(hub, port);
+}
 
-usb::PropertyMap bootedMac(int port, const QString& serial) {
-    return {{"idVendor", 0x05AC}, {"idProduct", 0x1905}, {"locationID", qint64(portLocation(port))},
+usb::PropertyMap bootedMac(int port, const QString& serial, std::uint64_t hub = hubLocation) {
+    return {{"idVendor", 0x05AC}, {"idProduct", 0x1905}, {"locationID", qint64(portLocation(port, hub))},
             {"kUSBSerialNumberString", serial}, {"kUSBProductString", "Mac"}};
 }
 
@@ -228,6 +238,110 @@ TEST_F(Bench, StopCancelsWhatIsUnderWay) {
     EXPECT_EQ(summary.cancelled, 2);
     EXPECT_EQ(summary.failed, 0);
     EXPECT_EQ(summary.underWay, 0);
+}
+
+// A hub plugged in while the bench runs brings its ports in, but the hubs are looked for again
+// (which reconnects them all) only once no sequence runs; sequences asked meanwhile wait for it.
+TEST_F(Bench, AHubPluggedInJoinsOnceNoSequenceRuns) {
+    constexpr std::uint64_t secondHub = 0x01200000;
+    start(false);
+    plug(bootedMac(1, "A1"));
+    plug(hub(secondHub, "1C3B4A02"));
+    plug(bootedMac(1, "C1", secondHub));
+    EXPECT_EQ(driver_.refreshes, 0) << "port 1's sequence runs";
+    plug(bootedMac(2, "B2"));
+    EXPECT_EQ(port(2).phase, PortPhase::dfuSequence);
+    EXPECT_EQ(driver_.dfuRuns, QStringList{"1C3B4A01:1"}) << "held for the refresh";
+
+    driver_.end("1C3B4A01:1", true);
+    ASSERT_EQ(driver_.refreshes, 1);
+    for (int number = 1; number <= 5; ++number) driver_.portList << QString("1C3B4A02:%1").arg(number);
+    emit driver_.ready();
+    settle();
+    EXPECT_EQ(bench_->ports().size(), 7);
+    EXPECT_EQ(driver_.dfuRuns, (QStringList{"1C3B4A01:1", "1C3B4A01:2", "1C3B4A02:1"}))
+        << "the held sequence, then the Mac already on the new hub";
+    plug(bootedMac(2, "C2", secondHub));
+    EXPECT_EQ(driver_.refreshes, 1) << "the same hubs: no refresh";
+}
+
+// While the bench runs, the device table's "Hub : Port" cell and the bench map's tile say where
+// each port is in its cycle; a restoring Mac keeps its own state, and a stopped bench leaves
+// both as the Macs alone say.
+class BenchOnTheDesktop : public Bench {
+  protected:
+    void SetUp() override {
+        map_.setHubPorts({"1C3B4A01:1", "1C3B4A01:2"});
+        map_.showPortPhases(ports_);
+        devices_.showPortPhases(ports_);
+    }
+    void startShown(bool restore) {
+        start(restore);
+        ports_.bind(bench_.get());
+        settle();
+    }
+    // Devices as USB reports them; the model places them on their ports by location.
+    void listDfuMac(int port, std::uint64_t ecid) {
+        plug(dfuMac(port, ecid));
+        devices_.usbDevicesAdded({{0x05AC, "", qint64(portLocation(port)),
+                                   "Apple Mobile Device (DFU Mode)", qint64(ecid)}});
+        settle();
+    }
+    // What the views show once the changes have been drawn.
+    QString word(int tile) {
+        settle();
+        return map_.look(map_.tiles().at(tile).state).word;
+    }
+    QString hubPortCell(int row) {
+        settle();
+        return devices_.data(devices_.index(row, app::DeviceListModel::HubPort)).toString();
+    }
+
+    testing_support::TestSettings settings_;
+    testing_support::VirtualClock clock_;
+    unattended::BenchPortModel ports_{[this] { return now_; }};
+    app::DeviceListModel devices_{{&settings_.settings(), nullptr, &clock_, [](const AC2Device& mac) {
+                                       return usb::HubPortNames({hub()}).nameOf(
+                                           std::uint64_t(mac.locationID()));
+                                   }}};
+    app::BenchMap map_{devices_, 0x100000};
+};
+
+TEST_F(BenchOnTheDesktop, PortPhasesShowOnTilesAndInTheHubPortCell) {
+    startShown(true);
+    plug(bootedMac(2, "B2"));
+    EXPECT_EQ(word(1), "Sending DFU");
+    driver_.end("1C3B4A01:2", true);
+    EXPECT_EQ(word(1), "Waiting for DFU");
+
+    listDfuMac(1, 0xA1);
+    ASSERT_EQ(devices_.rowCount(), 1);
+    EXPECT_EQ(hubPortCell(0), "1C3B4A01:1 · Queued");
+    EXPECT_EQ(devices_.data(devices_.index(0, 0), app::DeviceListModel::HubPortRole), "1C3B4A01:1")
+        << "the port alone, for whatever places Macs on ports";
+    EXPECT_EQ(word(0), "Queued");
+    emit restorer_.started("1C3B4A01:1", {"Macmini9,1", 0xA1, "A1"});
+    settle();
+    EXPECT_EQ(word(0), "DFU") << "restoring is the Mac's own state, with its percentage";
+    emit restorer_.finished("1C3B4A01:1", false, false, "libusbrestore error:21");
+    settle();
+    EXPECT_EQ(word(0), "Failed");
+    EXPECT_EQ(hubPortCell(0), "1C3B4A01:1 · Failed");
+    EXPECT_EQ(devices_.data(devices_.index(0, app::DeviceListModel::HubPort), Qt::ToolTipRole),
+              "libusbrestore error:21");
+
+    for (int attempt = 0; attempt < UnattendedBench::dfuAttempts; ++attempt) {
+        driver_.end("1C3B4A01:2", true);
+        ticks(7);
+    }
+    settle();
+    EXPECT_EQ(word(1), "Needs attention");
+
+    ports_.bind(nullptr);
+    settle();
+    EXPECT_EQ(word(0), "DFU");
+    EXPECT_EQ(hubPortCell(0), "1C3B4A01:1");
+    EXPECT_EQ(word(1), "Empty") << "the booted Mac is not in the device list here";
 }
 
 }  // namespace

@@ -24,7 +24,11 @@ BenchTileButton::BenchTileButton(QWidget* parent) : QAbstractButton(parent) {
     setContextMenuPolicy(Qt::DefaultContextMenu);
 }
 
+// The map is rebuilt after every burst of changes on the bench; most tiles stay as they were.
 void BenchTileButton::display(const app::BenchTile& tile, const app::BenchTileLook& look) {
+    if (shown_ && tile == tile_ && look == look_)
+        return;
+    shown_ = true;
     tile_ = tile;
     look_ = look;
     const QString port = tile.isHostPort() ? QStringLiteral("This Mac's DFU port")

@@ -32,6 +32,7 @@ class BenchTileButton : public QAbstractButton {
     app::BenchTile tile_;
     app::BenchTileLook look_;
     bool selected_ = false;
+    bool shown_ = false;
 };
 
 }  // namespace views

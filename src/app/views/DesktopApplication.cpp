@@ -147,12 +147,15 @@ void DesktopApplication::buildDeviceArea() {
     const auto hubPort = [this](const AC2Device& device) { return hubPortOf(device); };
     devices_ = std::make_unique<app::DeviceListModel>(app::DeviceListModel::Collaborators{
         &core::Settings::shared(), restoreEnvironment.events, &core::Clock::system(), hubPort});
+    benchController_ = std::make_unique<unattended::BenchController>(*session_);
+    devices_->showPortPhases(benchController_->model());
     history_ = std::make_unique<app::HistoryModel>(*session_);
     dfuPorts_ = std::make_unique<app::DfuPortLookup>();
     deviceTable_ = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
         &core::Settings::shared(), restoreEnvironment.configurator, session_.get(), devices_.get(),
         &state_, &core::NotificationCenter::defaultCenter()});
     benchMap_ = std::make_unique<app::BenchMap>(*devices_, AutoDFU::dfuPortAddress);
+    benchMap_->showPortPhases(benchController_->model());
     devicePanel_ =
         new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_, *benchMap_);
     connect(devicePanel_, &DevicePanel::portCommandRequested, this,
@@ -161,7 +164,7 @@ void DesktopApplication::buildDeviceArea() {
     auto* layout = new QVBoxLayout(area);
     layout->addWidget(devicePanel_, 1);
     layout->addWidget(buildLocalPortSection());
-    layout->addWidget(new UnattendedBenchGroupView(*new unattended::BenchController(*session_, this)));
+    layout->addWidget(new UnattendedBenchGroupView(*benchController_));
     mainWindow_->setDeviceArea(area);
     rememberSplitter(devicePanel_->splitter());
     rememberBenchMapChoice();

@@ -33,6 +33,9 @@ namespace restore {
 class LocalPortAutoRestore;
 class RestoreSession;
 }
+namespace unattended {
+class BenchController;
+}
 
 namespace views {
 
@@ -99,6 +102,8 @@ class DesktopApplication : public QObject {
     QPointer<app::VersionCheck> versionCheck_;
     QString firmwareCachePath_;
     std::unique_ptr<restore::RestoreSession> session_;
+    // Before the views of its ports, which go first.
+    std::unique_ptr<unattended::BenchController> benchController_;
     std::unique_ptr<app::DeviceListModel> devices_;
     std::unique_ptr<app::HistoryModel> history_;
     std::unique_ptr<app::DfuPortLookup> dfuPorts_;

@@ -52,7 +52,11 @@ class StatusDelegate final : public QStyledItemDelegate {
         bar.minimum = 0;
         bar.maximum = 1000;
         bar.progress = static_cast<int>(progress * 1000);
-        bar.text = QStringLiteral("%1%  %2").arg(qRound(progress * 100)).arg(index.data().toString());
+        // One line, however narrow the column: a long step ("Preparing image for restore")
+        // would wrap and be clipped to nonsense.
+        const QString text =
+            QStringLiteral("%1%  %2").arg(qRound(progress * 100)).arg(index.data().toString());
+        bar.text = option.fontMetrics.elidedText(text, Qt::ElideRight, bar.rect.width() - 8);
         bar.textVisible = true;
         bar.state = option.state | QStyle::State_Horizontal;
         QApplication::style()->drawControl(QStyle::CE_ProgressBar, &bar, painter);
@@ -102,7 +106,7 @@ DevicePanel::DevicePanel(app::DeviceTableController& controller, app::DeviceList
     splitter_->setStretchFactor(1, 0);
     splitter_->setChildrenCollapsible(false);
     // The history starts with room for four records; the rest goes to the bench.
-    splitter_->setSizes({600, 6 * (fontMetrics().height() + 8) + 12});
+    splitter_->setSizes({600, 4 * (fontMetrics().height() + 8) + 12});
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(buildControls());

@@ -106,6 +106,8 @@ void MainWindow::bindStatusLine() {
     progress_->setRange(0, kProgressSteps);
     progress_->setMaximumWidth(220);
     progress_->setFormat(QStringLiteral("%p% restored"));
+    // Drawn inside a narrow bar, the words run under its chunk at low values: they go beside it.
+    progress_->setTextVisible(false);
     progress_->setAccessibleName(QStringLiteral("Restore batch progress"));
     progress_->setToolTip(
         QStringLiteral("The batch as a whole: the mean progress of the restores under way"));
@@ -123,9 +125,12 @@ void MainWindow::bindStatusLine() {
     connect(&state_, &app::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
     connect(&state_, &app::AppState::isRunningChanged, progress_, &QWidget::setVisible);
     connect(&state_, &app::AppState::isRunningChanged, progressLabel_, &QWidget::setVisible);
-    connect(&state_, &app::AppState::progressBarValueChanged, progress_, [this](double fraction) {
+    const auto showProgress = [this](double fraction) {
         progress_->setValue(static_cast<int>(fraction * kProgressSteps));
-    });
+        progressLabel_->setText(QStringLiteral("Restore batch: %1").arg(progress_->text()));
+    };
+    connect(&state_, &app::AppState::progressBarValueChanged, progress_, showProgress);
+    showProgress(state_.progressBarValue());
 }
 
 void MainWindow::showLogProblem(const QString& text) {

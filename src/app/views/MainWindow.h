@@ -35,6 +35,7 @@ class MainWindow : public QMainWindow {
     QAction* benchMapAction() const { return benchMapAction_; }
     QLabel* statusMessage() const { return statusMessage_; }
     QProgressBar* batchProgress() const { return progress_; }
+    QLabel* batchProgressLabel() const { return progressLabel_; }
     // Keeps `text` in the status line for good: something the technician must not miss.
     void showLogProblem(const QString& text);
     QLabel* logProblem() const { return logProblem_; }

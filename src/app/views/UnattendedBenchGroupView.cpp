@@ -4,19 +4,16 @@
 
 #include <QCheckBox>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
 #include <QSignalBlocker>
-#include <QTableView>
-#include <QVBoxLayout>
 
 namespace views {
 
 UnattendedBenchGroupView::UnattendedBenchGroupView(unattended::BenchController& controller,
                                                    QWidget* parent)
-    : QGroupBox(QStringLiteral("Hub Ports"), parent),
+    : QWidget(parent),
       controller_(controller),
-      on_(new QCheckBox(QStringLiteral("Unattended Bench"), this)),
+      on_(new QCheckBox(QStringLiteral("&Unattended Bench"), this)),
       restore_(new QCheckBox(QStringLiteral("Restore Automatically"), this)),
       recoveryAfter_(new QCheckBox(QStringLiteral("Start into Recovery After"), this)),
       summary_(new QLabel(this)) {
@@ -24,38 +21,32 @@ UnattendedBenchGroupView::UnattendedBenchGroupView(unattended::BenchController& 
     on_->setObjectName(QStringLiteral("unattendedBenchSwitch"));
     on_->setToolTip(QStringLiteral("Put every Mac plugged into a hub port into DFU mode, and "
                                    "restore it when Restore Automatically is on"));
+    QFont bold = on_->font();
+    bold.setBold(true);
+    on_->setFont(bold);
     restore_->setChecked(true);
-    recoveryAfter_->setEnabled(true);
-    auto* switches = new QHBoxLayout;
-    switches->addWidget(on_);
-    switches->addWidget(restore_);
-    switches->addWidget(recoveryAfter_);
-    switches->addStretch(1);
-    switches->addWidget(summary_);
-
-    auto* table = new QTableView(this);
-    table->setModel(&controller_.model());
-    table->horizontalHeader()->setStretchLastSection(true);
-    table->verticalHeader()->hide();
-    table->setSelectionMode(QAbstractItemView::NoSelection);
-    table->setMaximumHeight(180);
-    table->setVisible(false);
-
-    auto* layout = new QVBoxLayout(this);
-    layout->addLayout(switches);
-    layout->addWidget(table);
+    summary_->setTextFormat(Qt::PlainText);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(9, 2, 9, 2);
+    layout->addWidget(on_);
+    layout->addSpacing(12);
+    layout->addWidget(restore_);
+    layout->addWidget(recoveryAfter_);
+    layout->addStretch(1);
+    layout->addWidget(summary_);
 
     connect(on_, &QCheckBox::toggled, this, [this](bool on) {
         controller_.setOn(on, restore_->isChecked(), recoveryAfter_->isChecked());
     });
     connect(restore_, &QCheckBox::toggled, recoveryAfter_, &QWidget::setEnabled);
-    connect(&controller_, &unattended::BenchController::onChanged, this, [this, table](bool on) {
+    connect(&controller_, &unattended::BenchController::onChanged, this, [this](bool on) {
         const QSignalBlocker quiet(on_);
         on_->setChecked(on);
         // The options hold for a whole run.
         restore_->setEnabled(!on);
         recoveryAfter_->setEnabled(!on && restore_->isChecked());
-        table->setVisible(on);
+        if (!on)
+            summary_->clear();
     });
     connect(&controller_, &unattended::BenchController::summaryChanged, summary_,
             &QLabel::setText);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QGroupBox>
+#include <QWidget>
 
 class QCheckBox;
 class QLabel;
@@ -11,14 +11,19 @@ class BenchController;
 
 namespace views {
 
-// The "Unattended Bench" switch and its options, with a row per hub port under them. A thin
+// The "Unattended Bench" switch and its options on one line, the day so far at its end. A thin
 // binding of the bench controller: the switch turns the bench on and off; the options are read
-// when it is turned on.
-class UnattendedBenchGroupView final : public QGroupBox {
+// when it is turned on. The ports' states show in the device table and on the bench map.
+class UnattendedBenchGroupView final : public QWidget {
     Q_OBJECT
   public:
     explicit UnattendedBenchGroupView(unattended::BenchController& controller,
                                       QWidget* parent = nullptr);
+
+    QCheckBox* benchSwitch() const { return on_; }
+    QCheckBox* restoreOption() const { return restore_; }
+    QCheckBox* recoveryOption() const { return recoveryAfter_; }
+    QLabel* summary() const { return summary_; }
 
   private:
     unattended::BenchController& controller_;

@@ -1,12 +1,44 @@
 // Just enough of a BrainStem2 library behind the stand-in headers for a module built against
-// them to load and to run discovery, which finds no hubs. The entity calls stay undefined: with
-// no hub found nothing reaches them, and a stand-in must not pretend to drive one.
+// them to load and to run discovery, which finds no hubs. Every entity call the headers declare is
+// defined, since a package links with immediate binding (-z now) and a module then loads only
+// when all it calls is there; with no hub found nothing reaches them, and each answers that no
+// hub is connected rather than pretend to drive one.
 
 #include <BrainStem2/BrainStem-all.h>
 
 #include <cstdio>
 
 namespace Acroname::BrainStem {
+
+#if STANDIN_BRAINSTEM_MINOR >= 10
+aErr EntityClass::setUEIBytes(const uint8_t, const uint8_t*, const size_t) { return aErrConnection; }
+#endif
+aErr EntityClass::getUEIBytes(const uint8_t, uint8_t*, const size_t, size_t*) { return aErrConnection; }
+
+aErr PortClass::setEnabled(const uint8_t) { return aErrConnection; }
+aErr PortClass::getEnabled(uint8_t*) { return aErrConnection; }
+aErr PortClass::setPowerMode(const uint8_t) { return aErrConnection; }
+aErr PortClass::getPowerMode(uint8_t*) { return aErrConnection; }
+aErr PortClass::setPowerLimit(const uint32_t) { return aErrConnection; }
+aErr PortClass::getVbusVoltage(int32_t*) { return aErrConnection; }
+aErr PortClass::getVbusCurrent(int32_t*) { return aErrConnection; }
+aErr PortClass::getVconnVoltage(int32_t*) { return aErrConnection; }
+aErr PortClass::getVconnCurrent(int32_t*) { return aErrConnection; }
+
+aErr PowerDeliveryClass::setPowerRole(const uint8_t) { return aErrConnection; }
+aErr PowerDeliveryClass::getPowerRole(uint8_t*) { return aErrConnection; }
+aErr PowerDeliveryClass::setOverride(const uint32_t) { return aErrConnection; }
+aErr PowerDeliveryClass::getCableOrientation(uint8_t*) { return aErrConnection; }
+
+aErr SystemClass::save() { return aErrConnection; }
+aErr SystemClass::reset() { return aErrConnection; }
+aErr SystemClass::setLED(const uint8_t) { return aErrConnection; }
+aErr SystemClass::getLED(uint8_t*) { return aErrConnection; }
+aErr SystemClass::getVersion(uint32_t*) { return aErrConnection; }
+aErr SystemClass::setPowerLimitMax(const uint32_t) { return aErrConnection; }
+aErr SystemClass::getPowerLimitMax(uint32_t*) { return aErrConnection; }
+aErr SystemClass::getPowerLimit(uint32_t*) { return aErrConnection; }
+aErr SystemClass::getInputPowerSource(uint8_t*) { return aErrConnection; }
 
 Module::Module(const uint8_t, bool, const uint8_t) {}
 Module::~Module() = default;
