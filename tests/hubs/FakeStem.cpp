@@ -91,7 +91,11 @@ public:
 private:
     template <typename Apply>
     stem::aErr on(const char* name, Apply apply) {
-        return link_.run(std::string("system.") + name, apply);
+        // Appended rather than `std::string("system.") + name`, which GCC 12 at -O2 warns
+        // about wrongly (-Warray-bounds in its own string code).
+        std::string call = "system.";
+        call += name;
+        return link_.run(call, apply);
     }
     Link& link_;
 };
