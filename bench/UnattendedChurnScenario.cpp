@@ -93,10 +93,13 @@ class QuickDriver final : public unattended::PortDriver {
     std::uint64_t ecids_ = 0;
 };
 
-// The restore tool: progress ten times a second for three seconds, unless its Mac is pulled.
+// The restore tool: progress ten times a second for three seconds, unless its Mac is pulled;
+// then the Mac starts up.
 class QuickRestorer final : public unattended::Restorer {
   public:
-    explicit QuickRestorer(usb::MemoryUsbRegistry& bus) : bus_(bus) {
+    // `serials`: the serial number of the Mac plugged in at each location.
+    QuickRestorer(usb::MemoryUsbRegistry& bus, const QHash<std::uint64_t, int>& serials)
+        : bus_(bus), serials_(serials) {
         connect(&tick_, &QTimer::timeout, this, &QuickRestorer::advance);
         tick_.start(100);
     }
@@ -115,6 +118,9 @@ class QuickRestorer final : public unattended::Restorer {
             });
             const QString port = it.key();
             if (!present || ++it->second >= kRestoreTicks) {
+                // A restored Mac starts up: it leaves DFU mode and shows as booted.
+                if (present && bus_.detach(it->first))
+                    bus_.attach(bootedMac(it->first, serials_.value(it->first)));
                 it = running_.erase(it);
                 emit finished(port, present, false,
                               present ? QStringLiteral("Successful")
@@ -127,6 +133,7 @@ class QuickRestorer final : public unattended::Restorer {
     }
 
     usb::MemoryUsbRegistry& bus_;
+    const QHash<std::uint64_t, int>& serials_;
     QHash<QString, std::pair<std::uint64_t, int>> running_;
     QTimer tick_;
 };
@@ -148,7 +155,8 @@ int main(int argc, char** argv) {
     usb::MemoryUsbRegistry bus(hubs);
     const usb::HubPortNames names(hubs);
     QuickDriver driver(bus, names, names.names());
-    QuickRestorer restorer(bus);
+    QHash<std::uint64_t, int> serials;
+    QuickRestorer restorer(bus, serials);
     QElapsedTimer clock;
     clock.start();
     const auto now = [&clock] { return double(clock.elapsed()) / 1000.0; };
@@ -207,7 +215,8 @@ int main(int argc, char** argv) {
             return;
         const auto phase = shown->phase;
         if (phase == unattended::PortPhase::empty) {
-            bus.attach(bootedMac(location, ++plugged));
+            serials.insert(location, ++plugged);
+            bus.attach(bootedMac(location, plugged));
         } else if (unattended::isCycleEnd(phase)) {
             bus.detach(location);
         } else if (phase == unattended::PortPhase::restoring && touched % 7 == 0) {

@@ -106,6 +106,9 @@ void BenchMap::showPortPhases(const unattended::BenchPortModel& ports) {
             return std::nullopt;
         if (port->phase == unattended::PortPhase::failed)
             return benchstate::failed;
+        // The device list may still hold the Mac's last batch ("Restored") for a moment.
+        if (port->phase == unattended::PortPhase::restoring)
+            return benchstate::restoring;
         if (portPhaseLook(port->phase))
             return portPhaseState(port->phase);
         return std::nullopt;

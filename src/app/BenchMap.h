@@ -91,7 +91,7 @@ class BenchMap : public QObject {
     void addClassifier(Classifier classifier);
     // While the unattended bench runs, its phases show on the ports' tiles: where the Mac's own
     // state says less ("Sending DFU", "Waiting for DFU", "Queued", "Done", "Needs attention",
-    // "Failed"). A restoring Mac keeps its percentage. `ports` outlives this map.
+    // "Failed", and "Restoring" with the Mac's percentage). `ports` outlives this map.
     void showPortPhases(const unattended::BenchPortModel& ports);
 
   signals:

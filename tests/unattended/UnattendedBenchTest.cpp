@@ -322,7 +322,7 @@ TEST_F(BenchOnTheDesktop, PortPhasesShowOnTilesAndInTheHubPortCell) {
     EXPECT_EQ(word(0), "Queued");
     emit restorer_.started("1C3B4A01:1", {"Macmini9,1", 0xA1, "A1"});
     settle();
-    EXPECT_EQ(word(0), "DFU") << "restoring is the Mac's own state, with its percentage";
+    EXPECT_EQ(word(0), "Restoring") << "not the Mac's last batch, which the device list still shows";
     emit restorer_.finished("1C3B4A01:1", false, false, "libusbrestore error:21");
     settle();
     EXPECT_EQ(word(0), "Failed");
