@@ -7,6 +7,8 @@
 //
 //   tarvel-bench-desktop [SECONDS [table|map|both]]   (QT_QPA_PLATFORM=offscreen, or on X)
 
+#include "MainLoopStalls.h"
+
 #include "app/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
@@ -47,7 +49,7 @@ std::int64_t locationOf(int mac) {
            (std::int64_t(mac % kPortsPerHub + 1) << 16);
 }
 
-configurator::DeviceList bench() {
+configurator::DeviceList benchMacs() {
     static const QStringList models{"Macmini9,1", "MacBookAir10,1", "Mac14,3", "MacBookPro18,3",
                                     "Mac13,1"};
     configurator::DeviceList macs;
@@ -114,27 +116,13 @@ int main(int argc, char** argv) {
         for (int port = 1; port <= kPortsPerHub; ++port)
             ports << QStringLiteral("%1:%2").arg(hubSerial(hub)).arg(port);
     map.setHubPorts(ports);
-    devices.applyListing(bench());
+    devices.applyListing(benchMacs());
     for (int row = 0; row < devices.rowCount(); ++row) devices.deviceAt(row)->setIsRestoring(true);
     state.setIsRunning(true);
 
-    QElapsedTimer clock;
-    clock.start();
-    qint64 lastTick = 0;
-    // The longest stalls, with when they ended (ns since the batch began).
-    QList<std::pair<qint64, qint64>> stalls;
-    QTimer ticks;
-    ticks.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&ticks, &QTimer::timeout, [&] {
-        const qint64 now = clock.nsecsElapsed();
-        if (lastTick)
-            stalls.append({now - lastTick, now});
-        std::sort(stalls.begin(), stalls.end(), std::greater<>());
-        if (stalls.size() > 5)
-            stalls.removeLast();
-        lastTick = now;
-    });
-    ticks.start(1);
+    // The longest stalls, with when they ended (since the batch began).
+    bench::MainLoopStalls stalls;
+    stalls.start();
 
     int progressTick = 0;
     QTimer progress;
@@ -175,10 +163,7 @@ int main(int argc, char** argv) {
     std::printf("window shown after %lld ms (from main)\n", static_cast<long long>(shownAfter));
     std::printf("%d Macs, %d s: %d progress rounds, %d USB re-enumerations\n", kMacs, seconds,
                 progressTick, churned);
-    std::printf("longest main-loop stalls:");
-    for (const auto& [length, end] : stalls)
-        std::printf(" %.1f ms (at %.2f s)", double(length) / 1e6, double(end) / 1e9);
-    std::printf("\n");
+    stalls.print();
     std::printf("peak resident memory: %.1f MB\n", double(peakResidentKilobytes()) / 1024.0);
     return 0;
 }

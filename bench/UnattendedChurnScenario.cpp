@@ -8,6 +8,8 @@
 //
 //   tarvel-bench-unattended [SECONDS]   (QT_QPA_PLATFORM=offscreen, or on X)
 
+#include "MainLoopStalls.h"
+
 #include "app/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
@@ -226,21 +228,9 @@ int main(int argc, char** argv) {
     });
     hands.start(50);
 
-    qint64 lastTick = 0;
-    QList<std::pair<qint64, qint64>> stalls;
-    QTimer ticks;
-    ticks.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&ticks, &QTimer::timeout, [&] {
-        const qint64 tick = clock.nsecsElapsed();
-        if (lastTick)
-            stalls.append({tick - lastTick, tick});
-        std::sort(stalls.begin(), stalls.end(), std::greater<>());
-        if (stalls.size() > 5)
-            stalls.removeLast();
-        lastTick = tick;
-    });
+    bench::MainLoopStalls stalls;
     // The first second is the window's own start.
-    QTimer::singleShot(1000, [&] { ticks.start(1); });
+    QTimer::singleShot(1000, [&] { stalls.start(); });
 
     bool mapShown = false;
     QTimer flip;
@@ -253,9 +243,7 @@ int main(int argc, char** argv) {
     std::printf("35 ports, %d s: %d Macs plugged in, %d cycles ended (%d restored), %d pulled "
                 "during their restore\n",
                 seconds, plugged, ended, restored, pulledMidRestore);
-    std::printf("longest main-loop stalls:");
-    for (const auto& [length, end] : stalls)
-        std::printf(" %.1f ms (at %.2f s)", double(length) / 1e6, double(end) / 1e9);
-    std::printf("\npeak resident memory: %.1f MB\n", double(peakResidentKilobytes()) / 1024.0);
+    stalls.print();
+    std::printf("peak resident memory: %.1f MB\n", double(peakResidentKilobytes()) / 1024.0);
     return 0;
 }
