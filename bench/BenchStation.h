@@ -6,7 +6,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Settings.h"
 #include "core/Sounds.h"
-#include "hubs/ZMRAcronameManager.h"
+#include "station/ZMRAcronameManager.h"
 
 #include <QProcess>
 #include <QTemporaryDir>

@@ -9,7 +9,7 @@
 
 #include "MainLoopStalls.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
@@ -86,19 +86,18 @@ int main(int argc, char** argv) {
     const int seconds = argc > 1 ? std::max(1, QString(argv[1]).toInt()) : 10;
     const QString shown = argc > 2 ? QString(argv[2]) : QStringLiteral("both");
 
-    app::AppState state;
+    core::AppState state;
     restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state));
-    app::DeviceListModel devices({&core::Settings::shared(), nullptr, &core::Clock::system(),
-                                  [](const AC2Device& mac) {
-                                      const auto index = int((mac.locationID() >> 20) & 0xF) - 1;
-                                      const auto port = int((mac.locationID() >> 16) & 0xF);
-                                      return QStringLiteral("%1:%2").arg(hubSerial(index)).arg(port);
-                                  }});
+    app::DeviceListModel devices(
+        {&core::Clock::system(), [](const AC2Device& mac) {
+             const auto index = int((mac.locationID() >> 20) & 0xF) - 1;
+             const auto port = int((mac.locationID() >> 16) & 0xF);
+             return QStringLiteral("%1:%2").arg(hubSerial(index)).arg(port);
+         }});
     app::HistoryModel history(session);
     app::DfuPortLookup lookup;
     app::BenchMap map(devices, 0x100000);
-    app::DeviceTableController controller({&core::Settings::shared(), nullptr, &session, &devices,
-                                           &state, nullptr, 1500, 0});
+    app::DeviceTableController controller({nullptr, &session, &devices, &state, nullptr, 1500, 0});
     views::MainWindow window(state, nullptr);
     auto* panel = new views::DevicePanel(controller, devices, session, history, lookup, map);
     window.setDeviceArea(panel);
@@ -116,7 +115,7 @@ int main(int argc, char** argv) {
         for (int port = 1; port <= kPortsPerHub; ++port)
             ports << QStringLiteral("%1:%2").arg(hubSerial(hub)).arg(port);
     map.setHubPorts(ports);
-    devices.applyListing(benchMacs());
+    devices.roster().applyListing(benchMacs());
     for (int row = 0; row < devices.rowCount(); ++row) devices.deviceAt(row)->setIsRestoring(true);
     state.setIsRunning(true);
 
@@ -145,8 +144,8 @@ int main(int argc, char** argv) {
     QTimer churn;
     QObject::connect(&churn, &QTimer::timeout, [&] {
         const auto mac = devices.deviceAt(churned++ % devices.rowCount());
-        devices.usbDevicesRemoved({usbIdentity(*mac)});
-        devices.usbDevicesAdded({usbIdentity(*mac)});
+        devices.roster().usbDevicesRemoved({usbIdentity(*mac)});
+        devices.roster().usbDevicesAdded({usbIdentity(*mac)});
     });
     churn.start(50);
 

@@ -4,14 +4,14 @@
 // one. Reports the main loop's time per progress line, the lines delivered against the lines the
 // tool printed, and the peak resident memory of this process.
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "restore/EventNotification.h"
 #include "restore/RestoreSession.h"
 #include "restore/SoundPlayer.h"
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
     ZMRConfigurator2Utility utility(u);
     const restore::DeviceList devices = devicesInDFU();
 
-    app::AppState appState;
+    core::AppState appState;
     restore::EventNotification events;
     restore::SoundPlayer sounds;
     AutoDFU autoDFU;

@@ -6,7 +6,7 @@
 #include "core/Clock.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
-#include "hubs/ZMRAcronameManager.h"
+#include "station/ZMRAcronameManager.h"
 
 #include <QCoreApplication>
 

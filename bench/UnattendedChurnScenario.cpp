@@ -10,7 +10,7 @@
 
 #include "MainLoopStalls.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
@@ -169,17 +169,16 @@ int main(int argc, char** argv) {
     unattended::UnattendedBench bench({&bus, &driver, &restorer, now, 100}, options);
 
     // The desktop's side: the device list follows the bus as USBManager would tell it.
-    app::AppState state;
+    core::AppState state;
     restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state));
-    app::DeviceListModel devices({&core::Settings::shared(), nullptr, &core::Clock::system(),
-                                  [&names](const AC2Device& mac) {
+    app::DeviceListModel devices({&core::Clock::system(), [&names](const AC2Device& mac) {
                                       return names.nameOf(std::uint64_t(mac.locationID()));
                                   }});
     QObject::connect(&bus, &usb::UsbRegistry::deviceArrived, [&](const usb::PropertyMap& device) {
-        devices.usbDevicesAdded({DeviceIOKit::deviceInfoWithService(&device)});
+        devices.roster().usbDevicesAdded({DeviceIOKit::deviceInfoWithService(&device)});
     });
     QObject::connect(&bus, &usb::UsbRegistry::deviceRemoved, [&](const usb::PropertyMap& device) {
-        devices.usbDevicesRemoved({DeviceIOKit::deviceInfoWithService(&device)});
+        devices.roster().usbDevicesRemoved({DeviceIOKit::deviceInfoWithService(&device)});
     });
     unattended::BenchPortModel ports(now);
     app::HistoryModel history(session);
@@ -188,8 +187,7 @@ int main(int argc, char** argv) {
     map.setHubPorts(names.names());
     map.showPortPhases(ports);
     devices.showPortPhases(ports);
-    app::DeviceTableController controller({&core::Settings::shared(), nullptr, &session, &devices,
-                                           &state, nullptr, 1500, 0});
+    app::DeviceTableController controller({nullptr, &session, &devices, &state, nullptr, 1500, 0});
     views::MainWindow window(state, nullptr);
     auto* panel = new views::DevicePanel(controller, devices, session, history, lookup, map);
     window.setDeviceArea(panel);

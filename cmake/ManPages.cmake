@@ -3,7 +3,7 @@
 find_program(HELP2MAN help2man REQUIRED)
 set(man_folder ${CMAKE_BINARY_DIR}/man)
 set(man_pages)
-foreach(entry "tarvel_app|tarvel|reset a bench of Macs (desktop application)"
+foreach(entry "tarvel|tarvel|reset a bench of Macs (desktop application)"
               "tarvel-cli|tarvel-cli|reset a bench of Macs from a terminal"
               "tarvel-sim|tarvel-sim|simulated Tarvel station of hubs and Macs")
   string(REPLACE "|" ";" entry "${entry}")

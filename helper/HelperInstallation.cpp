@@ -36,7 +36,7 @@ struct InstalledFile {
     const QString& path;
 };
 
-bool fail(const QString& message) {
+bool refuse(const QString& message) {
     std::fprintf(stderr, "tarvel-helper: %s\n", qPrintable(message));
     return false;
 }
@@ -49,7 +49,7 @@ bool makeFolderFor(const QString& path) {
         missing.prepend(folder);
     for (const QString& folder : missing)
         if (!QDir().mkdir(folder) || !QFile::setPermissions(folder, folderMode))
-            return fail(QStringLiteral("cannot create %1").arg(folder));
+            return refuse(QStringLiteral("cannot create %1").arg(folder));
     return true;
 }
 
@@ -60,21 +60,21 @@ bool writeFile(const QByteArray& content, const QString& target, QFileDevice::Pe
     QSaveFile out(target);
     if (!out.open(QIODevice::WriteOnly) || !out.setPermissions(mode) ||
         out.write(content) != content.size() || !out.commit())
-        return fail(QStringLiteral("cannot write %1").arg(target));
+        return refuse(QStringLiteral("cannot write %1").arg(target));
     return true;
 }
 
 bool copyExecutable(const QString& target) {
     QFile self(QCoreApplication::applicationFilePath());
     if (!self.open(QIODevice::ReadOnly))
-        return fail(QStringLiteral("cannot read %1").arg(self.fileName()));
+        return refuse(QStringLiteral("cannot read %1").arg(self.fileName()));
     return writeFile(self.readAll(), target, executableMode);
 }
 
 bool copyResource(const InstalledFile& file, const QString& target) {
     QFile resource(QString::fromLatin1(file.resource));
     if (!resource.open(QIODevice::ReadOnly))
-        return fail(QStringLiteral("the helper was built without %1").arg(resource.fileName()));
+        return refuse(QStringLiteral("the helper was built without %1").arg(resource.fileName()));
     QByteArray content = resource.readAll();
     content.replace("@TOOL_PATH@", localport::installedToolPath.toUtf8());
     return writeFile(content, target, fileMode);
@@ -99,7 +99,7 @@ void stopRunningHelper() {
         return;
     const uint pid = daemon->servicePid(owner).value();
     if (pid == 0 || ::kill(static_cast<pid_t>(pid), SIGTERM) != 0) {
-        fail(QStringLiteral("cannot stop the running helper (%1); it quits after 30 s without a "
+        refuse(QStringLiteral("cannot stop the running helper (%1); it quits after 30 s without a "
                             "call")
                  .arg(owner));
         return;
@@ -108,7 +108,7 @@ void stopRunningHelper() {
     while (daemon->isServiceRegistered(localport::helperLabel).value() && !deadline.hasExpired())
         QThread::msleep(20);
     if (daemon->isServiceRegistered(localport::helperLabel).value())
-        fail(QStringLiteral("the running helper (process %1) did not stop").arg(pid));
+        refuse(QStringLiteral("the running helper (process %1) did not stop").arg(pid));
 }
 
 }  // namespace

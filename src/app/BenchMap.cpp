@@ -1,9 +1,9 @@
 #include "app/BenchMap.h"
 
 #include "app/DeviceListModel.h"
-#include "app/MacModelNames.h"
 #include "configurator/AC2Device.h"
 #include "unattended/BenchPortModel.h"
+#include "usb/MacModelNames.h"
 
 namespace app {
 namespace {
@@ -30,12 +30,18 @@ std::optional<BenchTileLook> portPhaseLook(unattended::PortPhase phase) {
         return BenchTileLook{unattended::portPhaseTitle(phase), fill, ink};
     };
     switch (phase) {
-        case PortPhase::dfuSequence: return look(0x90CAF9, 0x0D47A1);
-        case PortPhase::waitingForDFU: return look(0xBBDEFB, 0x0D47A1);
-        case PortPhase::queued: return look(0x1565C0, 0xFFFFFF);
-        case PortPhase::done: return look(0x1B5E20, 0xFFFFFF);
-        case PortPhase::needsAttention: return look(0xEF6C00, 0x212121);
-        default: return std::nullopt;
+        case PortPhase::dfuSequence:
+            return look(0x90CAF9, 0x0D47A1);
+        case PortPhase::waitingForDFU:
+            return look(0xBBDEFB, 0x0D47A1);
+        case PortPhase::queued:
+            return look(0x1565C0, 0xFFFFFF);
+        case PortPhase::done:
+            return look(0x1B5E20, 0xFFFFFF);
+        case PortPhase::needsAttention:
+            return look(0xEF6C00, 0x212121);
+        default:
+            return std::nullopt;
     }
 }
 
@@ -50,7 +56,9 @@ QString groupOf(const QString& port) {
 }  // namespace
 
 BenchMap::BenchMap(DeviceListModel& devices, std::int64_t hostPortLocation, QObject* parent)
-    : QObject(parent), devices_(devices), hostPortLocation_(hostPortLocation),
+    : QObject(parent),
+      devices_(devices),
+      hostPortLocation_(hostPortLocation),
       looks_(builtInLooks()) {
     pendingRebuild_.setSingleShot(true);
     pendingRebuild_.setInterval(0);
@@ -74,13 +82,6 @@ void BenchMap::setDisabledPorts(const QSet<QString>& ports) {
         return;
     disabledPorts_ = ports;
     rebuild();
-}
-
-int BenchMap::tileOfRow(int deviceRow) const {
-    for (qsizetype i = 0; i < tiles_.size(); ++i)
-        if (tiles_[i].deviceRow == deviceRow)
-            return static_cast<int>(i);
-    return -1;
 }
 
 BenchTileLook BenchMap::look(const QString& state) const {
@@ -131,7 +132,8 @@ void BenchMap::rebuild() {
         const QString port =
             devices_.data(devices_.index(row, 0), DeviceListModel::HubPortRole).toString();
         // A Mac that is gone leaves its port to the next one that arrives there.
-        const bool present = devices_.isConnected(row) || devices_.deviceAt(row)->isRestoring();
+        const bool present =
+            devices_.roster().isConnected(row) || devices_.deviceAt(row)->isRestoring();
         if (!port.isEmpty() && (present || !rowOfPort.contains(port)))
             rowOfPort.insert(port, row);
         else if (port.isEmpty() && devices_.deviceAt(row)->locationID() == hostPortLocation_ &&
@@ -162,7 +164,7 @@ BenchTile BenchMap::tileFor(const QString& port, int deviceRow) const {
     const auto device = devices_.deviceAt(deviceRow);
     if (device) {
         tile.modelIdentifier = device->deviceType();
-        tile.modelName = MacModelNames::shipped().displayName(tile.modelIdentifier);
+        tile.modelName = usb::MacModelNames::shipped().displayName(tile.modelIdentifier);
         tile.serialNumber = device->serialNumber();
         tile.progress =
             devices_.data(devices_.index(deviceRow, 0), DeviceListModel::ProgressRole).toDouble();
@@ -188,7 +190,7 @@ QString BenchMap::stateOf(const BenchTile& tile, const AC2Device* device) const 
         return benchstate::cancelled;
     if (!status.isEmpty() && !status.startsWith(QLatin1String("Cancelling")))
         return benchstate::failed;
-    if (!devices_.isConnected(tile.deviceRow))
+    if (!devices_.roster().isConnected(tile.deviceRow))
         return benchstate::empty;
     if (device->inDFU())
         return benchstate::dfu;

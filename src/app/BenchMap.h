@@ -48,9 +48,9 @@ struct BenchTileLook {
 
 // One port of the bench and what sits on it.
 struct BenchTile {
-    QString port;   // "1C3B4A01:3"; empty for this computer's own DFU port
-    QString group;  // the hub's serial, or empty for this computer's own DFU port
-    QString label;  // "3", or "Host" for this computer's own port
+    QString port;        // "1C3B4A01:3"; empty for this computer's own DFU port
+    QString group;       // the hub's serial, or empty for this computer's own DFU port
+    QString label;       // "3", or "Host" for this computer's own port
     int deviceRow = -1;  // the Mac's row in the device list; -1 when none is known
     QString modelIdentifier;
     QString modelName;
@@ -83,7 +83,6 @@ class BenchMap : public QObject {
     void setDisabledPorts(const QSet<QString>& ports);
 
     const QList<BenchTile>& tiles() const { return tiles_; }
-    int tileOfRow(int deviceRow) const;
 
     BenchTileLook look(const QString& state) const;
     void addState(const QString& state, const BenchTileLook& look);

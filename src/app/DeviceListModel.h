@@ -1,26 +1,16 @@
 #pragma once
 
-#include "configurator/AC2Device.h"
-#include "configurator/DeviceListing.h"
-#include "usb/DeviceIOKitInfo.h"
+#include "restore/DeviceRoster.h"
 
 #include <QAbstractTableModel>
-#include <QDateTime>
-#include <QList>
+#include <QHash>
 
 #include <functional>
 #include <memory>
-#include <optional>
 
 namespace core {
 class Clock;
-class NotificationCenter;
-class Settings;
-}  // namespace core
-namespace restore {
-class EventNotification;
 }
-
 namespace unattended {
 struct BenchPort;
 class BenchPortModel;
@@ -28,12 +18,9 @@ class BenchPortModel;
 
 namespace app {
 
-// The devices of the bench, one row per Mac: Apple Configurator's listing merged with what the
-// USB registry reports, by ECID and by serial number, and by USB location for a Mac that
-// re-enumerates under another identity (booted → DFU) without either. A row keeps its device
-// record for life, so a restore's status and progress stay with it through listings and
-// re-enumerations; a Mac that left the bus stays as "disconnected" for a grace period in case it
-// is only changing modes. Widget-free; the device table binds to it.
+// The device table's rows: one per Mac of the bench's roster (Apple Configurator's listing merged
+// with what the USB registry reports), with its restore's status and progress, and the hub port
+// it hangs on. Widget-free; the device table binds to it.
 class DeviceListModel : public QAbstractTableModel {
     Q_OBJECT
 
@@ -47,18 +34,14 @@ class DeviceListModel : public QAbstractTableModel {
     static constexpr int RecoveryRole = Qt::UserRole + 3;
     // The hub port alone, "HUB:PORT", whatever the cell shows beside it.
     static constexpr int HubPortRole = Qt::UserRole + 4;
-    static constexpr qint64 disconnectedGraceSeconds = 60;
 
     struct Collaborators {
-        core::Settings* settings = nullptr;
-        restore::EventNotification* events = nullptr;
         core::Clock* clock = nullptr;
         // The hub port a Mac hangs on, "HUB:PORT", when the hubs know it (empty otherwise).
         std::function<QString(const AC2Device&)> hubPort;
     };
 
     explicit DeviceListModel(Collaborators collaborators, QObject* parent = nullptr);
-    ~DeviceListModel() override;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
@@ -66,13 +49,11 @@ class DeviceListModel : public QAbstractTableModel {
     QVariant headerData(int section, Qt::Orientation orientation,
                         int role = Qt::DisplayRole) const override;
 
-    // A new listing from Apple Configurator: rows are updated in place, new devices appended.
-    void applyListing(const configurator::DeviceList& listed);
-    // USB arrivals and removals, as USBManager posts them; other vendors' devices are ignored.
-    void usbDevicesAdded(const QList<DeviceIOKitInfo>& devices);
-    void usbDevicesRemoved(const QList<DeviceIOKitInfo>& devices);
-    // Follows "deviceAdded" and "deviceRemoved" of the centre until this model goes.
-    void observe(core::NotificationCenter& center);
+    // The Macs behind the rows, row for row: listings and USB arrivals go there.
+    restore::DeviceRoster& roster() { return roster_; }
+    const restore::DeviceRoster& roster() const { return roster_; }
+    std::shared_ptr<AC2Device> deviceAt(int row) const { return roster_.deviceAt(row); }
+
     // The unattended bench's phase of each Mac's port joins its "Hub : Port" cell while the bench
     // runs ("1C3B4A01:3 · Queued"), the reason in the tooltip. `ports` outlives this model.
     void showPortPhases(const unattended::BenchPortModel& ports);
@@ -80,41 +61,22 @@ class DeviceListModel : public QAbstractTableModel {
     // The restore workflow changed a device's status or progress.
     void deviceStatusChanged(const std::shared_ptr<AC2Device>& device);
     void deviceProgress(const std::shared_ptr<AC2Device>& device, float progress);
-    // Drops the rows that have been off the bus, unlisted and idle for the grace period.
-    void purgeDisconnected();
-
-    std::shared_ptr<AC2Device> deviceAt(int row) const;
-    int rowOf(const std::shared_ptr<AC2Device>& device) const;
-    bool isConnected(int row) const;
 
   private:
-    struct Row;
-    struct Identity {
-        std::uint64_t ecid = 0;
-        QString serialNumber;
-        std::int64_t location = 0;
-    };
-
-    int findRow(const Identity& identity, bool byLocation) const;
-    int appendRow(std::shared_ptr<AC2Device> device);
+    void followRoster();
     void changed(int row);
-    void postEvent(const QString& event, const std::shared_ptr<AC2Device>& device);
-    QVariant display(const Row& row, int column) const;
+    float progressOf(const AC2Device& device) const;
+    QVariant display(int row, int column) const;
+    QVariant toolTip(int row, int column) const;
+    QVariant sortKey(int row, int column) const;
     QString hubPortOf(const AC2Device& device) const;
-    const unattended::BenchPort* benchPortOf(const Row& row) const;
+    const unattended::BenchPort* benchPortOf(int row) const;
     void hubPortsChanged();
 
-    Collaborators c_;
-    QList<Row> rows_;
-    std::vector<std::uint64_t> observers_;
-    core::NotificationCenter* center_ = nullptr;
+    std::function<QString(const AC2Device&)> hubPort_;
+    restore::DeviceRoster roster_;
+    QHash<const AC2Device*, float> progress_;
     const unattended::BenchPortModel* portPhases_ = nullptr;
-    // Notifications may come from other threads; they are handed to the main loop with this.
-    std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };
-
-// The selected devices for a spreadsheet: the header "UDID,ProductID,DeviceType,LocationID,
-// SerialNumber", then one line per device.
-QString devicesCSV(const QList<std::shared_ptr<AC2Device>>& devices);
 
 }  // namespace app

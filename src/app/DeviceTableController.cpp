@@ -1,7 +1,8 @@
 #include "app/DeviceTableController.h"
 
-#include "app/AppState.h"
+#include "app/DevicesCsv.h"
 #include "configurator/ZMRConfigurator2Utility.h"
+#include "core/AppState.h"
 #include "core/NotificationCenter.h"
 #include "usb/USBManager.h"
 
@@ -20,7 +21,7 @@ DeviceTableController::DeviceTableController(Environment environment, QObject* p
         relist_.start();
 
     if (e_.notifications) {
-        e_.model->observe(*e_.notifications);
+        e_.model->roster().observe(*e_.notifications);
         // The model hears of every arrival at once; the listing that completes the picture waits
         // until the burst is over.
         const auto later = [this](const QString&, const QVariantMap&) {
@@ -50,7 +51,6 @@ void DeviceTableController::refreshListing() {
     if (listing_ || !e_.configurator->isAC2Installed())
         return;
     listing_ = true;
-    emit listingStarted();
     // An answer inside the call means another listing (the hub window's) holds the tool: its
     // empty list says nothing about the bench, so ask again a little later.
     auto answeredAtOnce = std::make_shared<bool>(true);
@@ -65,7 +65,7 @@ void DeviceTableController::refreshListing() {
                 emit listingFinished(-1);
                 return;
             }
-            e_.model->applyListing(listed);
+            e_.model->roster().applyListing(listed);
             emit listingFinished(static_cast<int>(listed.size()));
         });
     *answeredAtOnce = false;
@@ -108,8 +108,8 @@ void DeviceTableController::updateProgressBar() {
     for (int row = 0; row < e_.model->rowCount(); ++row) {
         if (!e_.model->deviceAt(row)->isRestoring())
             continue;
-        sum += std::max(0.0, e_.model->data(e_.model->index(row, 0), DeviceListModel::ProgressRole)
-                                 .toDouble());
+        sum += std::max(
+            0.0, e_.model->data(e_.model->index(row, 0), DeviceListModel::ProgressRole).toDouble());
         ++restoring;
     }
     e_.appState->setProgressBarValue(restoring ? sum / restoring : 0);

@@ -13,13 +13,11 @@
 class ZMRConfigurator2Utility;
 
 namespace core {
+class AppState;
 class NotificationCenter;
-class Settings;
 }  // namespace core
 
 namespace app {
-
-class AppState;
 
 // What the device table does, without a widget: it keeps the device list current (a listing
 // from Apple Configurator shortly after the USB bus changes, and on request), hands the selected
@@ -30,11 +28,10 @@ class DeviceTableController : public QObject {
 
   public:
     struct Environment {
-        core::Settings* settings = nullptr;
         ZMRConfigurator2Utility* configurator = nullptr;
         restore::RestoreSession* session = nullptr;
         DeviceListModel* model = nullptr;
-        AppState* appState = nullptr;
+        core::AppState* appState = nullptr;
         core::NotificationCenter* notifications = nullptr;  // USB arrivals and removals
         int listingDelayMs = 1500;  // Macs come in bursts; one listing after the burst
         // Apple Configurator is also asked now and then, so a change the bus did not announce
@@ -47,7 +44,6 @@ class DeviceTableController : public QObject {
 
     // Lists the devices now (nothing when a listing is already under way or the tool is missing).
     void refreshListing();
-    bool isListing() const { return listing_; }
 
     // The Restore and Cancel buttons for the rows of the model.
     bool restore(const QList<int>& rows);
@@ -59,7 +55,6 @@ class DeviceTableController : public QObject {
     QString csv(const QList<int>& rows) const;
 
   signals:
-    void listingStarted();
     // The number of devices listed, or -1 when the tool was busy and the listing will be retried.
     void listingFinished(int devices);
 

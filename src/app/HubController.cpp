@@ -1,6 +1,7 @@
 #include "app/HubController.h"
 
 #include "configurator/AC2Device.h"
+#include "core/HubPortName.h"
 #include "hubs/AcronameHub.h"
 #include "usb/USBManager.h"
 
@@ -64,6 +65,14 @@ void HubController::rebuildRows(const AC2Devices& entries) {
     emit rowsRebuilt();
     if (refreshAgain_)
         refresh();
+}
+
+QSet<QString> HubController::disabledPorts() const {
+    QSet<QString> disabled;
+    for (const HubDevice& row : hubDevices())
+        if (row.acronamePort && !row.acronamePort->isEnabled())
+            disabled.insert(core::hubPortName(row.hubSerialNumber, int(row.portID)));
+    return disabled;
 }
 
 AcronamePorts HubController::selectedPorts(const QSet<QUuid>& selectedDevices) const {

@@ -4,8 +4,8 @@
 #include "app/HubTableModel.h"
 
 #include "core/Dispatch.h"
-#include "hubs/PortActivity.h"
 #include "core/NotificationCenter.h"
+#include "station/PortActivity.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -46,6 +46,8 @@ class HubController : public QObject {
 
     HubTableModel* model() { return &model_; }
     const QList<HubDevice>& hubDevices() const { return model_.hubDevices(); }
+    // The rows' ports that are switched off, "HUB:PORT": their Macs cannot be seen on the bus.
+    QSet<QString> disabledPorts() const;
     bool isRefreshing() const { return isRefreshing_; }
     bool showModal() const { return showModal_; }
     QString updateMessage() const { return updateMessage_; }
@@ -78,8 +80,8 @@ class HubController : public QObject {
     void rowsRebuilt();
 
   private:
-    using Sequence = void (HubStation::*)(AcronamePorts, HubStation::Update,
-                                          HubStation::Completion, PortObserver);
+    using Sequence = void (HubStation::*)(AcronamePorts, HubStation::Update, HubStation::Completion,
+                                          PortObserver);
 
     AcronamePorts selectedPorts(const QSet<QUuid>& selectedDevices) const;
     void runSequence(Sequence sequence, const QSet<QUuid>& selectedDevices);

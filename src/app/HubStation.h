@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hubs/ZMRAcronameManager.h"
+#include "station/ZMRAcronameManager.h"
 
 #include <functional>
 

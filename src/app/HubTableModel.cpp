@@ -1,5 +1,7 @@
 #include "app/HubTableModel.h"
 
+#include "core/HubPortName.h"
+
 #include <cmath>
 
 namespace app {
@@ -75,7 +77,7 @@ QString HubTableModel::cellText(const HubDevice& row, int column) {
     switch (column) {
         // Hexadecimal, as the hub's label and tarvel-cli write it.
         case HubSerial:
-            return QStringLiteral("%1").arg(row.hubSerialNumber, 2, 16, QLatin1Char('0')).toUpper();
+            return core::hubName(row.hubSerialNumber);
         case FirmwareVersion:
             return row.hubFirmwareVersion;
         case Port:

@@ -4,29 +4,21 @@
 #include "cli/Interrupts.h"
 #include "cli/SimulatorLoss.h"
 
-#include "configurator/AC2Device.h"
-#include "core/Clock.h"
 #include "core/Log.h"
-#include "core/Settings.h"
-#include "core/SettingsKeys.h"
-#include "core/SimulatorAddress.h"
-#include "metrics/BenchMetrics.h"
 #include "metrics/MetricsServer.h"
-#include "restore/LocalPortAutoRestore.h"
-#include "restore/RestoreQueue.h"
+#include "restore/BusAttachmentEvents.h"
 #include "restore/RestoreSession.h"
-#include "unattended/ManagerPortDriver.h"
-#include "unattended/SessionRestorer.h"
-#include "unattended/UnattendedBench.h"
+#include "unattended/BenchAssembly.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QElapsedTimer>
 #include <QTimer>
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 namespace cli {
 namespace {
@@ -46,16 +38,36 @@ int exitStatusOf(const unattended::BenchSummary& summary) {
     return summary.cancelled > 0 ? exitInterrupted : exitSuccess;
 }
 
-unattended::UnattendedBench::Options benchOptions(const AutoOptions& options) {
-    core::Settings& settings = core::Settings::shared();
-    unattended::UnattendedBench::Options bench;
-    bench.restore = options.restore;
-    bench.recoveryAfter = options.recoveryAfter;
-    for (const std::string& name : options.ports) bench.ports << QString::fromStdString(name).toUpper();
-    bench.maxRestores = int(settings.boundedNumber(core::keys::unattendedMaxRestores));
-    bench.secondsBetweenStarts = restore::RestoreQueue::pauseBetweenStarts(
-        settings.stringForKey(core::keys::timeBetweenProcesses));
-    return bench;
+unattended::BenchAssembly::Choices choicesOf(const AutoOptions& options) {
+    unattended::BenchAssembly::Choices choices{options.restore, options.recoveryAfter, {}};
+    for (const std::string& name : options.ports)
+        choices.ports << QString::fromStdString(name).toUpper();
+    return choices;
+}
+
+// --metrics: the exit status when the address is wrong or cannot be served.
+std::optional<int> serveMetrics(const AutoOptions& options, unattended::BenchAssembly& assembly) {
+    if (options.metrics.empty())
+        return std::nullopt;
+    QString error;
+    const auto where = metrics::parseListenAddress(QString::fromStdString(options.metrics), error);
+    if (!where)
+        return fail(exitUsage, QStringLiteral("auto: --metrics: ") + error);
+    const quint16 port = assembly.serveMetrics(*where, error);
+    if (port == 0)
+        return fail(exitFailure, QStringLiteral("auto: --metrics: ") + error);
+    ZMRLogLevel1(
+        QStringLiteral("Metrics at http://%1:%2/metrics").arg(where->address.toString()).arg(port));
+    return std::nullopt;
+}
+
+QJsonArray historyOf(const restore::RestoreSession& session) {
+    QJsonArray history;
+    for (const restore::History& record : session.history())
+        history.append(QJsonObject{{"device", record.device},
+                                   {"serialNumber", record.serialNumber},
+                                   {"message", record.message}});
+    return history;
 }
 
 int runAuto(const CliContext& context, const AutoOptions& options) {
@@ -63,41 +75,13 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
         return fail(exitFailure, *problem);
     if (const auto problem = context.simulatorProblem())
         return fail(exitFailure, *problem);
-    // Station seconds: a simulator running faster than life runs the bench's clock with it.
-    const double speed = core::Clock::system().speed();
-    QElapsedTimer clock;
-    clock.start();
-    auto now = [&clock, speed] { return double(clock.elapsed()) / 1000.0 * speed; };
-
-    auto environment =
-        ZMRAcronameManagerEnvironment::processDefaults(core::simulatorSocketFromEnvironment());
-    environment.console = context.driverConsole();
-    unattended::ManagerPortDriver driver(std::move(environment));
     auto collaborators = restore::RestoreSession::defaultCollaborators(nullptr);
     collaborators.autoDFU = nullptr;
     restore::RestoreSession session(collaborators);
-    unattended::SessionRestorer restorer(session,
-                                         restore::LocalPortAutoRestore::configuratorListing());
-    unattended::UnattendedBench bench({&usb::UsbRegistry::shared(), &driver,
-                                       options.restore ? &restorer : nullptr, now,
-                                       std::max(1, int(1000 / speed))},
-                                      benchOptions(options));
-
-    metrics::MetricsRegistry registry;
-    metrics::MetricsServer server(registry);
-    metrics::countBench(registry, bench);
-    if (!options.metrics.empty()) {
-        QString error;
-        const auto where = metrics::parseListenAddress(QString::fromStdString(options.metrics), error);
-        if (!where)
-            return fail(exitUsage, QStringLiteral("auto: --metrics: ") + error);
-        const quint16 port = server.listen(*where, error);
-        if (port == 0)
-            return fail(exitFailure, QStringLiteral("auto: --metrics: ") + error);
-        ZMRLogLevel1(QStringLiteral("Metrics at http://%1:%2/metrics")
-                         .arg(where->address.toString())
-                         .arg(port));
-    }
+    unattended::BenchAssembly assembly(choicesOf(options), session, context.driverConsole());
+    if (const auto status = serveMetrics(options, assembly))
+        return *status;
+    unattended::UnattendedBench& bench = assembly.bench();
 
     BenchBoard board(options.json);
     QObject::connect(&bench, &unattended::UnattendedBench::started,
@@ -106,11 +90,12 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
         fail(exitUsage, QStringLiteral("auto: ") + why);
         QCoreApplication::exit(exitUsage);
     });
-    QObject::connect(&bench, &unattended::UnattendedBench::portChanged,
-                     [&](const unattended::BenchPort& port) { board.portChanged(port, now()); });
+    QObject::connect(
+        &bench, &unattended::UnattendedBench::portChanged,
+        [&](const unattended::BenchPort& port) { board.portChanged(port, assembly.now()); });
     QTimer boardTick;
     QObject::connect(&boardTick, &QTimer::timeout,
-                     [&] { board.tick(bench.ports(), bench.summary(), now()); });
+                     [&] { board.tick(bench.ports(), bench.summary(), assembly.now()); });
     boardTick.start(1000);
     QObject::connect(&bench, &unattended::UnattendedBench::stopped,
                      [] { QCoreApplication::exit(0); });
@@ -121,8 +106,9 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
         if (sinceInterrupt.isValid() && sinceInterrupt.elapsed() < 2000)
             std::_Exit(exitInterrupted);
         sinceInterrupt.start();
-        board.note(QStringLiteral("Stopping: cancelling what is under way (Ctrl-C again within "
-                                  "2 s to leave at once)"));
+        board.note(
+            QStringLiteral("Stopping: cancelling what is under way (Ctrl-C again within "
+                           "2 s to leave at once)"));
         bench.stop();
     });
     SimulatorLoss loss(context.simulatorSocket(), [] {
@@ -130,18 +116,13 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
         QCoreApplication::exit(exitFailure);
     });
 
-    driver.refresh();
-    bench.start();
+    const restore::BusAttachmentEvents attachments;
+    assembly.start();
     const int loop = QCoreApplication::exec();
     const unattended::BenchSummary summary = bench.summary();
     const int status = loop != 0 ? loop : exitStatusOf(summary);
     ZMRLogLevel1(QStringLiteral("auto: %1").arg(BenchBoard::summaryLine(summary)));
-    QJsonArray history;
-    for (const restore::History& record : session.history())
-        history.append(QJsonObject{{"device", record.device},
-                                   {"serialNumber", record.serialNumber},
-                                   {"message", record.message}});
-    board.end(summary, history, status);
+    board.end(summary, historyOf(session), status);
     return status;
 }
 
@@ -150,10 +131,12 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
 void addAutoCommands(CLI::App& app, CliContext& context) {
     auto options = std::make_shared<AutoOptions>();
     CLI::App* command = app.add_subcommand(
-        "auto", "Put every Mac plugged into a hub port into DFU mode (and restore it), until Ctrl-C");
+        "auto",
+        "Put every Mac plugged into a hub port into DFU mode (and restore it), until Ctrl-C");
     command->add_flag("--restore", options->restore, "restore each Mac once it is in DFU mode");
-    command->add_flag("--recovery-after", options->recoveryAfter,
-                      "start each restored Mac into recovery")
+    command
+        ->add_flag("--recovery-after", options->recoveryAfter,
+                   "start each restored Mac into recovery")
         ->needs(command->get_option("--restore"));
     command->add_option("--ports", options->ports, "only these ports (HUB:PORT ...)");
     command->add_option("--metrics", options->metrics,

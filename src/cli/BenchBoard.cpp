@@ -24,9 +24,8 @@ QString bar(double progress) {
 }
 
 QJsonObject portJson(const unattended::BenchPort& port) {
-    QJsonObject json{{"event", "port"},
-                     {"port", port.name},
-                     {"state", unattended::portPhaseKey(port.phase)}};
+    QJsonObject json{
+        {"event", "port"}, {"port", port.name}, {"state", unattended::portPhaseKey(port.phase)}};
     if (!port.model.isEmpty())
         json.insert("model", port.model);
     if (port.ecid != 0)
@@ -47,12 +46,10 @@ QJsonObject portJson(const unattended::BenchPort& port) {
 }  // namespace
 
 BenchBoard::BenchBoard(bool json)
-    : BenchBoard(json                             ? Style::Json
-                 : ::isatty(STDOUT_FILENO) == 1 ? Style::Terminal
-                                                : Style::Plain,
-                 terminalWidth()) {}
-
-BenchBoard::BenchBoard(Style style, int width) : style_(style), width_(width) {
+    : style_(json                           ? Style::Json
+             : ::isatty(STDOUT_FILENO) == 1 ? Style::Terminal
+                                            : Style::Plain),
+      width_(terminalWidth()) {
     elapsed_.start();
 }
 
@@ -81,8 +78,9 @@ QString BenchBoard::portLine(const unattended::BenchPort& port, double now) {
 }
 
 QString BenchBoard::summaryLine(const unattended::BenchSummary& summary) {
-    return QStringLiteral("restored %1 · failed %2 · needs attention %3 · cancelled %4 · under "
-                          "way %5 · %6 Macs per hour")
+    return QStringLiteral(
+               "restored %1 · failed %2 · needs attention %3 · cancelled %4 · under "
+               "way %5 · %6 Macs per hour")
         .arg(summary.restored)
         .arg(summary.failed)
         .arg(summary.needsAttention)

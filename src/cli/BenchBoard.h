@@ -1,7 +1,7 @@
 #pragma once
 
 #include "unattended/BenchPort.h"
-#include "unattended/UnattendedBench.h"
+#include "unattended/BenchSummary.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -16,11 +16,8 @@ namespace cli {
 // change; with --json, one JSON object a line.
 class BenchBoard {
   public:
-    enum class Style { Terminal, Plain, Json };
-
     // Standard output as it is: JSON when asked, the board on a terminal, lines otherwise.
     explicit BenchBoard(bool json);
-    BenchBoard(Style style, int width);
 
     void started(const QList<unattended::BenchPort>& ports);
     void portChanged(const unattended::BenchPort& port, double now);
@@ -40,6 +37,8 @@ class BenchBoard {
     static QString duration(double seconds);
 
   private:
+    enum class Style { Terminal, Plain, Json };
+
     void emitJson(QJsonObject event) const;
     void redraw(const unattended::BenchSummary& summary, double now);
     void print(const QString& line) const;

@@ -3,6 +3,8 @@
 #include "cli/HubListOutput.h"
 #include "cli/ModeVerification.h"
 
+#include "core/HubPortName.h"
+
 #include "hubs/AcronameHub.h"
 #include "hubs/AcronamePort.h"
 #include "hubs/BrainStemWrapper.h"
@@ -198,14 +200,14 @@ std::optional<QString> messageRefusal(AcronameHub& hub, std::int64_t port) {
 // Waits for the Mac on a port that was sent the DFU message to show DFU mode on USB, as `dfu`
 // checks its ports; answers the verdict's word and what to say.
 std::pair<bool, QString> verifyDfu(const CliContext& context, const AcronamePort& port, bool json) {
-    PortVerdict verdict({port.name()});
+    station::PortVerdict verdict({port.name()});
     verdict.record({.kind = PortProgress::Kind::PortResult,
                     .step = PortProgress::Step::DfuMessage,
                     .port = &port,
                     .succeeded = true});
     verdict.recordCompletion(true);
     ProgressDisplay display = ProgressDisplay::forStandardOutput(json);
-    verifyModes(context, verdict, MacMode::Dfu, display);
+    verifyModes(context, verdict, station::MacMode::Dfu, display);
     if (verdict.succeeded())
         return {true, QStringLiteral("the Mac is in DFU mode")};
     return {false, verdict.unverifiedDescriptions().join("; ")};
@@ -223,7 +225,7 @@ int messageCommand(const CliContext& context, const MessageOptions& options,
                                    .arg(QString::fromStdString(target))
                                    .arg(kLastPort));
     return withHub(context, address->hub, [&](AcronameHub& hub) {
-        const QString name = QStringLiteral("%1:%2").arg(hub.modelName()).arg(address->port);
+        const QString name = core::hubPortName(hub.modelName(), address->port);
         QJsonObject json{{"hub", hub.modelName()},
                          {"port", static_cast<qint64>(address->port)},
                          {"action", action}};

@@ -30,7 +30,7 @@ QString currentText(const AcronamePort& port) {
 }
 
 QString powerText(const AcronamePort& port) {
-    return oneDecimal(std::fabs(port.vBusVoltage() * port.vBusCurrent()));
+    return oneDecimal(std::fabs(double(port.vBusVoltage()) * double(port.vBusCurrent())));
 }
 
 QJsonObject hubJson(const AcronameHub& hub, bool connected) {

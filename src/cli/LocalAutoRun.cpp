@@ -5,11 +5,11 @@
 #include "cli/Interrupts.h"
 #include "cli/SimulatorLoss.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "localport/FirmwareUpdater.h"
 #include "restore/LocalPortAutoRestore.h"
 #include "restore/RestoreSession.h"
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 #include "usb/USBManager.h"
 
 #include <QCoreApplication>
@@ -39,7 +39,7 @@ QString describe(const restore::DevicePtr& device) {
 // The restores of the cycle, with what the terminal shows of them.
 class AutoRestores {
   public:
-    AutoRestores(AutoDFU& cycle, app::AppState& appState, FirmwareUpdater& updater)
+    AutoRestores(AutoDFU& cycle, core::AppState& appState, FirmwareUpdater& updater)
         : session_(restore::RestoreSession::defaultCollaborators(&appState)),
           handOff_({&cycle, &session_, &appState,
                     restore::LocalPortAutoRestore::configuratorListing(),
@@ -120,7 +120,7 @@ void stopOnInterrupt(AutoRestores* restores, FirmwareUpdater& updater, QElapsedT
 }  // namespace
 
 int runLocalAuto(const LocalAutoOptions& options) {
-    app::AppState appState;
+    core::AppState appState;
     FirmwareUpdater updater(FirmwareUpdater::defaultCollaborators(&appState));
     AutoDFU& cycle = AutoDFU::shared();
     QObject::connect(&cycle, &AutoDFU::autoTarvStateChanged, &updater, [](AutoTarvState state) {

@@ -2,7 +2,7 @@
 
 #include "cli/LocalAutoRun.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "core/Dispatch.h"
 #include "core/NotificationCenter.h"
 #include "localport/FirmwareUpdater.h"
@@ -70,7 +70,7 @@ std::optional<int> refuseWithoutSimulator(const CliContext& context) {
 }
 
 int enterDFU() {
-    app::AppState appState;
+    core::AppState appState;
     FirmwareUpdater updater(FirmwareUpdater::defaultCollaborators(&appState));
     ReplyWait wait;
     QObject::connect(&updater, &FirmwareUpdater::dfuAnswered,
@@ -91,7 +91,7 @@ int enterDFU() {
 }
 
 int restart() {
-    app::AppState appState;
+    core::AppState appState;
     FirmwareUpdater updater(FirmwareUpdater::defaultCollaborators(&appState));
     ReplyWait wait;
     QObject::connect(&updater, &FirmwareUpdater::rebootAnswered,
@@ -113,7 +113,7 @@ int restart() {
 
 // The reboots' replies are not awaited, as the sequence ignores them; it always runs its rounds.
 int recovery() {
-    app::AppState appState;
+    core::AppState appState;
     FirmwareUpdater updater(FirmwareUpdater::defaultCollaborators(&appState));
     QObject::connect(&updater, &FirmwareUpdater::updateMessageChanged, [](const QString& message) {
         std::printf("%s\n", qPrintable(message));

@@ -9,14 +9,14 @@
 
 namespace cli {
 
-void verifyModes(const CliContext& context, PortVerdict& verdict, MacMode expected,
+void verifyModes(const CliContext& context, station::PortVerdict& verdict, station::MacMode expected,
                  ProgressDisplay& display) {
     const QStringList ports = verdict.donePorts();
     if (ports.isEmpty())
         return;
     const double timeout = core::Settings::shared().boundedNumber(core::keys::verifyTimeoutSeconds);
-    const MacModeCheck check(usb::UsbRegistry::shared());
-    std::optional<std::map<QString, MacMode>> modes;
+    const station::MacModeCheck check(usb::UsbRegistry::shared());
+    std::optional<std::map<QString, station::MacMode>> modes;
     qsizetype shown = -1;
     for (unsigned waited = 0;; ++waited) {
         modes = check.modes(ports);
@@ -26,7 +26,7 @@ void verifyModes(const CliContext& context, PortVerdict& verdict, MacMode expect
             return entry.second == expected;
         });
         if (confirmed != shown)
-            display.verifying(int(confirmed), int(ports.size()), macModeText(expected));
+            display.verifying(int(confirmed), int(ports.size()), station::macModeText(expected));
         shown = confirmed;
         if (confirmed == ports.size() || waited >= timeout)
             break;
@@ -41,15 +41,15 @@ void verifyModes(const CliContext& context, PortVerdict& verdict, MacMode expect
     }
     const QString after = QStringLiteral("after %1 s").arg(timeout);
     for (const QString& port : ports) {
-        const MacMode mode = modes->at(port);
-        if (mode == MacMode::HubAbsent)
+        const station::MacMode mode = modes->at(port);
+        if (mode == station::MacMode::HubAbsent)
             verdict.recordUnverified(
                 port, QStringLiteral("hub %1 went away").arg(port.section(':', 0, 0)));
-        else if (mode == MacMode::Absent)
+        else if (mode == station::MacMode::Absent)
             verdict.recordUnverified(port, QStringLiteral("no Mac on USB ") + after);
         else if (mode != expected)
             verdict.recordUnverified(
-                port, QStringLiteral("Mac still %1 %2").arg(macModeText(mode), after));
+                port, QStringLiteral("Mac still %1 %2").arg(station::macModeText(mode), after));
     }
 }
 

@@ -1,7 +1,7 @@
 #include "cli/ProgressDisplay.h"
 
 #include "cli/TerminalWidth.h"
-#include "cli/PortVerdict.h"
+#include "station/PortVerdict.h"
 
 #include "hubs/AcronamePort.h"
 
@@ -174,7 +174,7 @@ void ProgressDisplay::tick() {
         redraw();
 }
 
-void ProgressDisplay::finish(const PortVerdict& verdict) {
+void ProgressDisplay::finish(const station::PortVerdict& verdict) {
     std::lock_guard lock(mutex_);
     if (options_.style == Style::Json)
         emitJson(verdict.json());

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "hubs/PortActivity.h"
-#include "hubs/PortProgress.h"
+#include "station/PortActivity.h"
+#include "station/PortProgress.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -12,9 +12,11 @@
 #include <mutex>
 #include <optional>
 
-namespace cli {
-
+namespace station {
 class PortVerdict;
+}
+
+namespace cli {
 
 // How a long command shows its work: on a terminal one live line (elapsed time, the sequence's
 // text as headline, a bar of ports done, the port and step being worked), redrawn at least once a
@@ -48,7 +50,7 @@ class ProgressDisplay {
     // Redraws the live line so the elapsed time and pauses move while nothing else does.
     void tick();
     // Closes the live line; in JSON, the verdict is the last event.
-    void finish(const PortVerdict& verdict);
+    void finish(const station::PortVerdict& verdict);
 
   private:
     void emitJson(QJsonObject object);

@@ -5,8 +5,8 @@
 #include "cli/RestoreBatchDisplay.h"
 #include "cli/SimulatorLoss.h"
 
-#include "app/AppState.h"
-#include "app/MacModelNames.h"
+#include "core/AppState.h"
+#include "usb/MacModelNames.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Dispatch.h"
 #include "core/SimulatorAddress.h"
@@ -145,7 +145,7 @@ bool isProgressStatus(const restore::DevicePtr& device, const QString& status) {
 }
 
 int runBatch(const restore::DeviceList& devices, const Options& options) {
-    app::AppState appState;
+    core::AppState appState;
     restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&appState));
     QList<RestoreBatchDisplay::Device> rows;
     const auto registry = usb::UsbRegistry::shared().devices();
@@ -153,7 +153,7 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     for (const auto& device : devices)
         rows.append({device->ecid(), device->serialNumber(),
                      ports.nameOf(static_cast<std::uint64_t>(device->locationID())),
-                     app::MacModelNames::shipped().displayName(device->deviceType())});
+                     usb::MacModelNames::shipped().displayName(device->deviceType())});
     RestoreBatchDisplay display(rows, options.json);
 
     QObject::connect(&session, &restore::RestoreSession::deviceProgress,
@@ -167,7 +167,7 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
                              display.setDeviceText(device->ecid(), status,
                                                    status == "Successful" ? 1.0f : -1.0f);
                      });
-    QObject::connect(&appState, &app::AppState::progressMessageChanged,
+    QObject::connect(&appState, &core::AppState::progressMessageChanged,
                      [&](const QString& message) { display.setMessage(message); });
     QObject::connect(&session, &restore::RestoreSession::restoreTimeChanged,
                      [&](const QString& text) { display.setRestoreTime(text); });

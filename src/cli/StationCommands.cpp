@@ -1,6 +1,7 @@
 #include "cli/StationCommands.h"
 
-#include "cli/MacModeCheck.h"
+#include "station/MacModeCheck.h"
+#include "cli/HubListOutput.h"
 #include "cli/ModeVerification.h"
 #include "cli/StationSession.h"
 
@@ -15,7 +16,6 @@
 #include <QJsonObject>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 
 namespace cli {
@@ -36,7 +36,7 @@ void addTargets(CLI::App* command, PortTargets& targets) {
 
 // The verdict is the command's last line: on standard output when every port is done, on
 // standard error otherwise. The log keeps every failed port and the verdict.
-int reportVerdict(const char* what, const PortVerdict& verdict, bool json) {
+int reportVerdict(const char* what, const station::PortVerdict& verdict, bool json) {
     for (const QString& failure : verdict.failureDescriptions())
         ZMRLogLevel0(QStringLiteral("%1: port %2").arg(what, failure));
     for (const QString& line : verdict.unverifiedDescriptions()) {
@@ -52,10 +52,6 @@ int reportVerdict(const char* what, const PortVerdict& verdict, bool json) {
     if (!json)
         std::printf("%s\n", qPrintable(line));
     return exitSuccess;
-}
-
-QString oneDecimal(double value) {
-    return QString::asprintf("%.1f", value);
 }
 
 int printHubs(const CliContext& context, bool json) {
@@ -74,22 +70,21 @@ int printHubs(const CliContext& context, bool json) {
         const AcronameHub* hub = port ? port->hub() : nullptr;
         const QString serial = hub ? hub->modelName() : QString();
         const QString firmware = hub ? hub->firmwareVersion() : QString();
-        const double power = std::fabs(double(port->vBusVoltage()) * double(port->vBusCurrent()));
         if (json) {
             rows.append(QJsonObject{{"hub", serial},
                                     {"firmwareVersion", firmware},
                                     {"port", qint64(port->portID())},
-                                    {"voltage", oneDecimal(port->vBusVoltage())},
-                                    {"current", oneDecimal(port->vBusCurrent())},
-                                    {"power", oneDecimal(power)},
+                                    {"voltage", voltageText(*port)},
+                                    {"current", currentText(*port)},
+                                    {"power", powerText(*port)},
                                     {"connected", port->isConnected()},
                                     {"enabled", port->isEnabled()}});
             continue;
         }
         std::printf("%-10s %-16s %4lld %11s %11s %9s  %s\n", qPrintable(serial),
                     qPrintable(firmware), static_cast<long long>(port->portID()),
-                    qPrintable(oneDecimal(port->vBusVoltage())),
-                    qPrintable(oneDecimal(port->vBusCurrent())), qPrintable(oneDecimal(power)),
+                    qPrintable(voltageText(*port)), qPrintable(currentText(*port)),
+                    qPrintable(powerText(*port)),
                     !port->isEnabled()    ? "disabled (a Mac may be on it)"
                     : port->isConnected() ? "yes"
                                           : "no");
@@ -104,8 +99,8 @@ int printHubs(const CliContext& context, bool json) {
 
 // Refreshes, picks the ports, runs one sequence, and turns its outcome into an exit status.
 int runOnPorts(const CliContext& context, const PortTargets& targets, const char* what,
-               std::optional<MacMode> expected,
-               const std::function<PortVerdict(StationSession&, const AcronamePorts&,
+               std::optional<station::MacMode> expected,
+               const std::function<station::PortVerdict(StationSession&, const AcronamePorts&,
                                                ProgressDisplay&)>& run) {
     if (targets.all == !targets.names.empty())
         return fail(exitUsage,
@@ -129,12 +124,8 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
     if (ports->empty())
         return fail(exitFailure, QStringLiteral("%1: the station has no usable ports").arg(what));
     // A disabled port hides whether a Mac is on it: enabled, it shows, and is worked like the rest.
-    QStringList names;
     std::vector<std::string> chosen;
-    for (const auto& port : *ports) {
-        names << port->name();
-        chosen.push_back(port->name().toStdString());
-    }
+    for (const auto& port : *ports) chosen.push_back(port->name().toStdString());
     const QStringList wereDisabled = session.enableDisabledPorts(*ports);
     if (!wereDisabled.isEmpty()) {
         ports = session.selectPorts(session.refresh(), false, chosen, error);
@@ -144,9 +135,7 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
 
     ProgressDisplay display =
         ProgressDisplay::forStandardOutput(targets.json, context.parallelHubs());
-    PortVerdict verdict = run(session, *ports, display);
-    for (const QString& port : wereDisabled) verdict.recordWasDisabled(port);
-    for (const QString& port : session.portsLeftDisabled(names)) verdict.recordLeftDisabled(port);
+    station::PortVerdict verdict = run(session, *ports, display);
     if (context.simulatorProblem())
         verdict.recordLoss(QStringLiteral("lost the simulator"));
     if (expected && !targets.noVerify)
@@ -156,7 +145,7 @@ int runOnPorts(const CliContext& context, const PortTargets& targets, const char
 }
 
 void addSequenceCommand(CLI::App& app, CliContext& context, const char* name, const char* help,
-                        StationSession::Sequence sequence, std::optional<MacMode> expected = {}) {
+                        StationSession::Sequence sequence, std::optional<station::MacMode> expected = {}) {
     CLI::App* command = app.add_subcommand(name, help);
     auto targets = std::make_shared<PortTargets>();
     addTargets(command, *targets);
@@ -227,11 +216,11 @@ void addStationCommands(CLI::App& app, CliContext& context) {
     });
 
     addSequenceCommand(app, context, "dfu", "Put the Macs on the given ports into DFU mode",
-                       StationSession::Sequence::DFU, MacMode::Dfu);
+                       StationSession::Sequence::Dfu, station::MacMode::Dfu);
     addSequenceCommand(app, context, "restart", "Restart the Macs on the given ports",
                        StationSession::Sequence::Restart);
     addSequenceCommand(app, context, "recovery", "Start the Macs on the given ports into recovery",
-                       StationSession::Sequence::Recovery, MacMode::Recovery);
+                       StationSession::Sequence::Recovery, station::MacMode::Recovery);
     addPowerModeCommand(app, context);
 }
 

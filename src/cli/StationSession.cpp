@@ -1,9 +1,7 @@
 #include "cli/StationSession.h"
 
 #include "configurator/AC2Device.h"
-#include "core/Alerts.h"
 #include "core/Clock.h"
-#include "core/Log.h"
 #include "core/SimulatorAddress.h"
 
 #include "cli/Interrupts.h"
@@ -11,6 +9,7 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -106,86 +105,24 @@ std::optional<AcronamePorts> StationSession::selectPorts(const AC2Devices& entri
 }
 
 QStringList StationSession::enableDisabledPorts(const AcronamePorts& ports) {
-    QStringList disabled;
-    for (const auto& port : ports) {
-        if (port->isEnabled() || !port->hub())
-            continue;
-        disabled << port->name();
-        ZMRLogLevel1(
-            QStringLiteral("Port %1 reads disabled; enabling it to reach the Mac behind it")
-                .arg(port->name()));
-        if (!port->hub()->enablePort(port->portID()))
-            ZMRLogLevel0(
-                QStringLiteral("Port %1 reads disabled and could not be enabled (result %2)")
-                    .arg(port->name())
-                    .arg(port->hub()->lastPortResult()));
-    }
-    // A Mac that gets power again needs a moment before its cable shows on the port.
-    if (!disabled.isEmpty())
-        core::Clock::system().sleepSeconds(1);
-    return disabled;
+    wereDisabled_ = station::PortRun::enableDisabledPorts(ports, core::Clock::system());
+    return wereDisabled_;
 }
 
-std::shared_ptr<AcronameHub> StationSession::hubNamed(const QString& name) const {
-    for (const auto& hub : manager_->hubs())
-        if (hub->modelName() == name)
-            return hub;
-    return nullptr;
-}
-
-QStringList StationSession::portsLeftDisabled(const QStringList& names) {
-    QStringList left;
-    for (const QString& name : names) {
-        const auto hub = hubNamed(name.section(':', 0, 0));
-        const std::int64_t id = name.section(':', 1).toLongLong();
-        // A hub that no longer answers cannot tell; its ports' failures say what was asked.
-        if (!hub || hub->portEnabled(id).value_or(true))
-            continue;
-        if (hub->enablePort(id)) {
-            ZMRLogLevel0(QStringLiteral("Port %1 was left disabled; enabled it again").arg(name));
-            continue;
-        }
-        ZMRLogLevel0(QStringLiteral("Port %1 is left disabled: it could not be enabled (result %2)")
-                         .arg(name)
-                         .arg(hub->lastPortResult()));
-        left << name;
-    }
-    return left;
-}
-
-PortVerdict StationSession::runUntilIdle(
-    const AcronamePorts& ports, std::optional<PortProgress::Step> message, ProgressDisplay& display,
-    const std::function<void(ZMRAcronameManager&, const PortObserver&,
-                             const ZMRAcronameManager::Completion&)>& start) {
-    QStringList names;
-    for (const auto& port : ports) names << port->name();
-    // The sequence's worker is counted until it ends, so nothing reports after the wait below.
-    PortVerdict verdict(names, message);
-    std::mutex verdictMutex;
-    auto observer = [&](const PortProgress& event) {
-        {
-            std::lock_guard lock(verdictMutex);
-            verdict.record(event);
-        }
-        display.port(event);
-    };
-    auto completion = [&](bool value) {
-        {
-            std::lock_guard lock(verdictMutex);
-            verdict.recordCompletion(value);
-        }
-        display.completion(value);
-    };
-    // The first Ctrl-C lets the ports under way finish (a port is never left between its
-    // disable and its enable) and stops before the next; a second leaves at once.
-    Interrupts interrupts([this, &display] {
-        if (state_->stopRequested.exchange(true))
-            std::_Exit(exitInterrupted);
-        display.headline(
-            QStringLiteral("Stopping after the ports under way (Ctrl-C again to leave at once)"));
-    });
-    start(*manager_, observer, completion);
+station::PortVerdict StationSession::runToEnd(station::PortRun& run, ProgressDisplay& display) {
     {
+        // The first Ctrl-C lets the ports under way finish (a port is never left between its
+        // disable and its enable) and stops before the next; a second leaves at once.
+        Interrupts interrupts([this, &display] {
+            if (state_->stopRequested.exchange(true))
+                std::_Exit(exitInterrupted);
+            display.headline(QStringLiteral(
+                "Stopping after the ports under way (Ctrl-C again to leave at once)"));
+        });
+        run.start(*manager_, {[&display](const QString& text) { display.headline(text); },
+                              [&display](const PortProgress& event) { display.port(event); },
+                              [&display](bool value) { display.completion(value); }});
+        // The sequence's worker is counted until it ends, so nothing reports after this wait.
         // The sequences never need the main loop; it is turned only for Ctrl-C, and the display
         // is redrawn every second meanwhile.
         std::unique_lock lock(state_->mutex);
@@ -201,41 +138,19 @@ PortVerdict StationSession::runUntilIdle(
             lock.lock();
         }
     }
-    if (state_->stopRequested)
-        verdict.recordInterrupted();
-    return verdict;
+    return run.finish(manager_->hubs(), state_->stopRequested);
 }
 
-PortVerdict StationSession::run(Sequence sequence, const AcronamePorts& ports,
-                                ProgressDisplay& display) {
-    auto update = [&display](const QString& text) { display.headline(text); };
-    const PortProgress::Step message =
-        sequence == Sequence::DFU ? PortProgress::Step::DfuMessage : PortProgress::Step::Reboot;
-    return runUntilIdle(
-        ports, message, display,
-        [&](ZMRAcronameManager& manager, const PortObserver& observer,
-            const ZMRAcronameManager::Completion& completion) {
-            switch (sequence) {
-                case Sequence::DFU:
-                    manager.dfuModeForAcronamePorts(ports, update, completion, observer);
-                    break;
-                case Sequence::Restart:
-                    manager.restartForAcronamePorts(ports, update, completion, observer);
-                    break;
-                case Sequence::Recovery:
-                    manager.recoveryForAcronamePorts(ports, update, completion, observer);
-                    break;
-            }
-        });
-}
-
-PortVerdict StationSession::runPowerMode(std::int64_t mode, const AcronamePorts& ports,
+station::PortVerdict StationSession::run(Sequence sequence, const AcronamePorts& ports,
                                          ProgressDisplay& display) {
-    return runUntilIdle(ports, std::nullopt, display,
-                        [&](ZMRAcronameManager& manager, const PortObserver& observer,
-                            const ZMRAcronameManager::Completion& completion) {
-                            manager.setPowerMode(mode, ports, completion, observer);
-                        });
+    station::PortRun run(sequence, ports, wereDisabled_);
+    return runToEnd(run, display);
+}
+
+station::PortVerdict StationSession::runPowerMode(std::int64_t mode, const AcronamePorts& ports,
+                                                  ProgressDisplay& display) {
+    station::PortRun run(mode, ports, wereDisabled_);
+    return runToEnd(run, display);
 }
 
 }  // namespace cli

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "cli/CliContext.h"
-#include "cli/PortVerdict.h"
 #include "cli/ProgressDisplay.h"
 
-#include "hubs/ZMRAcronameManager.h"
+#include "station/PortRun.h"
+#include "station/PortVerdict.h"
+#include "station/ZMRAcronameManager.h"
 
 #include <QString>
 #include <QStringList>
@@ -20,6 +21,8 @@ namespace cli {
 // simulator, refreshed once, with blocking forms of the manager's asynchronous operations.
 class StationSession {
   public:
+    using Sequence = station::PortRun::Sequence;
+
     explicit StationSession(const CliContext& context);
     // Disconnects the hubs: a connected hub and its driver hold each other.
     ~StationSession();
@@ -34,29 +37,23 @@ class StationSession {
                                              QString& error) const;
 
     // Enables every listed port that reads disabled, so that the Mac behind it, unknown until
-    // then, can be worked; answers the names of the ports that were disabled.
+    // then, can be worked; answers the names of the ports that were disabled, which the verdict
+    // of the run that follows names so.
     QStringList enableDisabledPorts(const AcronamePorts& ports);
-    // Reads each named port ("HUB:PORT") again after a run; one that reads disabled is enabled
-    // once more. Answers the ports that stay disabled.
-    QStringList portsLeftDisabled(const QStringList& names);
 
-    enum class Sequence { DFU, Restart, Recovery };
     // Runs a sequence to its end, showing its work on `display` (left open for what follows);
-    // answers what it did to each port and whether it succeeded.
-    PortVerdict run(Sequence sequence, const AcronamePorts& ports, ProgressDisplay& display);
-    PortVerdict runPowerMode(std::int64_t mode, const AcronamePorts& ports,
+    // answers what it did to each port, each port read again after it, and whether it succeeded.
+    station::PortVerdict run(Sequence sequence, const AcronamePorts& ports,
                              ProgressDisplay& display);
+    station::PortVerdict runPowerMode(std::int64_t mode, const AcronamePorts& ports,
+                                      ProgressDisplay& display);
 
   private:
-    std::shared_ptr<AcronameHub> hubNamed(const QString& name) const;
-    PortVerdict runUntilIdle(
-        const AcronamePorts& ports, std::optional<PortProgress::Step> message,
-        ProgressDisplay& display,
-        const std::function<void(ZMRAcronameManager&, const PortObserver&,
-                                 const ZMRAcronameManager::Completion&)>& start);
+    station::PortVerdict runToEnd(station::PortRun& run, ProgressDisplay& display);
 
     std::shared_ptr<ZMRAcronameManager> manager_;
     std::shared_ptr<struct SessionState> state_;
+    QStringList wereDisabled_;
 };
 
 }  // namespace cli

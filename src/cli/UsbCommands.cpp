@@ -1,6 +1,7 @@
 #include "cli/UsbCommands.h"
 
 #include "core/NotificationCenter.h"
+#include "restore/BusAttachmentEvents.h"
 #include "usb/DeviceIOKit.h"
 #include "usb/PropertyValues.h"
 #include "usb/USBManager.h"
@@ -15,6 +16,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 namespace cli {
 namespace {
@@ -156,6 +158,10 @@ int watch(const CliContext& context, bool json, bool follow) {
         std::fflush(stderr);
         retry.start();
     });
+    // Following the bus for good, the watch is one of the bench's front ends.
+    std::optional<restore::BusAttachmentEvents> attachments;
+    if (follow)
+        attachments.emplace();
     USBManager::sharedManager()->startWatching();
     return QCoreApplication::exec();
 }

@@ -12,7 +12,6 @@
 #include <QProcess>
 #include <QRegularExpression>
 
-#include <set>
 
 using configurator::DeviceList;
 
@@ -42,18 +41,6 @@ void openInBrowser(const QUrl& url) {
 #endif
 }
 
-QString failureMessage(int status) {
-    return QStringLiteral(
-               "There was an error restoring the device with status %1. Please check log for "
-               "error message. You can also try restoring with Apple Configurator to help "
-               "identify issues.")
-        .arg(status);
-}
-
-// How many of the tool's last error lines a failed restore keeps.
-constexpr qsizetype kKeptErrorLines = 5;
-
-
 }  // namespace
 
 ZMRConfigurator2Utility::Collaborators ZMRConfigurator2Utility::defaultCollaborators() {
@@ -76,7 +63,7 @@ ZMRConfigurator2Utility& ZMRConfigurator2Utility::sharedManager() {
 }
 
 ZMRConfigurator2Utility::ZMRConfigurator2Utility(Collaborators collaborators)
-    : c_(std::move(collaborators)) {}
+    : c_(std::move(collaborators)), restores_({c_.toolPath, c_.ptyPath, c_.platform, c_.clock}) {}
 
 ZMRConfigurator2Utility::~ZMRConfigurator2Utility() = default;
 
@@ -87,11 +74,6 @@ bool ZMRConfigurator2Utility::isAC2Installed() const {
 ZMRConfigurator2Utility::Runner ZMRConfigurator2Utility::attachedDevicesWrapper() const {
     std::lock_guard lock(listingMutex_);
     return attachedDevicesWrapper_;
-}
-
-ZMRConfigurator2Utility::Runner ZMRConfigurator2Utility::task(std::uint64_t ecid) const {
-    const auto found = tasks_.find(ecid);
-    return found == tasks_.end() ? nullptr : found->second;
 }
 
 void ZMRConfigurator2Utility::attachedDevicesWithCallback(DeviceListCallback callback) {
@@ -182,142 +164,23 @@ void ZMRConfigurator2Utility::restoreWithAC2ForDevice(DevicePtr device,
                                                       RestoreErrorBlock errorBlock,
                                                       RestoreCompletedBlock completedBlock) {
     std::weak_ptr<int> alive = lifetime_;
-    if (device) {
-        std::lock_guard lock(pendingMutex_);
-        pendingStarts_.insert(device->ecid());
-    }
+    if (device)
+        restores_.noteStartPending(device->ecid());
     dispatch::main([=, this] {
         if (alive.expired())
             return;
-        if (device) {
-            std::lock_guard lock(pendingMutex_);
-            pendingStarts_.erase(device->ecid());
-        }
-        startDeviceRestore(device, outputBlock, errorBlock, completedBlock);
+        restores_.start(
+            device, [this](bool* stop) { return customIPSWArgument(stop); }, outputBlock,
+            errorBlock, completedBlock);
     });
 }
 
-void ZMRConfigurator2Utility::startDeviceRestore(const DevicePtr& device,
-                                                 const RestoreOutputBlock& outputBlock,
-                                                 const RestoreErrorBlock& errorBlock,
-                                                 const RestoreCompletedBlock& completedBlock) {
-    if (!device || device->ecid() == 0) {
-        completedBlock(nullptr, true, QStringLiteral("invalid device"));
-        return;
-    }
-    const std::uint64_t ecid = device->ecid();
-    // Cancelled before its start came round: it never starts.
-    if (device->didCancel()) {
-        completedBlock(device, true, QStringLiteral("Restore Cancelled"));
-        return;
-    }
-    // The stopped run's end handling removes it from tasks and reports it as failed.
-    if (Runner running = task(ecid))
-        running->stopProcess();
-
-    bool stop = false;
-    const std::optional<QString> custom = customIPSWArgument(&stop);
-    if (stop)
-        return;
-    const QStringList command =
-        configurator::deviceRestoreCommand(c_.platform, c_.toolPath, c_.ptyPath, ecid, custom);
-    ZMRLogDebug(QStringLiteral("Restoring"));
-
-    auto self = std::make_shared<std::weak_ptr<ZMTaskWrapperWithBlocks>>();
-    std::weak_ptr<int> alive = lifetime_;
-    auto errors = std::make_shared<QStringList>();
-    auto keepErrors = [errors](const QStringList& lines) {
-        *errors += lines;
-        if (errors->size() > kKeptErrorLines)
-            *errors = errors->mid(errors->size() - kKeptErrorLines);
-    };
-    auto end = [this, alive, self, ecid, device, completedBlock, errors](std::int32_t) {
-        Runner runner = self->lock();
-        if (!alive.expired()) {
-            tasks_.erase(ecid);
-            restoreErrors_[ecid] = *errors;
-        }
-        dispatch::main([this, alive, runner, device, completedBlock, errors, ecid] {
-            const int status = runner ? runner->terminationStatus() : -1;
-            if (!alive.expired())
-                restoreStatuses_[ecid] = status;
-            if (status == 0) {
-                completedBlock(device, false, QString(""));
-                return;
-            }
-            // Written whatever showDebug says: the log is where a technician looks for the why.
-            if (!device->didCancel())
-                ZMRLogLevel0(QStringLiteral("Restore of %1 failed with status %2: %3")
-                                 .arg(QString::number(ecid, 16).toUpper())
-                                 .arg(status)
-                                 .arg(errors->isEmpty() ? QStringLiteral("the tool gave no reason")
-                                                        : errors->join(QStringLiteral(" / "))));
-            completedBlock(device, true, failureMessage(status));
-        });
-    };
-    auto warned = std::make_shared<std::set<configurator::ProgressLineProblem>>();
-    auto warnUnreadable = [this, alive, device, warned](const QString& chunk) {
-        for (const auto& unreadable : configurator::unreadableProgressLines(chunk)) {
-            if (!warned->insert(unreadable.problem).second)
-                continue;
-            const QString warning =
-                configurator::unreadableProgressWarning(device->ecid(), unreadable);
-            ZMRLogLevel1(warning);
-            if (!alive.expired() && unreadableProgressObserver_)
-                unreadableProgressObserver_(device, warning);
-        }
-    };
-    auto output = [device, outputBlock, keepErrors, warnUnreadable](const QString& chunk) {
-        ZMRLogDebug(QStringLiteral("output-->%1").arg(chunk));
-        ZMRLogDebug(chunk);
-        keepErrors(configurator::errorLinesOf(chunk, false));
-        warnUnreadable(chunk);
-        const std::optional<configurator::RestoreProgress> progress =
-            configurator::parseRestoreProgress(chunk);
-        if (!progress)
-            return;
-        outputBlock(device, progress->step, progress->progress);
-        device->setRestoreStatus(configurator::restoreStatusText(progress->progress));
-    };
-    auto errorOutput = [device, errorBlock, keepErrors](const QString& chunk) {
-        ZMRLogDebug(QStringLiteral("errorOutputBlock: %1").arg(chunk));
-        keepErrors(configurator::errorLinesOf(chunk, true));
-        errorBlock(device, chunk);
-    };
-    auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(nullptr, end, output, errorOutput,
-                                                            command, *c_.clock);
-    *self = runner;
-    tasks_[ecid] = runner;
-    runner->startProcess();
-}
-
-std::optional<int> ZMRConfigurator2Utility::restoreExitStatus(std::uint64_t ecid) const {
-    const auto found = restoreStatuses_.find(ecid);
-    return found == restoreStatuses_.end() ? std::nullopt : std::optional<int>(found->second);
-}
-
-QStringList ZMRConfigurator2Utility::restoreErrorLines(std::uint64_t ecid) const {
-    const auto found = restoreErrors_.find(ecid);
-    return found == restoreErrors_.end() ? QStringList() : found->second;
-}
-
 void ZMRConfigurator2Utility::setUnreadableProgressObserver(UnreadableProgressObserver observer) {
-    unreadableProgressObserver_ = std::move(observer);
+    restores_.setUnreadableProgressObserver(std::move(observer));
 }
 
 void ZMRConfigurator2Utility::cancelRestore(const DevicePtr& device) {
-    if (!device || device->ecid() == 0)
-        return;
-    if (Runner runner = task(device->ecid())) {
-        // Set first, so the completion that follows can tell a cancel from a failure.
-        device->setDidCancel(true);
-        runner->stopProcess();
-        return;
-    }
-    // A restore whose start is still on its way to the main thread sees the mark and never starts.
-    std::lock_guard lock(pendingMutex_);
-    if (pendingStarts_.count(device->ecid()))
-        device->setDidCancel(true);
+    restores_.cancel(device);
 }
 
 void ZMRConfigurator2Utility::cancelOperation() {

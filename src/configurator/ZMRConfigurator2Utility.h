@@ -3,6 +3,7 @@
 #include "configurator/AC2Device.h"
 #include "configurator/CacheCleanup.h"
 #include "configurator/DeviceListing.h"
+#include "configurator/DeviceRestores.h"
 #include "configurator/RestoreCommand.h"
 #include "configurator/UsbLookups.h"
 #include "configurator/ZMTaskWrapperWithBlocks.h"
@@ -15,25 +16,20 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 
 // The one object through which the system talks to Apple Configurator's command-line tool: it
 // lists the attached devices, restores and cancels, and clears the tool's temporary files.
 class ZMRConfigurator2Utility {
   public:
     using DeviceListCallback = std::function<void(const configurator::DeviceList& devices)>;
-    using DevicePtr = std::shared_ptr<AC2Device>;
-    using RestoreOutputBlock =
-        std::function<void(const DevicePtr& device, const QVariant& step, float progress)>;
-    using RestoreErrorBlock = std::function<void(const DevicePtr& device, const QString& chunk)>;
-    using RestoreCompletedBlock =
-        std::function<void(const DevicePtr& device, bool failed, const QString& message)>;
-    using Runner = std::shared_ptr<ZMTaskWrapperWithBlocks>;
-    using UnreadableProgressObserver =
-        std::function<void(const DevicePtr& device, const QString& warning)>;
+    using DevicePtr = configurator::DeviceRestores::DevicePtr;
+    using RestoreOutputBlock = configurator::DeviceRestores::OutputBlock;
+    using RestoreErrorBlock = configurator::DeviceRestores::ErrorBlock;
+    using RestoreCompletedBlock = configurator::DeviceRestores::CompletedBlock;
+    using Runner = configurator::DeviceRestores::Runner;
+    using UnreadableProgressObserver = configurator::DeviceRestores::UnreadableProgressObserver;
 
     struct Collaborators {
         core::Settings* settings = nullptr;
@@ -93,16 +89,15 @@ class ZMRConfigurator2Utility {
     Runner attachedDevicesWrapper() const;
     Runner taskWrapper() const { return taskWrapper_; }
     // The runner of the restore under way for an ECID, if any (main thread).
-    Runner task(std::uint64_t ecid) const;
+    Runner task(std::uint64_t ecid) const { return restores_.task(ecid); }
     // The tool's last error lines of the last restore of an ECID that has ended (main thread).
-    QStringList restoreErrorLines(std::uint64_t ecid) const;
+    QStringList restoreErrorLines(std::uint64_t ecid) const { return restores_.errorLines(ecid); }
     // The tool's exit status of the last restore of an ECID that has ended (main thread).
-    std::optional<int> restoreExitStatus(std::uint64_t ecid) const;
+    std::optional<int> restoreExitStatus(std::uint64_t ecid) const {
+        return restores_.exitStatus(ecid);
+    }
 
   private:
-    void startDeviceRestore(const DevicePtr& device, const RestoreOutputBlock& outputBlock,
-                            const RestoreErrorBlock& errorBlock,
-                            const RestoreCompletedBlock& completedBlock);
     std::optional<QString> customIPSWArgument(bool* stop);
     void noteListingOutput(const QString& output);
 
@@ -111,13 +106,7 @@ class ZMRConfigurator2Utility {
     Runner attachedDevicesWrapper_;
     std::optional<QString> unreadableListingOutput_;
     Runner taskWrapper_;
-    std::map<std::uint64_t, Runner> tasks_;
-    std::map<std::uint64_t, QStringList> restoreErrors_;
-    std::map<std::uint64_t, int> restoreStatuses_;
-    // Restores asked for whose start has not reached the main thread yet, by ECID.
-    std::mutex pendingMutex_;
-    std::set<std::uint64_t> pendingStarts_;
-    UnreadableProgressObserver unreadableProgressObserver_;
+    configurator::DeviceRestores restores_;
     // Work queued to the main thread checks this before touching an object that may be gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };

@@ -2,6 +2,8 @@
 
 #include "hubs/BrainStemWrapper.h"
 
+#include "core/HubPortName.h"
+
 namespace {
 
 std::uint8_t portByte(std::int64_t port) {
@@ -62,8 +64,7 @@ QString AcronameHub::description() const {
 }
 
 QString AcronameHub::modelName() const {
-    const auto serial = static_cast<long>(serialNumber());
-    return QStringLiteral("%1").arg(serial, 2, 16, QLatin1Char('0')).toUpper();
+    return core::hubName(serialNumber());
 }
 
 void AcronameHub::setConsole(DriverConsole console) {

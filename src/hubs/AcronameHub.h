@@ -64,6 +64,7 @@ public:
     bool connect();
     bool disconnect();
     bool isConnected() const;
+    // Does nothing, and is kept so: callers that restart a hub reboot it (rebootHub).
     void restartHub();
     void rebootHub();
     void toggleLED();

@@ -2,6 +2,8 @@
 
 #include "hubs/AcronameHub.h"
 
+#include "core/HubPortName.h"
+
 QString AcronamePort::description() const {
     return QStringLiteral("portID: %1, hub: %2, isConnected:%3")
         .arg(portID_)
@@ -10,6 +12,5 @@ QString AcronamePort::description() const {
 }
 
 QString AcronamePort::name() const {
-    const QString hub = hub_ ? hub_->modelName() : QStringLiteral("?");
-    return QStringLiteral("%1:%2").arg(hub).arg(portID_);
+    return core::hubPortName(hub_ ? hub_->modelName() : QStringLiteral("?"), portID_);
 }

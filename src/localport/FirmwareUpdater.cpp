@@ -2,11 +2,11 @@
 
 #include "localport/ZMRPrivHelperToolController.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "core/Dispatch.h"
 #include "core/Log.h"
 #include "core/NotificationCenter.h"
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 
 #include <QPointer>
 
@@ -24,7 +24,7 @@ void onMainIfAlive(QPointer<FirmwareUpdater> updater, Action action) {
 
 }  // namespace
 
-FirmwareUpdater::Collaborators FirmwareUpdater::defaultCollaborators(app::AppState* appState) {
+FirmwareUpdater::Collaborators FirmwareUpdater::defaultCollaborators(core::AppState* appState) {
     Collaborators c;
     c.helper = []() -> LocalPortHelper& { return ZMRPrivHelperToolController::sharedHelper(); };
     c.autoDFU = &AutoDFU::shared();
@@ -73,6 +73,7 @@ void FirmwareUpdater::gogoDFUMode() {
 
 void FirmwareUpdater::dfuReplyReceived(std::int64_t status) {
     if (status != 0) {
+        // The log format names the line's source by its original path, not by this file; keep it.
         ZMRLogAtLevel1(QStringLiteral("DFU mode error: %1").arg(status),
                        QStringLiteral("Views/LocalDFUGroupView"), __LINE__,
                        QStringLiteral("gogoDFUMode()"));

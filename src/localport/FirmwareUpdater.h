@@ -11,7 +11,7 @@
 
 class AutoDFU;
 
-namespace app {
+namespace core {
 class AppState;
 }
 namespace core {
@@ -56,12 +56,12 @@ class FirmwareUpdater final : public QObject {
         // Asked only when an action runs, so showing the port installs nothing.
         std::function<LocalPortHelper&()> helper;
         AutoDFU* autoDFU = nullptr;
-        app::AppState* appState = nullptr;
+        core::AppState* appState = nullptr;
         core::NotificationCenter* center = nullptr;
     };
 
     // The shared helper client, the shared cycle and the default centre.
-    static Collaborators defaultCollaborators(app::AppState* appState);
+    static Collaborators defaultCollaborators(core::AppState* appState);
 
     explicit FirmwareUpdater(Collaborators collaborators, QObject* parent = nullptr);
 

@@ -9,7 +9,7 @@
 #include "core/Log.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 #include "usb/HubPortNames.h"
 #include "usb/UsbRegistry.h"
 

@@ -1,6 +1,6 @@
 #include "restore/LocalPortAutoRestore.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Log.h"
 #include "usb/DeviceIOKit.h"

@@ -2,7 +2,7 @@
 
 #include "restore/RestoreSession.h"
 
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 
 #include <QObject>
 #include <QTimer>
@@ -28,7 +28,7 @@ class LocalPortAutoRestore final : public QObject {
     struct Collaborators {
         AutoDFU* autoDFU = nullptr;
         RestoreSession* session = nullptr;
-        app::AppState* appState = nullptr;
+        core::AppState* appState = nullptr;
         ListDevices listDevices;
         // What the USB registry shows on the DFU port now.
         std::function<PortDevice()> portDevice;

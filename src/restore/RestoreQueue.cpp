@@ -3,7 +3,7 @@
 #include "restore/EventNotification.h"
 #include "restore/SoundPlayer.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Clock.h"
 #include "core/Log.h"
@@ -11,7 +11,7 @@
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "records/RestoreRecorder.h"
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 
 #include <algorithm>
 #include <cctype>
@@ -25,6 +25,7 @@
 namespace restore {
 namespace {
 
+// The log format names each line's source by its original path, not by this file; keep it.
 const QString source = QStringLiteral("Views/DeviceTableView");
 const QString operation = QStringLiteral("doRestore(devices:)");
 const QString restoredSuccessfully = QStringLiteral("Restored Successfully");

@@ -11,7 +11,7 @@
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "records/RestoreRecorder.h"
-#include "usb/AutoDFU.h"
+#include "localport/AutoDFU.h"
 
 #include <QDir>
 #include <QStorageInfo>
@@ -25,7 +25,7 @@ const QString firmwareCacheSuffix = QStringLiteral(
 
 }  // namespace
 
-RestoreSession::Collaborators RestoreSession::defaultCollaborators(app::AppState* appState) {
+RestoreSession::Collaborators RestoreSession::defaultCollaborators(core::AppState* appState) {
     Collaborators c;
     c.settings = &core::Settings::shared();
     c.alerts = &core::Alerts::shared();

@@ -15,11 +15,9 @@
 class ZMRConfigurator2Utility;
 class AutoDFU;
 
-namespace app {
-class AppState;
-}
 namespace core {
 class Alerts;
+class AppState;
 class Clock;
 class Settings;
 }  // namespace core
@@ -50,7 +48,7 @@ class RestoreSession : public QObject {
         core::Alerts* alerts = nullptr;
         core::Clock* clock = nullptr;  // history dates and the pause between starts
         ZMRConfigurator2Utility* configurator = nullptr;
-        app::AppState* appState = nullptr;
+        core::AppState* appState = nullptr;
         EventNotification* events = nullptr;
         SoundPlayer* sounds = nullptr;
         AutoDFU* autoDFU = nullptr;
@@ -62,7 +60,7 @@ class RestoreSession : public QObject {
 
     // The shared services, the shared restore records, and Apple Configurator's firmware cache
     // below the real home folder.
-    static Collaborators defaultCollaborators(app::AppState* appState);
+    static Collaborators defaultCollaborators(core::AppState* appState);
 
     explicit RestoreSession(Collaborators collaborators, QObject* parent = nullptr);
     ~RestoreSession() override;

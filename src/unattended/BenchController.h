@@ -2,25 +2,18 @@
 
 #include "unattended/BenchPortModel.h"
 
-#include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 
 #include <memory>
 
-namespace metrics {
-class MetricsRegistry;
-class MetricsServer;
-}  // namespace metrics
 namespace restore {
 class RestoreSession;
 }
 
 namespace unattended {
 
-class ManagerPortDriver;
-class SessionRestorer;
-class UnattendedBench;
+class BenchAssembly;
 
 // The desktop's "Unattended Bench" switch, without a widget: turning it on builds a bench over
 // every usable hub port that restores through the application's own restore session (so its
@@ -32,7 +25,7 @@ class BenchController final : public QObject {
     explicit BenchController(restore::RestoreSession& session, QObject* parent = nullptr);
     ~BenchController() override;
 
-    bool isOn() const { return bench_ != nullptr; }
+    bool isOn() const { return assembly_ != nullptr; }
     void setOn(bool on, bool restore, bool recoveryAfter);
     BenchPortModel& model() { return model_; }
 
@@ -46,17 +39,11 @@ class BenchController final : public QObject {
     void start(bool restore, bool recoveryAfter);
     void teardown();
     void serveMetrics();
-    double now() const;
 
     restore::RestoreSession& session_;
-    QElapsedTimer clock_;
     BenchPortModel model_;
     QTimer refresh_;
-    std::unique_ptr<ManagerPortDriver> driver_;
-    std::unique_ptr<SessionRestorer> restorer_;
-    std::unique_ptr<UnattendedBench> bench_;
-    std::unique_ptr<metrics::MetricsRegistry> registry_;
-    std::unique_ptr<metrics::MetricsServer> server_;
+    std::unique_ptr<BenchAssembly> assembly_;
 };
 
 }  // namespace unattended

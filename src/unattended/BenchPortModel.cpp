@@ -15,8 +15,8 @@ void BenchPortModel::bind(UnattendedBench* bench) {
     ports_ = bench ? bench->ports() : QList<BenchPort>{};
     endResetModel();
     if (bench)
-        connection_ = connect(bench, &UnattendedBench::portChanged, this,
-                              &BenchPortModel::portChanged);
+        connection_ =
+            connect(bench, &UnattendedBench::portChanged, this, &BenchPortModel::portChanged);
 }
 
 void BenchPortModel::portChanged(const BenchPort& port) {
@@ -60,11 +60,9 @@ int BenchPortModel::columnCount(const QModelIndex& parent) const {
 QVariant BenchPortModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() >= ports_.size())
         return {};
-    const BenchPort& port = ports_[index.row()];
-    if (role == portRole)
-        return QVariant::fromValue(port);
     if (role != Qt::DisplayRole)
         return {};
+    const BenchPort& port = ports_[index.row()];
     switch (index.column()) {
         case PortColumn:
             return port.name;
@@ -75,10 +73,13 @@ QVariant BenchPortModel::data(const QModelIndex& index, int role) const {
                        ? portPhaseText(port.phase)
                        : QStringLiteral("%1 (%2)").arg(portPhaseText(port.phase), port.reason);
         case ProgressColumn:
-            return port.progress >= 0 ? QVariant(int(std::lround(port.progress * 100))) : QVariant();
+            return port.progress >= 0 ? QVariant(int(std::lround(port.progress * 100)))
+                                      : QVariant();
         case TimeColumn: {
             const auto seconds = static_cast<qint64>(std::max(0.0, now_() - port.since));
-            return QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
+            return QStringLiteral("%1:%2")
+                .arg(seconds / 60)
+                .arg(seconds % 60, 2, 10, QLatin1Char('0'));
         }
         default:
             return {};
@@ -89,7 +90,8 @@ QVariant BenchPortModel::headerData(int section, Qt::Orientation orientation, in
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
     static const char* titles[] = {"Port", "Model", "State", "Progress", "Time in State"};
-    return section >= 0 && section < ColumnCount ? QString::fromLatin1(titles[section]) : QVariant();
+    return section >= 0 && section < ColumnCount ? QString::fromLatin1(titles[section])
+                                                 : QVariant();
 }
 
 }  // namespace unattended

@@ -18,8 +18,6 @@ class BenchPortModel final : public QAbstractTableModel {
     Q_OBJECT
   public:
     enum Column { PortColumn, ModelColumn, StateColumn, ProgressColumn, TimeColumn, ColumnCount };
-    // The port's BenchPort for any column, under this role.
-    static constexpr int portRole = Qt::UserRole + 1;
 
     explicit BenchPortModel(std::function<double()> now, QObject* parent = nullptr);
 

@@ -2,7 +2,8 @@
 
 #include "unattended/PortDriver.h"
 
-#include "hubs/ZMRAcronameManager.h"
+#include "station/PortRun.h"
+#include "station/ZMRAcronameManager.h"
 
 #include <QHash>
 #include <QThreadPool>
@@ -35,9 +36,8 @@ class ManagerPortDriver final : public PortDriver {
     void stop() override { stopRequested_->store(true); }
 
   private:
-    enum class Sequence { Dfu, Recovery };
-    void run(const QString& port, Sequence sequence);
-    void refreshed(const AC2Devices& entries);
+    void run(const QString& port, station::PortRun::Sequence sequence);
+    void refreshed(const AcronamePorts& ports);
 
     ZMRAcronameManagerEnvironment environment_;
     std::shared_ptr<ZMRAcronameManager> manager_;

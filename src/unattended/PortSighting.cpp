@@ -21,7 +21,7 @@ QHash<QString, PortSighting> sightPorts(const QList<usb::PropertyMap>& devices,
     QHash<std::uint64_t, const usb::PropertyMap*> macs;
     for (const usb::PropertyMap& device : devices)
         if (const auto location = usb::unsignedProperty(device, usb::keys::locationID);
-            location && cli::MacModeCheck::modeOf(device) != cli::MacMode::Absent)
+            location && station::MacModeCheck::modeOf(device) != station::MacMode::Absent)
             macs.insert(*location, &device);
     QHash<QString, PortSighting> sightings;
     for (const QString& port : ports) {
@@ -29,8 +29,8 @@ QHash<QString, PortSighting> sightPorts(const QList<usb::PropertyMap>& devices,
         sighting.location = names.locationOf(port);
         if (sighting.location) {
             const usb::PropertyMap* mac = macs.value(*sighting.location);
-            sighting.mode = mac ? cli::MacModeCheck::modeOf(*mac) : cli::MacMode::Absent;
-            if (mac && sighting.mode != cli::MacMode::Booted)
+            sighting.mode = mac ? station::MacModeCheck::modeOf(*mac) : station::MacMode::Absent;
+            if (mac && sighting.mode != station::MacMode::Booted)
                 sighting.ecid = ecidOf(*mac);
             else if (mac)
                 sighting.serialNumber =

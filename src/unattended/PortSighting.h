@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/MacModeCheck.h"
+#include "station/MacModeCheck.h"
 
 #include "usb/UsbRegistry.h"
 
@@ -17,14 +17,14 @@ namespace unattended {
 // What USB shows on one hub port: the Mac's mode, and who it is as far as that mode tells (the
 // boot ROM names its ECID, a booted Mac its serial number).
 struct PortSighting {
-    cli::MacMode mode = cli::MacMode::HubAbsent;
+    station::MacMode mode = station::MacMode::HubAbsent;
     std::optional<std::uint64_t> location;
     std::uint64_t ecid = 0;
     QString serialNumber;
 
     bool present() const {
-        return mode == cli::MacMode::Booted || mode == cli::MacMode::Dfu ||
-               mode == cli::MacMode::Recovery;
+        return mode == station::MacMode::Booted || mode == station::MacMode::Dfu ||
+               mode == station::MacMode::Recovery;
     }
 };
 

@@ -1,5 +1,7 @@
 #include "usb/HubPortNames.h"
 
+#include "core/HubPortName.h"
+
 namespace usb {
 namespace {
 
@@ -23,7 +25,7 @@ HubPortNames::HubPortNames(const QList<PropertyMap>& devices) {
         const auto location = unsignedProperty(device, keys::locationID);
         if (!hex || !location)
             continue;
-        const QString hub = QString::number(serial, 16).toUpper();
+        const QString hub = core::hubName(serial);
         if (!hubs.contains(hub) || *location < hubs.value(hub))
             hubs.insert(hub, *location);
     }
@@ -32,7 +34,7 @@ HubPortNames::HubPortNames(const QList<PropertyMap>& devices) {
             const auto location = portLocation(hub.value(), port);
             if (!location)
                 continue;
-            const QString name = QStringLiteral("%1:%2").arg(hub.key()).arg(port);
+            const QString name = core::hubPortName(hub.key(), port);
             names_.insert(*location, name);
             locations_.insert(name, *location);
         }

@@ -1,7 +1,9 @@
 #include "app/DeviceListModel.h"
+#include "app/DevicesCsv.h"
 
-#include "configurator/Scripts.h"
+#include "support/Scripts.h"
 #include "core/Csv.h"
+#include "restore/AttachmentEvents.h"
 #include "restore/EventNotification.h"
 
 #include <QFile>
@@ -43,21 +45,25 @@ class DeviceList : public ::testing::Test {
     testing_support::Scripts scripts;
     testing_support::TestSettings settings;
     testing_support::VirtualClock clock;
-    restore::EventNotification events{clock};
-    DeviceListModel model{{&settings.settings(), &events, &clock, [](const AC2Device& device) {
+    DeviceListModel model{{&clock, [](const AC2Device& device) {
                                return device.ecid() == 0xA1 ? QStringLiteral("1C3B4A01:1")
                                                             : QString();
                            }}};
+    restore::DeviceRoster& roster = model.roster();
 };
 
+// Wired as the desktop wires it, to the script runner itself.
 TEST_F(DeviceList, ArrivalsAndRemovalsReachTheEventScriptWhenItIsOn) {
+    restore::EventNotification events{clock};
+    restore::AttachmentEvents attachments(roster, settings.settings(),
+                                          restore::AttachmentEvents::to(events));
     const QString calls = scripts.path("calls");
     settings.settings().setValue("eventScriptPath",
                                  scripts.write("on-event", "echo \"$1 $2\" >> '" + calls + "'"));
-    model.usbDevicesAdded({usb(0xA1, "", 0x1110000, dfuProduct)});
+    roster.usbDevicesAdded({usb(0xA1, "", 0x1110000, dfuProduct)});
     settings.settings().setValue("shouldUseEventScript", true);
-    model.usbDevicesAdded({usb(0xA2, "", 0x1120000, dfuProduct)});
-    model.usbDevicesRemoved({usb(0xA2, "", 0x1120000, dfuProduct)});
+    roster.usbDevicesAdded({usb(0xA2, "", 0x1120000, dfuProduct)});
+    roster.usbDevicesRemoved({usb(0xA2, "", 0x1120000, dfuProduct)});
     EXPECT_EQ(cell(0, DeviceListModel::HubPort), "1C3B4A01:1") << "the hubs' own matching";
     const auto lines = [&] {
         QFile file(calls);
@@ -70,15 +76,15 @@ TEST_F(DeviceList, ArrivalsAndRemovalsReachTheEventScriptWhenItIsOn) {
 }
 
 TEST_F(DeviceList, ADeviceSeenOnlyOnUSBShowsAndIsJoinedByTheListingByECID) {
-    model.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct),
-                           usb(0, "", 0x2000000, "USB Keyboard", 0x05AC + 1),
-                           usb(0, "F0T123", 0x3110000, "Magic Keyboard")});
+    roster.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct),
+                            usb(0, "", 0x2000000, "USB Keyboard", 0x05AC + 1),
+                            usb(0, "F0T123", 0x3110000, "Magic Keyboard")});
     ASSERT_EQ(model.rowCount(), 1) << "other vendors' devices and Apple's keyboards are not Macs";
     EXPECT_EQ(cell(0, DeviceListModel::DFU), "Yes");
     EXPECT_EQ(cell(0, DeviceListModel::Ecid), "0x16594A1492801E");
     const auto row = model.deviceAt(0);
 
-    model.applyListing({listed(0x16594A1492801E, "", 0x1110000)});
+    roster.applyListing({listed(0x16594A1492801E, "", 0x1110000)});
     ASSERT_EQ(model.rowCount(), 1);
     EXPECT_EQ(model.deviceAt(0), row) << "the same record, so a restore's status stays";
     EXPECT_EQ(cell(0, DeviceListModel::Model), "Mac mini (M1, 2020)");
@@ -86,14 +92,14 @@ TEST_F(DeviceList, ADeviceSeenOnlyOnUSBShowsAndIsJoinedByTheListingByECID) {
 }
 
 TEST_F(DeviceList, AMacChangingFromBootedToDFUKeepsItsRowAndStatus) {
-    model.usbDevicesAdded({usb(0, "H4WGJ2Q7PX", 0x1110000, "Mac")});
+    roster.usbDevicesAdded({usb(0, "H4WGJ2Q7PX", 0x1110000, "Mac")});
     model.deviceAt(0)->setRestoreStatus("Successful");
     EXPECT_EQ(cell(0, DeviceListModel::DFU), "No");
 
-    model.usbDevicesRemoved({usb(0, "H4WGJ2Q7PX", 0x1110000, "Mac")});
+    roster.usbDevicesRemoved({usb(0, "H4WGJ2Q7PX", 0x1110000, "Mac")});
     EXPECT_EQ(cell(0, DeviceListModel::Status), "Successful (disconnected)");
     clock.advanceMilliseconds(3000);
-    model.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct)});
+    roster.usbDevicesAdded({usb(0x16594A1492801E, "", 0x1110000, dfuProduct)});
     ASSERT_EQ(model.rowCount(), 1);
     EXPECT_EQ(cell(0, DeviceListModel::Serial), "H4WGJ2Q7PX");
     EXPECT_EQ(cell(0, DeviceListModel::Ecid), "0x16594A1492801E");
@@ -105,22 +111,22 @@ TEST_F(DeviceList, AMacChangingFromBootedToDFUKeepsItsRowAndStatus) {
 }
 
 TEST_F(DeviceList, SameMacByECIDAndBySerialIsOneRowButOneSerialWithTwoECIDsIsTwo) {
-    model.applyListing({listed(0xA1, "SERIAL1", 0x1110000)});
-    model.usbDevicesAdded({usb(0, "SERIAL1", 0x1110000, "Mac")});
+    roster.applyListing({listed(0xA1, "SERIAL1", 0x1110000)});
+    roster.usbDevicesAdded({usb(0, "SERIAL1", 0x1110000, "Mac")});
     EXPECT_EQ(model.rowCount(), 1) << "by serial number";
-    model.applyListing({listed(0xA1, "SERIAL1", 0x1110000), listed(0xB2, "SERIAL1", 0x1120000)});
+    roster.applyListing({listed(0xA1, "SERIAL1", 0x1110000), listed(0xB2, "SERIAL1", 0x1120000)});
     EXPECT_EQ(model.rowCount(), 2) << "one serial, two ECIDs";
-    EXPECT_EQ(model.rowOf(model.deviceAt(1)), 1);
+    EXPECT_EQ(roster.rowOf(model.deviceAt(1)), 1);
 }
 
 TEST_F(DeviceList, GoneMacsLeaveAfterTheGracePeriodUnlessRestoring) {
-    model.applyListing({listed(0xA1, "", 0x1110000), listed(0xB2, "", 0x1120000)});
+    roster.applyListing({listed(0xA1, "", 0x1110000), listed(0xB2, "", 0x1120000)});
     model.deviceAt(1)->setIsRestoring(true);
-    model.applyListing({});
+    roster.applyListing({});
     EXPECT_EQ(model.rowCount(), 2);
     EXPECT_EQ(cell(0, DeviceListModel::Status), "Disconnected");
-    clock.advanceMilliseconds(DeviceListModel::disconnectedGraceSeconds * 1000);
-    model.purgeDisconnected();
+    clock.advanceMilliseconds(restore::DeviceRoster::disconnectedGraceSeconds * 1000);
+    roster.purgeDisconnected();
     ASSERT_EQ(model.rowCount(), 1);
     EXPECT_EQ(model.deviceAt(0)->ecid(), 0xB2u);
 }

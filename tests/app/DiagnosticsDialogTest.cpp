@@ -1,7 +1,7 @@
 #include "views/DiagnosticsDialog.h"
 #include "views/MainWindow.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 
 #include <QAction>
 #include <QMenuBar>
@@ -13,7 +13,7 @@
 namespace {
 
 TEST(DiagnosticsDialog, TheHelpMenuOffersIt) {
-    app::AppState state;
+    core::AppState state;
     views::MainWindow window(state, nullptr);
     QSignalSpy requested(&window, &views::MainWindow::diagnosticsRequested);
 

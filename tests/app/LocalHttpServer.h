@@ -1,38 +1,46 @@
 #pragma once
 
-#include <QByteArray>
-#include <QHash>
+#include <QHttpServer>
+#include <QHttpServerRequest>
+#include <QHttpServerResponse>
 #include <QList>
 #include <QMap>
-#include <QTcpServer>
 
 namespace testing_support {
 
-// A real HTTP server on a free local port that answers every request with one canned response
-// and keeps the requests' header fields.
-class LocalHttpServer : public QObject {
-    Q_OBJECT
-
+// A real HTTP server on a free local port that answers the version document's address with one
+// canned response and keeps the requests' header fields.
+class LocalHttpServer {
   public:
-    LocalHttpServer();
+    LocalHttpServer() {
+        server_.route(QStringLiteral("/version.json"), [this](const QHttpServerRequest& request) {
+            Headers headers;
+            for (const auto& [name, value] : request.headers()) headers.insert(name.toLower(), value);
+            requests_ << headers;
+            // A 304 has no body by definition.
+            return QHttpServerResponse(QByteArrayLiteral("application/json"),
+                                       status_ == 304 ? QByteArray() : body_,
+                                       QHttpServerResponse::StatusCode(status_));
+        });
+        port_ = server_.listen(QHostAddress::LocalHost);
+    }
 
-    void respond(int status, const QByteArray& body);
-    QString url(const QString& path = QStringLiteral("/version.json")) const;
+    void respond(int status, const QByteArray& body) {
+        status_ = status;
+        body_ = body;
+    }
+    QString url() const { return QStringLiteral("http://127.0.0.1:%1/version.json").arg(port_); }
 
     // Header names in lower case, as HTTP treats them.
     using Headers = QMap<QByteArray, QByteArray>;
     const QList<Headers>& requests() const { return requests_; }
 
   private:
-    void serve(QTcpSocket* socket);
-    void answer(QTcpSocket* socket, const QByteArray& request);
-
     int status_ = 200;
     QByteArray body_;
     QList<Headers> requests_;
-    QHash<QTcpSocket*, QByteArray> received_;
-    // Last, so it and the sockets it owns go first, while what their signals touch still exists.
-    QTcpServer server_;
+    QHttpServer server_;
+    quint16 port_ = 0;
 };
 
 }  // namespace testing_support

@@ -1,8 +1,7 @@
 #include "app/DeviceListModel.h"
 #include "app/DfuPortLookup.h"
-#include "app/MacModelNames.h"
+#include "usb/MacModelNames.h"
 
-#include "support/TestSettings.h"
 #include "support/VirtualClock.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +9,7 @@
 namespace {
 
 using app::DeviceListModel;
-using app::MacModelNames;
+using usb::MacModelNames;
 
 TEST(MacModelNames, EveryModelOfTheDfuPortTableHasItsName) {
     const MacModelNames& names = MacModelNames::shipped();
@@ -44,28 +43,29 @@ class ModelColumn : public ::testing::Test {
         return device;
     }
 
-    testing_support::TestSettings settings;
     testing_support::VirtualClock clock;
-    DeviceListModel devices{{&settings.settings(), nullptr, &clock, {}}};
+    DeviceListModel devices{{&clock, {}}};
 };
 
 TEST_F(ModelColumn, ShowsTheNameWithTheIdentifierInTheTooltip) {
-    devices.applyListing({listing("Mac14,3")});
+    devices.roster().applyListing({listing("Mac14,3")});
     EXPECT_EQ(model(Qt::DisplayRole).toString(), "Mac mini (M2, 2023)");
     EXPECT_EQ(model(Qt::ToolTipRole).toString(), "Mac14,3");
 }
 
 TEST_F(ModelColumn, TheMergeKeepsAModelOnceReported) {
     // A Mac in DFU mode names its chip and board on USB before any listing.
-    devices.usbDevicesAdded({{1452, "", 0x1130000, "Apple Mobile Device (DFU Mode)", 0xE1, 0x8112, 0x24}});
+    devices.roster().usbDevicesAdded(
+        {{1452, "", 0x1130000, "Apple Mobile Device (DFU Mode)", 0xE1, 0x8112, 0x24}});
     EXPECT_EQ(model(Qt::ToolTipRole).toString(), "Mac14,3");
     // The listing's own model wins; a later listing without one does not erase it.
-    devices.applyListing({listing("Mac14,2")});
+    devices.roster().applyListing({listing("Mac14,2")});
     EXPECT_EQ(model(Qt::DisplayRole).toString(), "MacBook Air (13-inch, M2, 2022)");
-    devices.applyListing({listing("")});
+    devices.roster().applyListing({listing("")});
     EXPECT_EQ(model(Qt::ToolTipRole).toString(), "Mac14,2");
     // Back on USB under the same ECID, it keeps what it was.
-    devices.usbDevicesAdded({{1452, "", 0x1130000, "Apple Mobile Device (DFU Mode)", 0xE1, 0x8103, 0x22}});
+    devices.roster().usbDevicesAdded(
+        {{1452, "", 0x1130000, "Apple Mobile Device (DFU Mode)", 0xE1, 0x8103, 0x22}});
     EXPECT_EQ(model(Qt::ToolTipRole).toString(), "Mac14,2");
 }
 

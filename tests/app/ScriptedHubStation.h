@@ -4,6 +4,7 @@
 
 #include "configurator/AC2Device.h"
 #include "hubs/AcronameHub.h"
+#include "support/StationBuilder.h"
 
 #include <QList>
 #include <QString>
@@ -19,26 +20,20 @@ namespace testing_support {
 // watched.
 class ScriptedHubStation final : public app::HubStation {
   public:
-    // A hub with ports 1-5; each port reads 5 V and a current of 0.1 A times its number.
+    // A hub with ports 1-5, a Mac on the odd ones; each port reads 5 V and a current of 0.1 A
+    // times its number.
     std::shared_ptr<AcronameHub> addHub(std::uint32_t serial) {
-        auto hub = std::make_shared<AcronameHub>(nullptr);
-        hub->setSerialNumber(serial);
+        auto hub = StationBuilder(1, 5, serial).acronameHubs().front();
         hub->setFirmwareVersion(QStringLiteral("2.10.4"));
-        std::vector<std::shared_ptr<AcronamePort>> ports;
-        for (int number = 1; number <= 5; ++number) {
-            auto port = std::make_shared<AcronamePort>();
-            port->setPortID(number);
-            port->setHub(hub.get());
-            port->setIsConnected(number % 2 == 1);
+        for (const auto& port : hub->ports()) {
+            port->setIsConnected(port->portID() % 2 == 1);
             port->setVBusVoltage(5.0f);
-            port->setVBusCurrent(0.1f * static_cast<float>(number));
-            ports.push_back(port);
+            port->setVBusCurrent(0.1f * static_cast<float>(port->portID()));
             auto entry = std::make_shared<AC2Device>();
             entry->setPort(port);
-            entry->setLocationID(0x01100000 + number * 0x10000);
+            entry->setLocationID(0x01100000 + port->portID() * 0x10000);
             entries << entry;
         }
-        hub->setPorts(ports);
         hubs.push_back(hub);
         return hub;
     }

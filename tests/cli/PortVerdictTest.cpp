@@ -1,6 +1,6 @@
 #include "RecordedPorts.h"
 
-#include "cli/PortVerdict.h"
+#include "station/PortVerdict.h"
 
 #include <QJsonArray>
 
@@ -8,13 +8,13 @@
 
 namespace {
 
-using cli::PortVerdict;
+using station::PortVerdict;
 using Step = PortProgress::Step;
 
 class Verdicts : public ::testing::Test {
   protected:
     testing_support::RecordedPorts recorded{5};
-    PortVerdict verdict{recorded.names()};
+    station::PortVerdict verdict{recorded.names()};
 };
 
 // The DFU sequence with a hard error on the third port: it completes false, then true.
@@ -41,7 +41,7 @@ TEST_F(Verdicts, EveryPortDoneSucceedsOnlyWithoutAFalseCompletion) {
     EXPECT_EQ(verdict.summary(), "5 of 5 ports done");
     EXPECT_EQ(verdict.donePorts().size(), 5);
 
-    PortVerdict checked = verdict;
+    station::PortVerdict checked = verdict;
     checked.recordUnverified("1C3B4A01:2", "Mac still booted after 30 s");
     EXPECT_FALSE(checked.succeeded()) << "a Mac not in the mode asked for fails the run";
     EXPECT_EQ(checked.summary(),
@@ -68,7 +68,7 @@ TEST_F(Verdicts, FailuresStickEmptyPortsAreNoFailureAndWorkOutranksASkip) {
               "connected: 1C3B4A01:2, 1C3B4A01:5");
     EXPECT_FALSE(verdict.succeeded());
 
-    PortVerdict quiet(recorded.names().mid(1, 1));
+    station::PortVerdict quiet(recorded.names().mid(1, 1));
     quiet.record(recorded.skipped(2));
     quiet.recordCompletion(true);
     EXPECT_TRUE(quiet.succeeded()) << "a port with nothing on it is not a failure";
@@ -79,7 +79,7 @@ TEST_F(Verdicts, FailuresStickEmptyPortsAreNoFailureAndWorkOutranksASkip) {
 // their message are partly done, not "not reached"; a hub that went away is named, not numbered.
 TEST(VerdictWords, SayWhatWasDoneToEachPort) {
     testing_support::RecordedPorts recorded{5};
-    PortVerdict verdict(recorded.names(), Step::DfuMessage);
+    station::PortVerdict verdict(recorded.names(), Step::DfuMessage);
     const auto powerCycle = [&](int id) {
         for (const Step step : {Step::Disable, Step::PowerMode, Step::Enable})
             verdict.record(recorded.step(id, step));
@@ -113,7 +113,7 @@ TEST(VerdictWords, SayWhatWasDoneToEachPort) {
 
 TEST(VerdictWords, PowerCyclingIsTheWholeOfAPowerModeRunAndCtrlCIsNoSuccess) {
     testing_support::RecordedPorts recorded{2};
-    PortVerdict verdict(recorded.names());
+    station::PortVerdict verdict(recorded.names());
     for (const Step step : {Step::Disable, Step::PowerMode, Step::Enable, Step::Settling})
         verdict.record(recorded.step(1, step));
     verdict.record(recorded.done(1));
@@ -125,7 +125,7 @@ TEST(VerdictWords, PowerCyclingIsTheWholeOfAPowerModeRunAndCtrlCIsNoSuccess) {
 
 TEST(VerdictWords, UnverifiedPortsWithOneReasonMakeOneLine) {
     testing_support::RecordedPorts recorded{3};
-    PortVerdict verdict(recorded.names(), Step::DfuMessage);
+    station::PortVerdict verdict(recorded.names(), Step::DfuMessage);
     for (int id = 1; id <= 3; ++id) verdict.record(recorded.done(id));
     verdict.recordCompletion(true);
     for (int id = 1; id <= 3; ++id)

@@ -1,6 +1,6 @@
 #include "RecordedPorts.h"
 
-#include "cli/PortVerdict.h"
+#include "station/PortVerdict.h"
 #include "cli/ProgressDisplay.h"
 
 #include <QJsonDocument>
@@ -48,7 +48,7 @@ class Rendering : public ::testing::Test {
     }
 
     testing_support::RecordedPorts recorded{3};
-    cli::PortVerdict verdict{recorded.names()};
+    station::PortVerdict verdict{recorded.names()};
     QByteArray output;
     qint64 milliseconds = 0;
 };

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "hubs/AcronameHub.h"
-#include "hubs/PortProgress.h"
+#include "station/PortProgress.h"
+#include "support/StationBuilder.h"
 
 #include <memory>
 #include <vector>
@@ -12,15 +13,8 @@ namespace testing_support {
 // a sequence would report for them.
 class RecordedPorts {
   public:
-    explicit RecordedPorts(int count, std::uint32_t hubSerial = 0x1C3B4A01) {
-        hub_->setSerialNumber(hubSerial);
-        for (int id = 1; id <= count; ++id) {
-            auto port = std::make_shared<AcronamePort>();
-            port->setPortID(id);
-            port->setHub(hub_.get());
-            ports_.push_back(port);
-        }
-    }
+    explicit RecordedPorts(int count, std::uint32_t hubSerial = 0x1C3B4A01)
+        : hub_(StationBuilder(1, count, hubSerial).acronameHubs().front()), ports_(hub_->ports()) {}
 
     QStringList names() const {
         QStringList list;
@@ -51,7 +45,7 @@ class RecordedPorts {
         return event;
     }
 
-    std::shared_ptr<AcronameHub> hub_ = std::make_shared<AcronameHub>(nullptr);
+    std::shared_ptr<AcronameHub> hub_;
     std::vector<std::shared_ptr<AcronamePort>> ports_;
 };
 

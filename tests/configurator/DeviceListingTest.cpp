@@ -1,4 +1,4 @@
-#include "FakeUsbLookups.h"
+#include "support/FakeUsbLookups.h"
 
 #include "configurator/AC2Device.h"
 #include "configurator/DeviceListing.h"

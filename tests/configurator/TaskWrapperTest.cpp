@@ -1,4 +1,4 @@
-#include "Scripts.h"
+#include "support/Scripts.h"
 
 #include "configurator/ZMTaskWrapperWithBlocks.h"
 #include "support/VirtualClock.h"

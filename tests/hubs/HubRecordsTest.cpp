@@ -6,7 +6,7 @@
 #include "hubs/AcronameHub.h"
 #include "hubs/AcronamePort.h"
 #include "hubs/BrainStemWrapper.h"
-#include "hubs/ZMRAcronameManager.h"
+#include "station/ZMRAcronameManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -6,8 +6,10 @@
 #include "core/NotificationCenter.h"
 #include "core/SettingsKeys.h"
 #include "core/Sounds.h"
-#include "hubs/ZMRAcronameManager.h"
+#include "station/ZMRAcronameManager.h"
+#include "support/CollaboratorBuilder.h"
 #include "support/RecordingAlerts.h"
+#include "support/StationBuilder.h"
 #include "support/TestSettings.h"
 #include "usb/DeviceIOKit.h"
 #include "usb/MemoryUsbRegistry.h"
@@ -23,7 +25,7 @@ namespace testing_support {
 // Every observable step of the manager in one ordered list: hub commands, pauses, update texts,
 // notifications, beeps and completions. It is the manager's clock and sound player too.
 class Timeline final : public core::Clock, public core::Sounds {
-public:
+  public:
     void add(const QString& event) {
         std::lock_guard lock(mutex_);
         events_ << event;
@@ -41,29 +43,27 @@ public:
     void sleepSeconds(unsigned seconds) override { add(QStringLiteral("sleep %1").arg(seconds)); }
     void sleepMicroseconds(std::uint64_t microseconds) override {
         // The zero-length yield before each hub command is not a pause.
-        if (microseconds > 0) add(QStringLiteral("usleep %1").arg(microseconds));
+        if (microseconds > 0)
+            add(QStringLiteral("usleep %1").arg(microseconds));
     }
     void beep() override { add(QStringLiteral("beep")); }
     void play(const QString& name) override { add(QStringLiteral("sound ") + name); }
 
-private:
+  private:
     mutable std::mutex mutex_;
     QStringList events_;
 };
 
-// A station of fake hubs (serials 0x1000 + n) with Macs on ports 1-5, driven by a manager whose
-// background work runs inline, so a sequence has finished when its call returns.
+// A station of fake hubs (serials 0x1000 + n) with a Mac on each of ports 1-5, driven by a
+// manager whose background work runs inline, so a sequence has finished when its call returns.
 class StationFixture : public ::testing::Test {
-protected:
+  protected:
     explicit StationFixture(int hubCount = 1) {
-        for (int n = 0; n < hubCount; ++n) {
-            const std::uint32_t serial = 0x1000 + n;
-            stem::LinkSpec spec{};
-            spec.serial_num = serial;
-            spec.module = 6;
-            spec.model = 24;
-            backend->modules.push_back(spec);
-            for (int p = 1; p <= 5; ++p) backend->hub(serial).ports[p].orientation = 1;
+        const StationBuilder station(hubCount, 5, 0x1000);
+        for (const StationHub& hub : station.hubs()) {
+            backend->modules.push_back({.serial_num = hub.serial, .module = 6, .model = 24});
+            for (const StationMac& mac : hub.macs)
+                backend->hub(hub.serial).ports[mac.port].orientation = 1;
         }
         core::Settings& s = settings.settings();
         s.setValue(core::keys::acronameDelayAfterSettingPowerMode, 3.0);
@@ -74,9 +74,11 @@ protected:
         s.setValue(core::keys::acronameRecoveryRebootTimes, 6);
         s.setValue(core::keys::acronameSkipDFUSDPMode, true);
 
-        center.addObserver({}, [this](const QString& name, const QVariantMap&) { timeline.add("note " + name); });
+        center.addObserver(
+            {}, [this](const QString& name, const QVariantMap&) { timeline.add("note " + name); });
         backend->observer = [this](const std::string& call) {
-            if (recordHubCalls && isCommand(call)) timeline.add(QString::fromStdString(call));
+            if (recordHubCalls && isCommand(call))
+                timeline.add(QString::fromStdString(call));
         };
         manager = std::make_shared<ZMRAcronameManager>(environment());
     }
@@ -84,24 +86,18 @@ protected:
     ~StationFixture() override { manager->disconnectAllHubs(); }
 
     ZMRAcronameManagerEnvironment environment() {
-        ZMRAcronameManagerEnvironment env;
-        env.backend = backend;
-        env.settings = &settings.settings();
-        env.clock = &timeline;
-        env.notifications = &center;
-        env.sounds = &timeline;
-        env.alerts = &alerts;
-        env.runInBackground = [](dispatch::Task task) { task(); };
-        env.runOnMain = [](dispatch::Task task) { task(); };
-        env.runLanes = [](std::vector<dispatch::Task> lanes) {
-            for (const auto& lane : lanes) lane();
-        };
+        ZMRAcronameManagerEnvironment env =
+            CollaboratorBuilder(settings.settings(), timeline, &alerts, &center)
+                .acronameManager(backend, timeline);
         env.listDevices = [this](std::function<void(AC2Devices)> callback) { callback(listed); };
-        env.hubAddress = [this](std::uint64_t address) { return DeviceIOKit(registry, [](const QString&) {}).hubAddressWithDeviceAddress(address); };
-        env.vendorSerialNumber = [this](std::uint64_t address, std::int64_t vendor) {
-            return DeviceIOKit(registry, [](const QString&) {}).vendorSerialNumberWithDeviceAddress(address, vendor);
+        env.hubAddress = [this](std::uint64_t address) {
+            return DeviceIOKit(registry, [](const QString&) {})
+                .hubAddressWithDeviceAddress(address);
         };
-        env.console = {[](const std::string&) {}, [](const std::string&) {}};
+        env.vendorSerialNumber = [this](std::uint64_t address, std::int64_t vendor) {
+            return DeviceIOKit(registry, [](const QString&) {})
+                .vendorSerialNumberWithDeviceAddress(address, vendor);
+        };
         env.log = [this](const QString& line) { logLines << line; };
         return env;
     }

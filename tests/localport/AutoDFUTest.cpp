@@ -1,12 +1,13 @@
 #include "localport/FakeLocalPortHelper.h"
 
-#include "configurator/Scripts.h"
+#include "support/CollaboratorBuilder.h"
+#include "support/Scripts.h"
 
 #include "core/NotificationCenter.h"
 #include "core/SettingsKeys.h"
+#include "localport/AutoDFU.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
-#include "usb/AutoDFU.h"
 #include "usb/USBManager.h"
 
 #include <QSignalSpy>
@@ -53,11 +54,8 @@ constexpr std::int64_t hubPort = 0x01130000;
 class AutoDFUCycle : public ::testing::Test {
   protected:
     AutoDFUCycle() {
-        AutoDFU::Collaborators c;
-        c.center = &center;
-        c.helper = [this]() -> LocalPortHelper& { return helper; };
-        c.settings = &settings.settings();
-        c.clock = &clock;
+        auto c = testing_support::CollaboratorBuilder(settings.settings(), clock, nullptr, &center)
+                     .autoDFU(helper);
         c.timers = [this](double seconds, std::function<void()> action) {
             periods.push_back(seconds);
             auto timer = std::make_unique<SteppedTimer>(std::move(action));
@@ -264,12 +262,8 @@ TEST(AutoDFURecovery, APauseThatIsNoWholeNumberOfSecondsStopsTheProgram) {
     testing_support::FakeLocalPortHelper helper;
     testing_support::VirtualClock clock;
     core::NotificationCenter center;
-    AutoDFU::Collaborators c;
-    c.center = &center;
-    c.helper = [&]() -> LocalPortHelper& { return helper; };
-    c.settings = &settings.settings();
-    c.clock = &clock;
-    AutoDFU cycle(std::move(c));
+    AutoDFU cycle(testing_support::CollaboratorBuilder(settings.settings(), clock, nullptr, &center)
+                      .autoDFU(helper));
     EXPECT_DEATH(cycle.recoveryMode([](const QString&) {}, [] {}),
                  "recoverySleepBetweenReboots -1");
 }

@@ -1,14 +1,15 @@
 #include "localport/FakeLocalPortHelper.h"
 
-#include "configurator/Scripts.h"
+#include "support/CollaboratorBuilder.h"
+#include "support/Scripts.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 #include "core/NotificationCenter.h"
 #include "core/SettingsKeys.h"
+#include "localport/AutoDFU.h"
 #include "localport/FirmwareUpdater.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
-#include "usb/AutoDFU.h"
 
 #include <QSignalSpy>
 
@@ -22,15 +23,11 @@ class LocalPort : public ::testing::Test {
   protected:
     LocalPort() {
         center.addObserver({}, [this](const QString& name, const QVariantMap&) { posted << name; });
-        AutoDFU::Collaborators cycleParts;
-        cycleParts.center = &center;
-        cycleParts.helper = [this]() -> LocalPortHelper& { return helper; };
-        cycleParts.settings = &settings.settings();
-        cycleParts.clock = &clock;
-        cycleParts.timers = usb::mainLoopRepeatingTimers();
-        cycle = std::make_unique<AutoDFU>(std::move(cycleParts));
-        updater = std::make_unique<FirmwareUpdater>(FirmwareUpdater::Collaborators{
-            [this]() -> LocalPortHelper& { return helper; }, cycle.get(), &appState, &center});
+        const testing_support::CollaboratorBuilder parts(settings.settings(), clock, nullptr,
+                                                         &center);
+        cycle = std::make_unique<AutoDFU>(parts.autoDFU(helper));
+        updater =
+            std::make_unique<FirmwareUpdater>(parts.firmwareUpdater(helper, *cycle, appState));
     }
     ~LocalPort() override {
         cycle->setAutomaticDFU(false);
@@ -42,7 +39,7 @@ class LocalPort : public ::testing::Test {
     testing_support::FakeLocalPortHelper helper;
     testing_support::TestSettings settings;
     testing_support::VirtualClock clock;
-    app::AppState appState;
+    core::AppState appState;
     std::unique_ptr<AutoDFU> cycle;
     std::unique_ptr<FirmwareUpdater> updater;
 };

@@ -1,7 +1,7 @@
 #include "localport/FakeHelper.h"
 #include "support/PrivateBus.h"
 
-#include "configurator/Scripts.h"
+#include "support/Scripts.h"
 
 #include "core/NotificationCenter.h"
 #include "localport/HelperEndpoint.h"

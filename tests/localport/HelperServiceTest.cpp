@@ -1,7 +1,7 @@
 #include "support/PrivateBus.h"
 #include "support/SubjectPolkit.h"
 
-#include "configurator/Scripts.h"
+#include "support/Scripts.h"
 
 #include "core/NotificationCenter.h"
 #include "localport/HelperEndpoint.h"

@@ -4,6 +4,7 @@
 #include "records/RecordSchema.h"
 #include "records/RecordStore.h"
 
+#include <QFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTemporaryDir>
@@ -44,7 +45,8 @@ TEST_F(RecordStoreTest, ChainsEachStationSeparatelyAndVerifies) {
     ASSERT_TRUE(store.isOpen()) << store.lastError().toStdString();
     const auto first = store.append(sampleRecord("bench-a", "A1", Outcome::restored, noon), false);
     const auto other = store.append(sampleRecord("bench-b", "B1", Outcome::failed, noon), false);
-    const auto second = store.append(sampleRecord("bench-a", "A2", Outcome::cancelled, noon), false);
+    const auto second =
+        store.append(sampleRecord("bench-a", "A2", Outcome::cancelled, noon), false);
     ASSERT_TRUE(first && other && second);
     EXPECT_EQ(first->stationSequence, 1);
     EXPECT_EQ(first->previousHash, "");
@@ -125,51 +127,35 @@ TEST_F(RecordStoreTest, FiltersNarrowTogetherAndListNewestFirst) {
     EXPECT_FALSE(records::RecordFilter::parseDate("23/11/2026", false).isValid());
 }
 
+// A copy of a database the first schema wrote, with two chained records of station "bench".
 TEST_F(RecordStoreTest, MigratesAVersionOneDatabaseKeepingItsRecords) {
-    records::RestoreRecord old = sampleRecord("bench", "A1", Outcome::restored, noon);
-    old.stationSequence = 1;
-    old.hash = old.computeHash();
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "v1");
-        db.setDatabaseName(path());
-        QDir().mkpath(dir_.filePath("state"));
-        ASSERT_TRUE(db.open());
-        QSqlQuery query(db);
-        for (const QString& statement : records::RecordSchema::step(0))
-            ASSERT_TRUE(query.exec(statement));
-        ASSERT_TRUE(query.exec("PRAGMA user_version = 1"));
-        query.prepare("INSERT INTO records (id, batch_id, ecid, serial_number, model_identifier, "
-                      "device_name, hub_serial, hub_port, location, station, operator, "
-                      "started_at, ended_at, duration_ms, outcome, exit_status, last_error, "
-                      "firmware, firmware_sha256, tarvel_version, station_sequence, "
-                      "previous_hash, hash) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
-                      "?, ?, ?, ?, ?, ?, ?, ?)");
-        const QJsonObject o = old.toJson();
-        for (const char* key :
-             {"id", "batchId", "ecid", "serialNumber", "modelIdentifier", "deviceName",
-              "hubSerial", "hubPort", "location", "station", "operator", "startedAt", "endedAt",
-              "durationMs", "outcome", "exitStatus", "lastError", "firmware", "firmwareSha256",
-              "tarvelVersion", "stationSequence", "previousHash", "hash"})
-            query.addBindValue(o.value(key).toVariant());
-        ASSERT_TRUE(query.exec());
-    }
-    QSqlDatabase::removeDatabase("v1");
+    QDir().mkpath(dir_.filePath("state"));
+    ASSERT_TRUE(QFile::copy(TARVEL_RECORDS_FIXTURES "/records-v1.sqlite", path()));
+    QFile::setPermissions(path(), QFile::ReadOwner | QFile::WriteOwner);
 
     RecordStore store(path());
     ASSERT_TRUE(store.isOpen()) << store.lastError().toStdString();
-    // The old record is still there and still chains; the new one follows it, and the outbox
-    // that version 2 added takes records.
-    const auto next = store.append(sampleRecord("bench", "A2", Outcome::restored, noon), true);
+    const auto old = store.find({.station = "bench"});
+    ASSERT_EQ(old.size(), 2);
+    EXPECT_EQ(old[0].ecid, "A2");
+    EXPECT_EQ(old[0].lastError, "libusbrestore error:21");
+    EXPECT_EQ(old[0].exitStatus, 21);
+    // The old records still chain; the new one follows them, and the outbox that version 2
+    // added takes records.
+    const auto next = store.append(sampleRecord("bench", "A3", Outcome::restored, noon), true);
     ASSERT_TRUE(next);
-    EXPECT_EQ(next->previousHash, old.hash);
+    EXPECT_EQ(next->stationSequence, 3);
+    EXPECT_EQ(next->previousHash, old[0].hash);
     EXPECT_EQ(store.waitingCount(), 1);
-    EXPECT_TRUE(records::ChainVerifier::verify(store.chainOrder()).intact);
+    const auto chain = records::ChainVerifier::verify(store.chainOrder());
+    EXPECT_TRUE(chain.intact) << chain.firstFault.toStdString();
     EXPECT_EQ(store.find({.serialNumber = "SNA1"}).size(), 1);
 }
 
 TEST_F(RecordStoreTest, RefusesADatabaseFromANewerSchema) {
     { RecordStore store(path()); }
-    tamper(QStringLiteral("PRAGMA user_version = %1").arg(records::RecordSchema::currentVersion + 1));
+    tamper(
+        QStringLiteral("PRAGMA user_version = %1").arg(records::RecordSchema::currentVersion + 1));
     RecordStore store(path());
     EXPECT_FALSE(store.isOpen());
     EXPECT_TRUE(store.lastError().contains("newer Tarvel")) << store.lastError().toStdString();
@@ -185,9 +171,8 @@ TEST_F(RecordStoreTest, TwoWritersAtOnceKeepOneChain) {
     const auto write = [&](const QString& prefix) {
         RecordStore store(path());
         for (int i = 0; i < each; ++i)
-            ASSERT_TRUE(store.append(sampleRecord("bench", prefix + QString::number(i),
-                                                  Outcome::restored, noon),
-                                     true))
+            ASSERT_TRUE(store.append(
+                sampleRecord("bench", prefix + QString::number(i), Outcome::restored, noon), true))
                 << store.lastError().toStdString();
     };
     std::thread desktop(write, QStringLiteral("D"));

@@ -1,4 +1,4 @@
-#include "configurator/Scripts.h"
+#include "support/Scripts.h"
 
 #include "configurator/ZMTaskWrapperWithBlocks.h"
 #include "restore/EventNotification.h"

@@ -132,24 +132,6 @@ TEST(StationFile, AFieldGivenTwiceIsRefusedWhereverItIs) {
         << "the same field in sibling objects is no duplicate";
 }
 
-// Two hundred thousand bad fields and five thousand hubs: twenty lines and a count, and only
-// the hubs a station can have are looked at.
-TEST(StationFile, AHostileFileGivesTwentyErrorLinesAndCountsTheRest) {
-    QByteArray json = R"({"hubs": [)";
-    for (int i = 0; i < 5000; ++i) json += R"({"serial": "x"},)";
-    json.chop(1);
-    json += "]";
-    for (int i = 0; i < 200000; ++i) json += ", \"k" + QByteArray::number(i) + "\": 0";
-    json += "}";
-    const sim::StationLoad load = sim::parseStation(json, QStringLiteral("bench.json"));
-    EXPECT_FALSE(load.station);
-    ASSERT_EQ(load.errors.size(), 20);
-    EXPECT_TRUE(load.errors[0].startsWith("bench.json: k0: unknown field"))
-        << load.errors[0].toStdString();
-    // 200000 unknown fields, one "too many hubs" and the serial of each of the first 15 hubs.
-    EXPECT_EQ(load.unlistedErrors, 200000 + 1 + 15 - 20);
-}
-
 // What a JSON parser would build for a document is many times its size: one with more nodes
 // than any station has is refused before it is parsed.
 TEST(StationFile, ADocumentWithMoreNodesThanAStationCanHaveIsNotParsed) {

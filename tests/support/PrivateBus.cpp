@@ -1,6 +1,6 @@
 #include "support/PrivateBus.h"
 
-#include "configurator/Scripts.h"
+#include "support/Scripts.h"
 
 #include <QDBusConnectionInterface>
 

@@ -1,121 +1,16 @@
-#include "unattended/UnattendedBench.h"
+#include "BenchFixture.h"
 
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
 #include "unattended/BenchPortModel.h"
-#include "usb/HubPortNames.h"
-#include "usb/MemoryUsbRegistry.h"
 
-#include <QCoreApplication>
 #include <QSignalSpy>
-
-#include <gtest/gtest.h>
 
 namespace {
 
-using unattended::BenchPort;
-using unattended::PortPhase;
-using unattended::UnattendedBench;
-
-constexpr std::uint64_t hubLocation = 0x01100000;
-
-class FakeDriver final : public unattended::PortDriver {
-  public:
-    QStringList ports() const override { return portList; }
-    void refresh() override { ++refreshes; }
-    void dfu(const QString& port) override { dfuRuns << port; }
-    void recovery(const QString& port) override { recoveryRuns << port; }
-    void stop() override { stopped = true; }
-    void end(const QString& port, bool ok, const QString& reason = {}) {
-        emit sequenceEnded(port, {ok, false, reason});
-    }
-    QStringList portList{"1C3B4A01:1", "1C3B4A01:2"};
-    QStringList dfuRuns;
-    QStringList recoveryRuns;
-    int refreshes = 0;
-    bool stopped = false;
-};
-
-class FakeRestorer final : public unattended::Restorer {
-  public:
-    void restore(const QString& port, std::uint64_t location) override {
-        asked << port;
-        locations << location;
-    }
-    void cancelAll() override { ++cancels; }
-    QStringList asked;
-    QList<std::uint64_t> locations;
-    int cancels = 0;
-};
-
-usb::PropertyMap hub(std::uint64_t location = hubLocation, const QString& serial = "1C3B4A01") {
-    return {{"idVendor", 0x24FF}, {"idProduct", 0x0014}, {"locationID", qint64(location)},
-            {"kUSBSerialNumberString", serial}};
-}
-
-std::uint64_t portLocation(int port, std::uint64_t hub = hubLocation) {
-    return *usb::HubPortNames::portLocation(hub, port);
-}
-
-usb::PropertyMap bootedMac(int port, const QString& serial, std::uint64_t hub = hubLocation) {
-    return {{"idVendor", 0x05AC}, {"idProduct", 0x1905}, {"locationID", qint64(portLocation(port, hub))},
-            {"kUSBSerialNumberString", serial}, {"kUSBProductString", "Mac"}};
-}
-
-usb::PropertyMap dfuMac(int port, std::uint64_t ecid) {
-    return {{"idVendor", 0x05AC},
-            {"idProduct", 0x1227},
-            {"locationID", qint64(portLocation(port))},
-            {"kUSBSerialNumberString",
-             QString("CPID:8103 ECID:%1 SRTG:[iBoot-7459.121.3]").arg(ecid, 16, 16, QChar('0'))},
-            {"kUSBProductString", "Apple Mobile Device (DFU Mode)"},
-            {"UsbAppleDeviceECID", QString::number(ecid)}};
-}
-
-class Bench : public ::testing::Test {
-  protected:
-    void start(bool restore, int maxRestores = 4) {
-        UnattendedBench::Options options;
-        options.restore = restore;
-        options.maxRestores = maxRestores;
-        options.secondsBetweenStarts = 3;
-        bench_ = std::make_unique<UnattendedBench>(
-            UnattendedBench::Collaborators{&registry_, &driver_, &restorer_, [this] { return now_; },
-                                           3600000},
-            options);
-        bench_->start();
-        settle();
-    }
-    void settle() { QCoreApplication::processEvents(); }
-    void plug(const usb::PropertyMap& mac) {
-        registry_.attach(mac);
-        settle();
-    }
-    void pull(int port) {
-        registry_.detach(portLocation(port));
-        settle();
-    }
-    void ticks(int count) {
-        for (int i = 0; i < count; ++i) {
-            now_ += 1;
-            bench_->tick();
-        }
-    }
-    BenchPort port(int number) const {
-        for (const BenchPort& shown : bench_->ports())
-            if (shown.name == QString("1C3B4A01:%1").arg(number))
-                return shown;
-        return {};
-    }
-
-    usb::MemoryUsbRegistry registry_{QList<usb::PropertyMap>{hub()}};
-    FakeDriver driver_;
-    FakeRestorer restorer_;
-    double now_ = 0;
-    std::unique_ptr<UnattendedBench> bench_;
-};
+using namespace bench_testing;
 
 // As on the host's port: a few ticks to show DFU mode after each sequence, three sequences in all,
 // then the port asks for a person until that Mac is pulled out.
@@ -157,50 +52,6 @@ TEST_F(Bench, DfuModeEndsTheCycleWithoutRestoring) {
     EXPECT_EQ(bench_->summary().done, 2);
 }
 
-// Restores start one at a time, the pause between processes apart, never more at once than
-// allowed, the longest waiting first; a failure on one port leaves the other's restore alone.
-TEST_F(Bench, RestoreStartsAreSpacedAndCapped) {
-    start(true, 1);
-    plug(dfuMac(2, 0xB2));
-    now_ = 1;
-    plug(dfuMac(1, 0xA1));
-    ASSERT_EQ(restorer_.asked, QStringList{"1C3B4A01:2"});
-    EXPECT_EQ(restorer_.locations.front(), portLocation(2));
-    emit restorer_.started("1C3B4A01:2", {"Mac14,2", 0xB2, "B2"});
-    EXPECT_EQ(port(2).phase, PortPhase::restoring);
-    ticks(5);
-    EXPECT_EQ(restorer_.asked.size(), 1) << "one restore at most";
-    emit restorer_.finished("1C3B4A01:2", false, false, "libusbrestore error:21");
-    EXPECT_EQ(port(2).phase, PortPhase::failed);
-    EXPECT_EQ(port(2).reason, "libusbrestore error:21");
-    ASSERT_EQ(restorer_.asked.size(), 2);
-    EXPECT_EQ(restorer_.asked.last(), "1C3B4A01:1");
-
-    // Apple Configurator does not list it yet: asked again a little later, not at once.
-    emit restorer_.notListed("1C3B4A01:1");
-    EXPECT_EQ(restorer_.asked.size(), 2);
-    ticks(2);
-    ASSERT_EQ(restorer_.asked.size(), 3);
-    emit restorer_.started("1C3B4A01:1", {"Macmini9,1", 0xA1, "A1"});
-    emit restorer_.finished("1C3B4A01:1", true, false, "Successful");
-    EXPECT_EQ(port(1).phase, PortPhase::done);
-    const auto summary = bench_->summary();
-    EXPECT_EQ(summary.restored, 1);
-    EXPECT_EQ(summary.failed, 1);
-}
-
-TEST_F(Bench, TheGateHoldsTheNextStartForThePause) {
-    start(true, 4);
-    plug(dfuMac(1, 0xA1));
-    emit restorer_.started("1C3B4A01:1", {"Mac14,2", 0xA1, "A1"});
-    plug(dfuMac(2, 0xB2));
-    EXPECT_EQ(restorer_.asked.size(), 1) << "three seconds between starts";
-    ticks(2);
-    EXPECT_EQ(restorer_.asked.size(), 1);
-    ticks(1);
-    EXPECT_EQ(restorer_.asked.size(), 2);
-}
-
 // A Mac whose restore failed (pulled out in the middle, here) keeps its port "failed" until
 // another Mac arrives there; a Mac that comes back as itself does not start a cycle.
 TEST_F(Bench, AnotherMacOnAFailedPortStartsANewCycle) {
@@ -208,7 +59,8 @@ TEST_F(Bench, AnotherMacOnAFailedPortStartsANewCycle) {
     plug(dfuMac(1, 0xA1));
     emit restorer_.started("1C3B4A01:1", {"Mac14,2", 0xA1, "A1"});
     pull(1);
-    emit restorer_.finished("1C3B4A01:1", false, false, "The device lost power during the restore.");
+    emit restorer_.finished("1C3B4A01:1", false, false,
+                            "The device lost power during the restore.");
     EXPECT_EQ(port(1).phase, PortPhase::failed);
     plug(bootedMac(1, "A1"));
     EXPECT_EQ(port(1).phase, PortPhase::failed) << "the same Mac, back";
@@ -255,7 +107,8 @@ TEST_F(Bench, AHubPluggedInJoinsOnceNoSequenceRuns) {
 
     driver_.end("1C3B4A01:1", true);
     ASSERT_EQ(driver_.refreshes, 1);
-    for (int number = 1; number <= 5; ++number) driver_.portList << QString("1C3B4A02:%1").arg(number);
+    for (int number = 1; number <= 5; ++number)
+        driver_.portList << QString("1C3B4A02:%1").arg(number);
     emit driver_.ready();
     settle();
     EXPECT_EQ(bench_->ports().size(), 7);
@@ -263,6 +116,26 @@ TEST_F(Bench, AHubPluggedInJoinsOnceNoSequenceRuns) {
         << "the held sequence, then the Mac already on the new hub";
     plug(bootedMac(2, "C2", secondHub));
     EXPECT_EQ(driver_.refreshes, 1) << "the same hubs: no refresh";
+}
+
+// Sequences held for that refresh never began: a stop ends their ports at once, and no refresh
+// follows the stop.
+TEST_F(Bench, AStopEndsTheSequencesHeldForARefresh) {
+    start(false);
+    plug(bootedMac(1, "A1"));
+    plug(hub(0x01200000, "1C3B4A02"));
+    plug(bootedMac(2, "B2"));
+    ASSERT_EQ(driver_.dfuRuns, QStringList{"1C3B4A01:1"});
+    QSignalSpy stopped(bench_.get(), &UnattendedBench::stopped);
+    bench_->stop();
+    EXPECT_EQ(port(2).phase, PortPhase::failed);
+    EXPECT_EQ(port(2).reason, "stopped");
+    EXPECT_EQ(stopped.size(), 0) << "port 1's sequence still runs";
+    driver_.end("1C3B4A01:1", false, "not reached");
+    EXPECT_EQ(stopped.size(), 1);
+    EXPECT_EQ(driver_.refreshes, 0);
+    EXPECT_EQ(driver_.dfuRuns.size(), 1);
+    EXPECT_EQ(bench_->summary().cancelled, 2);
 }
 
 // While the bench runs, the device table's "Hub : Port" cell and the bench map's tile say where
@@ -283,8 +156,8 @@ class BenchOnTheDesktop : public Bench {
     // Devices as USB reports them; the model places them on their ports by location.
     void listDfuMac(int port, std::uint64_t ecid) {
         plug(dfuMac(port, ecid));
-        devices_.usbDevicesAdded({{0x05AC, "", qint64(portLocation(port)),
-                                   "Apple Mobile Device (DFU Mode)", qint64(ecid)}});
+        devices_.roster().usbDevicesAdded({{0x05AC, "", qint64(portLocation(port)),
+                                            "Apple Mobile Device (DFU Mode)", qint64(ecid)}});
         settle();
     }
     // What the views show once the changes have been drawn.
@@ -300,7 +173,7 @@ class BenchOnTheDesktop : public Bench {
     testing_support::TestSettings settings_;
     testing_support::VirtualClock clock_;
     unattended::BenchPortModel ports_{[this] { return now_; }};
-    app::DeviceListModel devices_{{&settings_.settings(), nullptr, &clock_, [](const AC2Device& mac) {
+    app::DeviceListModel devices_{{&clock_, [](const AC2Device& mac) {
                                        return usb::HubPortNames({hub()}).nameOf(
                                            std::uint64_t(mac.locationID()));
                                    }}};
@@ -322,7 +195,8 @@ TEST_F(BenchOnTheDesktop, PortPhasesShowOnTilesAndInTheHubPortCell) {
     EXPECT_EQ(word(0), "Queued");
     emit restorer_.started("1C3B4A01:1", {"Macmini9,1", 0xA1, "A1"});
     settle();
-    EXPECT_EQ(word(0), "Restoring") << "not the Mac's last batch, which the device list still shows";
+    EXPECT_EQ(word(0), "Restoring")
+        << "not the Mac's last batch, which the device list still shows";
     emit restorer_.finished("1C3B4A01:1", false, false, "libusbrestore error:21");
     settle();
     EXPECT_EQ(word(0), "Failed");

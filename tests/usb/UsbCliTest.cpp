@@ -2,10 +2,8 @@
 #include "support/SimulatedStation.h"
 
 #include <QDeadlineTimer>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QMultiHash>
 #include <QProcess>
 
 #include <gtest/gtest.h>
@@ -58,32 +56,6 @@ class UsbCommandsAgainstSimulator : public ::testing::Test {
     QList<QJsonObject> watchLines;
 };
 
-TEST_F(UsbCommandsAgainstSimulator, ListShowsHubsAndMacsWithTheirFacts) {
-    const auto result = station.cli({"usb", "list", "--json"});
-    ASSERT_EQ(result.exitCode, 0) << result.standardError.toStdString();
-    const QJsonArray devices = QJsonDocument::fromJson(result.standardOutput.toUtf8()).array();
-    QMultiHash<QString, QJsonObject> byLocation;
-    for (const QJsonValue& device : devices)
-        byLocation.insert(device["locationID"].toString(), device.toObject());
-
-    // The hub and the billboard beside it share a location; the hub came first.
-    const QList<QJsonObject> atHub = byLocation.values("0x01100000");
-    ASSERT_EQ(atHub.size(), 2);
-    const QJsonObject hub = atHub.last();  // QMultiHash answers the latest insertion first
-    EXPECT_EQ(hub["vendorID"].toInt(), 0x24FF);
-    EXPECT_EQ(hub["serialNumber"].toString(), "1C3B4A01");
-    EXPECT_EQ(byLocation.value("0x01180000")["productName"].toString(), "USBHub3c-Stem");
-
-    const QJsonObject mac = byLocation.value("0x01110000");
-    EXPECT_EQ(mac["serialNumber"].toString(), "H4WGJ2Q7PX");
-    EXPECT_TRUE(mac["ecid"].isNull());  // a booted Mac does not show its ECID on USB
-    // Vendor, product, location, hub address and DFU state of that Mac.
-    const auto text = station.cli({"usb", "list"});
-    EXPECT_EQ(text.exitCode, 0);
-    EXPECT_TRUE(text.standardOutput.contains("05AC   1905    0x01110000 0x01100000 no"))
-        << text.standardOutput.toStdString();
-}
-
 // The one test here that waits for real: after the first batch the manager collects arrivals
 // for five seconds, and that window is what this test is about.
 TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAPortCycles) {
@@ -118,58 +90,6 @@ TEST_F(UsbCommandsAgainstSimulator, WatchPrintsARemovalThenOneBatchedArrivalAsAP
     EXPECT_EQ(added["locationID"].toString(), "0x01110000");
     EXPECT_EQ(added["batch"].toInt(), removed["batch"].toInt() + 1);
     EXPECT_EQ(watchLines.size(), present + 2);
-}
-
-TEST_F(UsbCommandsAgainstSimulator, FollowingWatchWaitsForTheSimulatorToComeBack) {
-    watcher.setProcessEnvironment(station.environment());
-    watcher.start(testing_support::executablePath("tarvel-cli"),
-                  {"--simulate=" + station.socket(), "usb", "watch", "--follow"});
-    ASSERT_TRUE(watcher.waitForReadyRead(10000)) << "the watch lists what is attached first";
-    QByteArray errors;
-    auto readErrorsUntil = [&](const QByteArray& wanted, int milliseconds) {
-        const QDeadlineTimer deadline(milliseconds);
-        while (!errors.contains(wanted) && !deadline.hasExpired() &&
-               watcher.state() == QProcess::Running) {
-            watcher.waitForReadyRead(100);
-            watcher.readAllStandardOutput();
-            errors += watcher.readAllStandardError();
-        }
-        return errors.contains(wanted);
-    };
-
-    station.simulator().kill();
-    ASSERT_TRUE(station.simulator().waitForFinished(5000));
-    ASSERT_TRUE(readErrorsUntil("the simulator closed its socket; trying again every second", 5000))
-        << errors.toStdString();
-    EXPECT_EQ(watcher.state(), QProcess::Running);
-
-    ASSERT_EQ(station.start({}, 30), station.socket()) << "the same socket again";
-    ASSERT_TRUE(readErrorsUntil("is back; watching again", 5000)) << errors.toStdString();
-
-    // Watching again, not merely saying so: a port cycled now is seen.
-    ASSERT_TRUE(setFirstPortEnabled(false));
-    QByteArray output;
-    testing_support::readOutputUntil(watcher, output, "deviceRemoved", 5000);
-    EXPECT_TRUE(output.contains("deviceRemoved (1)")) << output.toStdString();
-}
-
-TEST(UsbCommandsAgainstAStation, AnEcidTooLargeForTheRegistryIsLeftOutNotFatal) {
-    testing_support::SimulatedStation station;
-    ASSERT_FALSE(station
-                     .start({"--station", station.writeStation(R"({"hubs": [{"serial": 1, "macs": [
-                         {"port": 1, "ecid": "0xFFFFFFFFFFFFFFFF", "serialNumber": "BIGMAC0001", "state": "dfu"}]}]})")})
-                     .isEmpty());
-    const auto result = station.cli({"usb", "list", "--json"});
-    ASSERT_EQ(result.exitCode, 0) << result.standardError.toStdString();
-    bool found = false;
-    for (const QJsonValue& device :
-         QJsonDocument::fromJson(result.standardOutput.toUtf8()).array()) {
-        if (device["locationID"].toString() != "0x01110000")
-            continue;
-        found = true;
-        EXPECT_TRUE(device["ecid"].isNull());
-    }
-    EXPECT_TRUE(found);
 }
 
 }  // namespace

@@ -15,7 +15,6 @@ class BenchTileButton : public QAbstractButton {
     explicit BenchTileButton(QWidget* parent = nullptr);
 
     void display(const app::BenchTile& tile, const app::BenchTileLook& look);
-    const app::BenchTile& tile() const { return tile_; }
     // The Mac on this port is selected in the device table.
     void setSelected(bool selected);
     bool isSelected() const { return selected_; }

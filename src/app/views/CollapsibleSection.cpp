@@ -31,10 +31,6 @@ CollapsibleSection::CollapsibleSection(const QString& title, QWidget* body, QWid
     });
 }
 
-bool CollapsibleSection::isExpanded() const {
-    return header_->isChecked();
-}
-
 void CollapsibleSection::setExpanded(bool expanded) {
     header_->setChecked(expanded);
 }

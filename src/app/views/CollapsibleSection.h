@@ -14,7 +14,6 @@ class CollapsibleSection : public QWidget {
   public:
     CollapsibleSection(const QString& title, QWidget* body, QWidget* parent = nullptr);
 
-    bool isExpanded() const;
     void setExpanded(bool expanded);
     QToolButton* header() const { return header_; }
     QWidget* body() const { return body_; }

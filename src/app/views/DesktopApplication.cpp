@@ -1,26 +1,15 @@
 #include "views/DesktopApplication.h"
 
-#include "usb/UsbRegistry.h"
-
-#include "views/CollapsibleSection.h"
-#include "views/DevicePanel.h"
+#include "views/DeviceArea.h"
 #include "views/DiagnosticsDialog.h"
-#include "views/DfuPortWindow.h"
 #include "views/HubWindow.h"
-#include "views/LocalDFUGroupView.h"
-#include "views/UnattendedBenchGroupView.h"
-#include "unattended/BenchController.h"
 #include "views/MainWindow.h"
 #include "views/OptionsSheet.h"
 #include "views/QuitGuard.h"
+#include "views/ToolsMenu.h"
 #include "views/WindowRoster.h"
 
-#include "app/BenchMap.h"
-#include "app/DeviceListModel.h"
-#include "app/DeviceTableController.h"
-#include "app/DfuPortLookup.h"
 #include "app/DisplaySleepAssertion.h"
-#include "app/HistoryModel.h"
 #include "app/HubController.h"
 #include "app/ManagerHubStation.h"
 #include "app/VersionCheck.h"
@@ -34,38 +23,20 @@
 #include "core/RealHomeFolder.h"
 #include "core/Settings.h"
 #include "core/ZMRUnifiedLogger.h"
-#include "hubs/AcronamePort.h"
-#include "hubs/ZMRAcronameManager.h"
-#include "localport/FirmwareUpdater.h"
-#include "restore/LocalPortAutoRestore.h"
 #include "restore/RestoreSession.h"
-#include "usb/AutoDFU.h"
+#include "station/ZMRAcronameManager.h"
 #include "usb/USBManager.h"
 
 #include <QApplication>
 #include <QDateTime>
 #include <QDesktopServices>
-#include <QDir>
-#include <QFileInfo>
-#include <QKeySequence>
-#include <QMenu>
-#include <QSplitter>
-#include <QToolBar>
-#include <QVBoxLayout>
 #include <QMessageBox>
 #include <QUrl>
-#include <QWindow>
 
 #include <cstdio>
 
 namespace views {
 namespace {
-
-const QString kLocalPortExpandedKey = QStringLiteral("MainWindow/localPortExpanded");
-const QString kDeviceSplitterKey = QStringLiteral("MainWindow/deviceSplitter");
-const QString kBenchMapShownKey = QStringLiteral("MainWindow/benchMapShown");
-// USB arrivals come in bursts; the hubs' ports are read once the burst is over.
-constexpr int kHubPortsDelayMs = 300;
 
 app::OptionsSheetModel::Environment optionsEnvironment() {
     return {&core::Settings::shared(),
@@ -88,8 +59,22 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
       mainWindow_(new MainWindow(state_, &windowState_)),
       windows_(std::make_unique<WindowRoster>(mainWindow_)),
       optionsModel_(optionsEnvironment()) {
-    // Closing the main window hides it (it is not deleted), so the hub window can bring it back;
-    // closing the last open window still quits, through the quit guard.
+    followMainWindow();
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState s) {
+        if (s == Qt::ApplicationInactive)
+            delegate_->appMovedToBackground();
+    });
+    connect(qApp, &QCoreApplication::aboutToQuit, this,
+            [this] { delegate_->applicationWillTerminate(); });
+    buildDeviceArea();
+    tools_ = std::make_unique<ToolsMenu>(*mainWindow_, deviceArea_->dfuPorts(),
+                                         deviceArea_->panel(), deviceArea_->firmwareCachePath());
+    watchLogProblems();
+}
+
+// Closing the main window hides it (it is not deleted), so the hub window can bring it back;
+// closing the last open window still quits, through the quit guard.
+void DesktopApplication::followMainWindow() {
     quitGuard_->watch(mainWindow_);
     connect(mainWindow_, &MainWindow::hubWindowRequested, this, &DesktopApplication::showHubWindow);
     connect(mainWindow_, &MainWindow::optionsRequested, this, &DesktopApplication::showOptions);
@@ -101,15 +86,15 @@ DesktopApplication::DesktopApplication(qint64 launchedAt, QObject* parent)
         dialog->show();
     });
     connect(mainWindow_, &MainWindow::firstExposed, this, &DesktopApplication::logFirstExposure);
-    connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState s) {
-        if (s == Qt::ApplicationInactive)
-            delegate_->appMovedToBackground();
-    });
-    connect(qApp, &QCoreApplication::aboutToQuit, this,
-            [this] { delegate_->applicationWillTerminate(); });
-    buildDeviceArea();
-    buildTools();
-    watchLogProblems();
+}
+
+void DesktopApplication::buildDeviceArea() {
+    deviceArea_ = std::make_unique<DeviceArea>(state_, windowState_, *mainWindow_);
+    connect(deviceArea_.get(), &DeviceArea::hubPortCommandRequested, this,
+            &DesktopApplication::runHubPortCommand);
+    // While a batch runs the application refuses to quit.
+    connect(&deviceArea_->session(), &restore::RestoreSession::preventTerminationChanged,
+            delegate_.get(), &app::AppDelegate::setPreventTermination);
 }
 
 // The log may have failed before the window existed (the banner) or may fail at any time later.
@@ -129,124 +114,7 @@ void DesktopApplication::watchLogProblems() {
         });
 }
 
-// Asked for each painted cell, so the registry is read at most once a second.
-QString DesktopApplication::hubPortOf(const AC2Device& device) {
-    if (!hubPortNames_ || !hubPortNamesAge_.isValid() || hubPortNamesAge_.hasExpired(1000)) {
-        hubPortNamesAge_.start();
-        if (const auto devices = usb::UsbRegistry::shared().devices())
-            hubPortNames_.emplace(*devices);
-    }
-    return hubPortNames_ ? hubPortNames_->nameOf(std::uint64_t(device.locationID())) : QString();
-}
-
-void DesktopApplication::buildDeviceArea() {
-    restore::RestoreSession::Collaborators restoreEnvironment =
-        restore::RestoreSession::defaultCollaborators(&state_);
-    firmwareCachePath_ = restoreEnvironment.firmwareCachePath;
-    session_ = std::make_unique<restore::RestoreSession>(restoreEnvironment);
-    const auto hubPort = [this](const AC2Device& device) { return hubPortOf(device); };
-    devices_ = std::make_unique<app::DeviceListModel>(app::DeviceListModel::Collaborators{
-        &core::Settings::shared(), restoreEnvironment.events, &core::Clock::system(), hubPort});
-    benchController_ = std::make_unique<unattended::BenchController>(*session_);
-    devices_->showPortPhases(benchController_->model());
-    history_ = std::make_unique<app::HistoryModel>(*session_);
-    dfuPorts_ = std::make_unique<app::DfuPortLookup>();
-    deviceTable_ = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
-        &core::Settings::shared(), restoreEnvironment.configurator, session_.get(), devices_.get(),
-        &state_, &core::NotificationCenter::defaultCenter()});
-    benchMap_ = std::make_unique<app::BenchMap>(*devices_, AutoDFU::dfuPortAddress);
-    benchMap_->showPortPhases(benchController_->model());
-    devicePanel_ =
-        new DevicePanel(*deviceTable_, *devices_, *session_, *history_, *dfuPorts_, *benchMap_);
-    connect(devicePanel_, &DevicePanel::portCommandRequested, this,
-            &DesktopApplication::runPortCommand);
-    auto* area = new QWidget;
-    auto* layout = new QVBoxLayout(area);
-    layout->addWidget(devicePanel_, 1);
-    layout->addWidget(buildLocalPortSection());
-    layout->addWidget(new UnattendedBenchGroupView(*benchController_));
-    mainWindow_->setDeviceArea(area);
-    rememberSplitter(devicePanel_->splitter());
-    rememberBenchMapChoice();
-    followHubPorts();
-
-    // While a batch runs the application refuses to quit, and the status line shows its bar.
-    connect(session_.get(), &restore::RestoreSession::preventTerminationChanged, delegate_.get(),
-            &app::AppDelegate::setPreventTermination);
-    connect(session_.get(), &restore::RestoreSession::batchRunningChanged, &state_,
-            &app::AppState::setIsRunning);
-}
-
-// Folded or not, as the technician left it: on a bench of hubs it is rarely used.
-QWidget* DesktopApplication::buildLocalPortSection() {
-    auto* section =
-        new CollapsibleSection(QStringLiteral("This Mac's DFU Port"), buildLocalPortGroup());
-    section->setExpanded(windowState_.value(kLocalPortExpandedKey, false).toBool());
-    connect(section, &CollapsibleSection::expandedChanged, this,
-            [this](bool expanded) { windowState_.setValue(kLocalPortExpandedKey, expanded); });
-    return section;
-}
-
-void DesktopApplication::rememberSplitter(QSplitter* splitter) {
-    splitter->restoreState(windowState_.value(kDeviceSplitterKey).toByteArray());
-    connect(splitter, &QSplitter::splitterMoved, this, [this, splitter] {
-        windowState_.setValue(kDeviceSplitterKey, splitter->saveState());
-    });
-}
-
-void DesktopApplication::rememberBenchMapChoice() {
-    QAction* toggle = mainWindow_->benchMapAction();
-    toggle->setChecked(windowState_.value(kBenchMapShownKey, false).toBool());
-    devicePanel_->showBenchMap(toggle->isChecked());
-    connect(toggle, &QAction::toggled, this, [this](bool shown) {
-        windowState_.setValue(kBenchMapShownKey, shown);
-        devicePanel_->showBenchMap(shown);
-    });
-}
-
-// The bench map has a tile for every usable port of the hubs on the bus, whether or not the hub
-// window ever connected to them; it follows hubs plugged in and pulled out.
-void DesktopApplication::followHubPorts() {
-    hubPortsDelay_.setSingleShot(true);
-    hubPortsDelay_.setInterval(kHubPortsDelayMs);
-    connect(&hubPortsDelay_, &QTimer::timeout, this, &DesktopApplication::readHubPorts);
-    core::NotificationCenter& center = core::NotificationCenter::defaultCenter();
-    for (const QString& name :
-         {USBManager::deviceAddedNotification, USBManager::deviceRemovedNotification})
-        hubPortObservers_.push_back(center.addObserver(name, [this](const QString&, const QVariantMap&) {
-            QMetaObject::invokeMethod(&hubPortsDelay_, qOverload<>(&QTimer::start));
-        }));
-    readHubPorts();
-}
-
-void DesktopApplication::readHubPorts() {
-    hubPortNamesAge_.start();
-    if (const auto devices = usb::UsbRegistry::shared().devices())
-        hubPortNames_.emplace(*devices);
-    if (hubPortNames_)
-        benchMap_->setHubPorts(hubPortNames_->names());
-}
-
-// The hub window's rows know which ports are disabled; the registry cannot tell.
-void DesktopApplication::showDisabledPorts() {
-    QSet<QString> disabled;
-    for (const app::HubDevice& row : hubController_->hubDevices())
-        if (row.acronamePort && !row.acronamePort->isEnabled())
-            disabled.insert(QStringLiteral("%1:%2")
-                                .arg(QString::number(row.hubSerialNumber, 16).toUpper())
-                                .arg(row.portID));
-    benchMap_->setDisabledPorts(disabled);
-}
-
-void DesktopApplication::runPortCommand(const QString& port, PortCommand command) {
-    if (port.isEmpty()) {
-        switch (command) {
-            case PortCommand::DFU: firmwareUpdater_->gogoDFUMode(); break;
-            case PortCommand::Restart: firmwareUpdater_->restart(); break;
-            case PortCommand::Recovery: firmwareUpdater_->recovery(); break;
-        }
-        return;
-    }
+void DesktopApplication::runHubPortCommand(const QString& port, PortCommand command) {
     HubWindow* hubs = showHubWindow();
     QAction* action = command == PortCommand::DFU       ? hubs->dfuAction()
                       : command == PortCommand::Restart ? hubs->restartAction()
@@ -254,82 +122,11 @@ void DesktopApplication::runPortCommand(const QString& port, PortCommand command
     hubs->runOnPort(port, action);
 }
 
-// The host's own DFU port: its actions, and the automatic cycle handing Macs to the same restore
-// session as the table, so they show in its history.
-QWidget* DesktopApplication::buildLocalPortGroup() {
-    firmwareUpdater_ =
-        std::make_unique<FirmwareUpdater>(FirmwareUpdater::defaultCollaborators(&state_));
-    localAutoRestore_ = std::make_unique<restore::LocalPortAutoRestore>(
-        restore::LocalPortAutoRestore::Collaborators{
-            &AutoDFU::shared(), session_.get(), &state_,
-            restore::LocalPortAutoRestore::configuratorListing(),
-            restore::LocalPortAutoRestore::registryPortDevice()});
-    connect(localAutoRestore_.get(), &restore::LocalPortAutoRestore::deviceRestored, this,
-            [this](const restore::DevicePtr& device) {
-                firmwareUpdater_->appendRestoredDevice(
-                    QStringLiteral("%1  %2").arg(formatEcid(device->ecid()), device->serialNumber()));
-            });
-    return new LocalDFUGroupView(*firmwareUpdater_);
-}
-
-void DesktopApplication::buildTools() {
-    QMenu* tools = mainWindow_->toolsMenu();
-    tools->addSeparator();
-    QAction* lookup = tools->addAction(QStringLiteral("DFU Port Lookup"), this,
-                                       &DesktopApplication::showDfuPortLookup);
-    lookup->setShortcut(QKeySequence(QStringLiteral("Ctrl+L")));
-    mainWindow_->toolBar()->addAction(lookup);
-    const auto openFolder = [this, tools](const QString& title, const QString& path) {
-        // A place this machine does not have is not offered at all.
-        if (!QFileInfo::exists(path))
-            return;
-        tools->addAction(title, this,
-                         [path] { QDesktopServices::openUrl(QUrl::fromLocalFile(path)); });
-    };
-    openFolder(QStringLiteral("Open Apple Configurator"),
-               QStringLiteral("/Applications/Apple Configurator.app"));
-    openFolder(QStringLiteral("Show Cached Firmware Files"), firmwareCachePath_);
-    openFolder(QStringLiteral("Show Diagnostic Reports"),
-               core::realHomeFolder() + QStringLiteral("/Library/Logs/DiagnosticReports"));
-    tools->addAction(QStringLiteral("Show Log File"), this, [] {
-        QDesktopServices::openUrl(
-            QUrl::fromLocalFile(ZMRUnifiedLogger::sharedLogger().logFileURL()));
-    });
-    tools->addSeparator();
-    tools->addAction(QStringLiteral("Copy Serial Numbers"), this,
-                     [this] { devicePanel_->copySerialNumbers(); });
-    tools->addAction(QStringLiteral("Export Selected Devices…"), this,
-                     [this] { devicePanel_->exportSelection(); });
-    tools->addAction(QStringLiteral("Export History…"), this,
-                     [this] { devicePanel_->exportHistory(); });
-}
-
-DfuPortWindow* DesktopApplication::showDfuPortLookup() {
-    if (!dfuPortWindow_) {
-        dfuPortWindow_ = new DfuPortWindow(*dfuPorts_);
-        dfuPortWindow_->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    dfuPortWindow_->show();
-    dfuPortWindow_->raise();
-    dfuPortWindow_->activateWindow();
-    return dfuPortWindow_;
-}
-
 DesktopApplication::~DesktopApplication() {
     core::NotificationCenter::defaultCenter().removeObserver(logProblemObserver_);
-    for (const auto observer : hubPortObservers_)
-        core::NotificationCenter::defaultCenter().removeObserver(observer);
-    delete dfuPortWindow_;
+    tools_.reset();
     delete hubWindow_;
     delete mainWindow_;
-}
-
-DevicePanel* DesktopApplication::devicePanel() const {
-    return devicePanel_;
-}
-
-MainWindow* DesktopApplication::mainWindow() const {
-    return mainWindow_;
 }
 
 app::AppDelegateEnvironment DesktopApplication::delegateEnvironment() {
@@ -354,11 +151,7 @@ app::AppDelegateEnvironment DesktopApplication::delegateEnvironment() {
 void DesktopApplication::start() {
     delegate_->applicationDidFinishLaunching();
     mainWindow_->show();
-    devicePanel_->setFocus();
-    // The device table follows the bus from the start; the first batch of arrivals lists the
-    // Macs already there.
-    USBManager::sharedManager()->startWatching();
-    deviceTable_->refreshListing();
+    deviceArea_->start();
 }
 
 HubWindow* DesktopApplication::showHubWindow() {
@@ -375,8 +168,9 @@ HubWindow* DesktopApplication::showHubWindow() {
         windows_->watch(hubWindow_);
         connect(hubWindow_, &HubWindow::mainWindowRequested, windows_.get(),
                 &WindowRoster::showMainWindow);
+        // The hub window's rows know which ports are disabled; the registry cannot tell.
         connect(hubController_.get(), &app::HubController::rowsRebuilt, this,
-                &DesktopApplication::showDisabledPorts);
+                [this] { deviceArea_->showDisabledPorts(hubController_->disabledPorts()); });
         connect(hubWindow_, &HubWindow::closed, this,
                 [this] { delegate_->windowWillClose(app::AppDelegate::hubWindowIdentifier); });
     }
@@ -386,12 +180,11 @@ HubWindow* DesktopApplication::showHubWindow() {
     return hubWindow_;
 }
 
-OptionsSheet* DesktopApplication::showOptions() {
+void DesktopApplication::showOptions() {
     if (!optionsSheet_)
         optionsSheet_ = new OptionsSheet(optionsModel_, mainWindow_);
     optionsSheet_->show();
     optionsSheet_->raise();
-    return optionsSheet_;
 }
 
 void DesktopApplication::startVersionCheck() {

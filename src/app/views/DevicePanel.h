@@ -1,13 +1,11 @@
 #pragma once
 
+#include "views/PortCommand.h"
+
 #include <QWidget>
 
-class QAction;
-class QCheckBox;
 class QLabel;
-class QMenu;
 class QPushButton;
-class QSortFilterProxyModel;
 class QSplitter;
 class QStackedWidget;
 class QTableView;
@@ -26,13 +24,15 @@ class RestoreSession;
 namespace views {
 
 class BenchMapView;
-
-// What a port's context menu on the bench map can ask of the port.
-enum class PortCommand { DFU, Restart, Recovery };
+class DeviceMenus;
+class DeviceTableView;
+class HistoryPane;
+class RestoreControls;
+class RestoreNotice;
 
 // The main window's device area: the restore controls, the device table with a progress bar per
-// row or the bench map in its place, and the restore history under them. Everything it shows comes from the controller, the
-// session and their models.
+// row or the bench map in its place, and the restore history under them. Everything it shows
+// comes from the controller, the session and their models.
 class DevicePanel : public QWidget {
     Q_OBJECT
 
@@ -42,16 +42,16 @@ class DevicePanel : public QWidget {
                 const app::DfuPortLookup& dfuPorts, app::BenchMap& benchMap,
                 QWidget* parent = nullptr);
 
-    QTableView* table() const { return table_; }
+    QTableView* table() const;
     BenchMapView* benchMap() const { return benchMapView_; }
     // The bench map in the table's place, or the table again; the selection stays the same.
     void showBenchMap(bool shown);
-    QTableView* historyTable() const { return historyTable_; }
+    QTableView* historyTable() const;
     // The device table above, the history below; the window remembers where it was dragged.
     QSplitter* splitter() const { return splitter_; }
-    QPushButton* restoreButton() const { return restoreButton_; }
-    QPushButton* cancelButton() const { return cancelButton_; }
-    QLabel* notice() const { return notice_; }
+    QPushButton* restoreButton() const;
+    QPushButton* cancelButton() const;
+    QLabel* notice() const;
 
     // The selected rows of the device model, in the order the table shows them.
     QList<int> selectedRows() const;
@@ -66,39 +66,22 @@ class DevicePanel : public QWidget {
     void portCommandRequested(const QString& port, views::PortCommand command);
 
   private:
-    QWidget* buildControls();
-    QWidget* buildTable();
     QWidget* buildBenchArea();
+    void bindMenus();
     void selectFromTile(int tile, bool extend);
-    void showTileMenu(int tile, const QPoint& globalPosition);
-    void addDfuPortHint(QMenu& menu, const QString& deviceType) const;
-    QWidget* buildHistory();
-    void bindSession();
-    void showContextMenu(const QPoint& position);
-    void showNotice(const QString& text, bool error);
     void updateButtons();
-    bool saveText(const QString& title, const QString& fileName, const QString& text);
 
     app::DeviceTableController& controller_;
-    app::DeviceListModel& devices_;
     restore::RestoreSession& session_;
-    app::HistoryModel& history_;
-    const app::DfuPortLookup& dfuPorts_;
-    QSortFilterProxyModel* sorted_ = nullptr;
-    QTableView* table_ = nullptr;
-    QTableView* historyTable_ = nullptr;
-    QSplitter* splitter_ = nullptr;
     app::BenchMap& benchMap_;
-    BenchMapView* benchMapView_ = nullptr;
+    RestoreControls* controls_;
+    RestoreNotice* notice_;
+    DeviceTableView* table_;
+    BenchMapView* benchMapView_;
     QStackedWidget* benchArea_ = nullptr;
-    QPushButton* restoreButton_ = nullptr;
-    QPushButton* cancelButton_ = nullptr;
-    QPushButton* refreshButton_ = nullptr;
-    QLabel* restoreTime_ = nullptr;
-    QLabel* freeSpace_ = nullptr;
-    QLabel* restored_ = nullptr;
-    QLabel* notice_ = nullptr;
-    QCheckBox* removeCache_ = nullptr;
+    HistoryPane* history_;
+    QSplitter* splitter_ = nullptr;
+    DeviceMenus* menus_;
 };
 
 }  // namespace views

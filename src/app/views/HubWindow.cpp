@@ -4,6 +4,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/HubController.h"
+#include "core/HubPortName.h"
 
 #include <QAction>
 #include <QCloseEvent>
@@ -172,9 +173,7 @@ void HubWindow::runPendingPortAction() {
         return;
     const auto& rows = controller_.hubDevices();
     for (qsizetype row = 0; row < rows.size(); ++row) {
-        const QString name = QStringLiteral("%1:%2")
-                                 .arg(QString::number(rows[row].hubSerialNumber, 16).toUpper())
-                                 .arg(rows[row].portID);
+        const QString name = core::hubPortName(rows[row].hubSerialNumber, rows[row].portID);
         if (name != pendingPort_)
             continue;
         table_->selectRow(static_cast<int>(row));

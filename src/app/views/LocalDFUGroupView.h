@@ -19,13 +19,6 @@ class LocalDFUGroupView : public QGroupBox {
   public:
     explicit LocalDFUGroupView(FirmwareUpdater& updater, QWidget* parent = nullptr);
 
-    QPushButton* dfuButton() const { return dfuButton_; }
-    QPushButton* restartButton() const { return restartButton_; }
-    QPushButton* recoveryButton() const { return recoveryButton_; }
-    QCheckBox* automaticDFU() const { return automaticDFU_; }
-    QCheckBox* restoreAutomatically() const { return restoreAutomatically_; }
-    QListWidget* restoredList() const { return restored_; }
-
   private:
     void bind();
     void showError(bool show, const QString& text, void (FirmwareUpdater::*dismiss)());

@@ -2,7 +2,7 @@
 
 #include "views/RecordsWindow.h"
 
-#include "app/AppState.h"
+#include "core/AppState.h"
 
 #include <QAction>
 #include <QCloseEvent>
@@ -24,7 +24,7 @@ constexpr int kProgressSteps = 1000;
 
 }  // namespace
 
-MainWindow::MainWindow(app::AppState& state, QSettings* windowState, QWidget* parent)
+MainWindow::MainWindow(core::AppState& state, QSettings* windowState, QWidget* parent)
     : QMainWindow(parent),
       state_(state),
       windowState_(windowState),
@@ -79,8 +79,8 @@ void MainWindow::buildMenus() {
     file->addAction(quitAction_);
     toolsMenu_ = menuBar()->addMenu(QStringLiteral("&Tools"));
     toolsMenu_->addAction(optionsAction_);
-    viewMenu_ = menuBar()->addMenu(QStringLiteral("&View"));
-    viewMenu_->addAction(benchMapAction_);
+    QMenu* view = menuBar()->addMenu(QStringLiteral("&View"));
+    view->addAction(benchMapAction_);
     QMenu* window = menuBar()->addMenu(QStringLiteral("&Window"));
     window->addAction(hubsAction_);
     QAction* records = window->addAction(QStringLiteral("Records"));
@@ -122,14 +122,14 @@ void MainWindow::bindStatusLine() {
     statusBar()->addPermanentWidget(logProblem_);
     statusBar()->addPermanentWidget(progressLabel_);
     statusBar()->addPermanentWidget(progress_);
-    connect(&state_, &app::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
-    connect(&state_, &app::AppState::isRunningChanged, progress_, &QWidget::setVisible);
-    connect(&state_, &app::AppState::isRunningChanged, progressLabel_, &QWidget::setVisible);
+    connect(&state_, &core::AppState::progressMessageChanged, statusMessage_, &QLabel::setText);
+    connect(&state_, &core::AppState::isRunningChanged, progress_, &QWidget::setVisible);
+    connect(&state_, &core::AppState::isRunningChanged, progressLabel_, &QWidget::setVisible);
     const auto showProgress = [this](double fraction) {
         progress_->setValue(static_cast<int>(fraction * kProgressSteps));
         progressLabel_->setText(QStringLiteral("Restore batch: %1").arg(progress_->text()));
     };
-    connect(&state_, &app::AppState::progressBarValueChanged, progress_, showProgress);
+    connect(&state_, &core::AppState::progressBarValueChanged, progress_, showProgress);
     showProgress(state_.progressBarValue());
 }
 

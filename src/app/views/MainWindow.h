@@ -9,7 +9,7 @@ class QToolBar;
 class QProgressBar;
 class QSettings;
 
-namespace app {
+namespace core {
 class AppState;
 }
 
@@ -22,15 +22,11 @@ class MainWindow : public QMainWindow {
 
   public:
     // `windowState` remembers the window's place and size between launches; may be null.
-    MainWindow(app::AppState& state, QSettings* windowState, QWidget* parent = nullptr);
+    MainWindow(core::AppState& state, QSettings* windowState, QWidget* parent = nullptr);
 
     // Replaces the device area; the window owns the widget from then on.
     void setDeviceArea(QWidget* area);
-    QWidget* deviceArea() const { return centralWidget(); }
 
-    QAction* hubsAction() const { return hubsAction_; }
-    QAction* optionsAction() const { return optionsAction_; }
-    QAction* quitAction() const { return quitAction_; }
     // View ▸ Bench Map: the bench map instead of the device table (checked) or the table.
     QAction* benchMapAction() const { return benchMapAction_; }
     QLabel* statusMessage() const { return statusMessage_; }
@@ -41,7 +37,6 @@ class MainWindow : public QMainWindow {
     QLabel* logProblem() const { return logProblem_; }
     // Where the device area's tools join the window's own.
     QMenu* toolsMenu() const { return toolsMenu_; }
-    QMenu* viewMenu() const { return viewMenu_; }
     QToolBar* toolBar() const { return toolBar_; }
 
   signals:
@@ -65,7 +60,7 @@ class MainWindow : public QMainWindow {
     void bindStatusLine();
     QWidget* emptyDeviceArea();
 
-    app::AppState& state_;
+    core::AppState& state_;
     QSettings* windowState_;
     QLabel* statusMessage_;
     QLabel* logProblem_;
@@ -77,7 +72,6 @@ class MainWindow : public QMainWindow {
     QAction* aboutAction_ = nullptr;
     QAction* benchMapAction_ = nullptr;
     QMenu* toolsMenu_ = nullptr;
-    QMenu* viewMenu_ = nullptr;
     QToolBar* toolBar_ = nullptr;
     bool exposed_ = false;
 };

@@ -40,10 +40,6 @@ void ProgressSheet::setActivity(const QString& detail, int done, int count) {
     adjustSize();
 }
 
-QString ProgressSheet::activity() const {
-    return activity_->text();
-}
-
 void ProgressSheet::setMessage(const QString& message) {
     message_->setText(message);
 }

@@ -20,7 +20,6 @@ class ProgressSheet : public QDialog {
     // What is being worked, under the message, and the ports done of how many in the bar
     // (which stays busy while `count` is 0).
     void setActivity(const QString& detail, int done, int count);
-    QString activity() const;
 
   protected:
     void reject() override {}

@@ -20,11 +20,6 @@ class UnattendedBenchGroupView final : public QWidget {
     explicit UnattendedBenchGroupView(unattended::BenchController& controller,
                                       QWidget* parent = nullptr);
 
-    QCheckBox* benchSwitch() const { return on_; }
-    QCheckBox* restoreOption() const { return restore_; }
-    QCheckBox* recoveryOption() const { return recoveryAfter_; }
-    QLabel* summary() const { return summary_; }
-
   private:
     unattended::BenchController& controller_;
     QCheckBox* on_;
