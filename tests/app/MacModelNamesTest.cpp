@@ -47,12 +47,6 @@ class ModelColumn : public ::testing::Test {
     DeviceListModel devices{{&clock, {}}};
 };
 
-TEST_F(ModelColumn, ShowsTheNameWithTheIdentifierInTheTooltip) {
-    devices.roster().applyListing({listing("Mac14,3")});
-    EXPECT_EQ(model(Qt::DisplayRole).toString(), "Mac mini (M2, 2023)");
-    EXPECT_EQ(model(Qt::ToolTipRole).toString(), "Mac14,3");
-}
-
 TEST_F(ModelColumn, TheMergeKeepsAModelOnceReported) {
     // A Mac in DFU mode names its chip and board on USB before any listing.
     devices.roster().usbDevicesAdded(

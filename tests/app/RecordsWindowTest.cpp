@@ -15,7 +15,6 @@
 
 namespace {
 
-using records::Outcome;
 using testing_support::sampleRecord;
 
 class RecordsWindowTest : public ::testing::Test {
@@ -23,9 +22,13 @@ class RecordsWindowTest : public ::testing::Test {
     void SetUp() override {
         records::RecordStore store(path());
         const QDateTime now = QDateTime::currentDateTimeUtc();
-        store.append(sampleRecord("bench", "1A2B", Outcome::restored, now.addSecs(-120), "C02XK1"), false);
-        store.append(sampleRecord("bench", "3C4D", Outcome::failed, now.addSecs(-60), "C02XK2"), false);
-        store.append(sampleRecord("bench", "5E6F", Outcome::restored, now.addDays(-90), "C02XK3"), false);
+        const auto add = [&](const char* ecid, records::Outcome outcome, const QDateTime& ended,
+                             const char* serial) {
+            store.append(sampleRecord("bench", ecid, outcome, ended, serial), false);
+        };
+        add("1A2B", records::Outcome::restored, now.addSecs(-120), "C02XK1");
+        add("3C4D", records::Outcome::failed, now.addSecs(-60), "C02XK2");
+        add("5E6F", records::Outcome::restored, now.addDays(-90), "C02XK3");
     }
     QString path() const { return dir_.filePath("records.sqlite"); }
 

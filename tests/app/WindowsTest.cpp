@@ -74,13 +74,10 @@ class HubWindowTest : public ::testing::Test {
     views::HubWindow window{controller};
 };
 
-TEST_F(HubWindowTest, ShowingTheWindowListsThePorts) {
+// The application lets go of the hubs when the window named "acroname" closes.
+TEST_F(HubWindowTest, ShowsThePortsAndActsOnlyOnASelection) {
     EXPECT_EQ(window.objectName(), "acroname");
-    EXPECT_EQ(window.table()->model()->index(7, 2).data().toString(), "3");
     EXPECT_EQ(window.statusBar()->findChild<QLabel*>()->text(), "device count: 10");
-}
-
-TEST_F(HubWindowTest, ActionsNeedASelection) {
     EXPECT_FALSE(window.dfuAction()->isEnabled());
     EXPECT_FALSE(window.rebootHubAction()->isEnabled());
     EXPECT_TRUE(window.refreshAction()->isEnabled());
@@ -88,6 +85,10 @@ TEST_F(HubWindowTest, ActionsNeedASelection) {
     EXPECT_TRUE(station->requests.isEmpty());
     click(2);
     EXPECT_TRUE(window.dfuAction()->isEnabled());
+
+    QSignalSpy closed(&window, &views::HubWindow::closed);
+    window.close();
+    EXPECT_EQ(closed.size(), 1);
 }
 
 TEST_F(HubWindowTest, DfuOnClickedRowsShowsTheLiveSheetUntilTheSequenceEnds) {
@@ -126,68 +127,6 @@ TEST_F(HubWindowTest, EveryCommandHasAPictureOfItsOwn) {
         EXPECT_FALSE(pictures.contains(picture)) << qPrintable(action->text());
         pictures << picture;
     }
-}
-
-TEST_F(HubWindowTest, ClosingTheWindowTellsTheApplication) {
-    QSignalSpy closed(&window, &views::HubWindow::closed);
-    window.close();
-    EXPECT_EQ(closed.size(), 1);
-}
-
-// The quit guard on real windows: while a batch runs the last window stays open.
-class QuitGuardTest : public ::testing::Test {
-  protected:
-    QuitGuardTest() {
-        delegate = std::make_unique<app::AppDelegate>(
-            delegateEnvironment(settings, clock, center, alerts));
-        guard = std::make_unique<views::QuitGuard>(*delegate);
-        guard->watch(&mainWindow);
-        guard->watch(&otherWindow);
-        mainWindow.show();
-    }
-
-    testing_support::TestSettings settings;
-    testing_support::VirtualClock clock;
-    core::NotificationCenter center;
-    testing_support::RecordingAlerts alerts;
-    std::unique_ptr<app::AppDelegate> delegate;
-    std::unique_ptr<views::QuitGuard> guard;
-    core::AppState state;
-    views::MainWindow mainWindow{state, nullptr};
-    QWidget otherWindow;
-};
-
-TEST_F(QuitGuardTest, TheLastWindowStaysOpenWhileABatchRuns) {
-    delegate->setPreventTermination(true);
-    EXPECT_FALSE(mainWindow.close());
-    EXPECT_TRUE(mainWindow.isVisible());
-    ASSERT_EQ(alerts.shown().size(), 1u);
-
-    delegate->setPreventTermination(false);
-    EXPECT_TRUE(mainWindow.close());
-    EXPECT_FALSE(mainWindow.isVisible());
-}
-
-TEST_F(QuitGuardTest, AWindowThatIsNotTheLastClosesFreely) {
-    delegate->setPreventTermination(true);
-    otherWindow.show();
-    EXPECT_TRUE(otherWindow.close());
-    EXPECT_TRUE(alerts.shown().empty());
-}
-
-TEST_F(QuitGuardTest, TheStatusLineFollowsTheApplicationState) {
-    state.setProgressMessage(QStringLiteral("Waiting to start next process"));
-    EXPECT_EQ(mainWindow.statusMessage()->text(), "Waiting to start next process");
-}
-
-TEST_F(QuitGuardTest, AnUnwritableLogStaysInTheStatusLine) {
-    EXPECT_FALSE(mainWindow.logProblem()->isVisible());
-    mainWindow.showLogProblem(
-        QStringLiteral("Cannot write the log file /x/generic.log (<b>x</b>)"));
-    EXPECT_TRUE(mainWindow.logProblem()->isVisible());
-    EXPECT_EQ(mainWindow.logProblem()->textFormat(), Qt::PlainText);
-    state.setProgressMessage(QStringLiteral("Waiting to start next process"));
-    EXPECT_TRUE(mainWindow.logProblem()->text().startsWith("Cannot write the log file"));
 }
 
 // The main window, the hub window and the rules between them, as the application wires them.
@@ -232,7 +171,22 @@ TEST_F(WindowRulesTest, TheMainWindowClosedDuringABatchComesBackFromTheHubWindow
     // is a quit request, refused during the batch.
     mainWindow.close();
     EXPECT_FALSE(window.close());
+    EXPECT_TRUE(window.isVisible());
     EXPECT_EQ(alerts.shown().size(), 1u);
+
+    delegate.setPreventTermination(false);
+    EXPECT_TRUE(window.close());
+}
+
+TEST_F(WindowRulesTest, TheStatusLineFollowsTheStateButKeepsAnUnwritableLog) {
+    EXPECT_FALSE(mainWindow.logProblem()->isVisible());
+    mainWindow.showLogProblem(
+        QStringLiteral("Cannot write the log file /x/generic.log (<b>x</b>)"));
+    EXPECT_TRUE(mainWindow.logProblem()->isVisible());
+    EXPECT_EQ(mainWindow.logProblem()->textFormat(), Qt::PlainText);
+    state.setProgressMessage(QStringLiteral("Waiting to start next process"));
+    EXPECT_EQ(mainWindow.statusMessage()->text(), "Waiting to start next process");
+    EXPECT_TRUE(mainWindow.logProblem()->text().startsWith("Cannot write the log file"));
 }
 
 TEST_F(WindowRulesTest, BringingToFrontRaisesOnlyWindowsThatAreOpen) {
@@ -294,14 +248,14 @@ class OptionsSheetTest : public ::testing::Test {
 
 TEST_F(OptionsSheetTest, AFreshUserSeesTheSheetsDefaults) {
     sheet.show();
-    namespace keys = core::keys;
-    EXPECT_TRUE(sheet.toggle(keys::removeACCache)->isChecked());
-    EXPECT_TRUE(sheet.toggle(keys::acronameSkipDFUSDPMode)->isChecked());
-    EXPECT_TRUE(sheet.toggle(keys::shouldPlaySound)->isChecked());
-    EXPECT_FALSE(sheet.toggle(keys::useCustomIPSW)->isChecked());
-    EXPECT_FALSE(sheet.toggle(keys::shouldUseEventScript)->isChecked());
-    EXPECT_EQ(sheet.textField(keys::stayInFrontAfterDFUSecs)->text(), "15");
-    EXPECT_EQ(sheet.textField(keys::timeBetweenProcesses)->text(), "3");
+    for (const core::OptionsSheetDefault& option : core::optionsSheetDefaults()) {
+        if (const QCheckBox* box = sheet.toggle(option.key))
+            EXPECT_EQ(box->isChecked(), option.value.toBool()) << option.key;
+        else if (const QLineEdit* field = sheet.textField(option.key))
+            EXPECT_EQ(field->text(), option.value.toString()) << option.key;
+        else  // the paths are chosen elsewhere and start empty
+            EXPECT_EQ(option.value.toString(), "") << option.key;
+    }
     EXPECT_TRUE(store().userKeys().isEmpty()) << "showing writes nothing";
 }
 

@@ -193,16 +193,6 @@ TEST_F(Restore, ReportsProgressAndSucceedsOnExitZero) {
     EXPECT_EQ(u->task(mac->ecid()), nullptr);
 }
 
-TEST_F(Restore, FailureCarriesTheExitStatus) {
-    auto u = utility(scripts.write("cfgutil", "echo '{\"Step\":\"Verifying\"}'; exit 3"));
-    auto mac = device(0xABC);
-    restore(*u, mac);
-    ASSERT_TRUE(runLoopUntil([&] { return !completions.empty(); }));
-    EXPECT_TRUE(completions[0].failed);
-    EXPECT_EQ(completions[0].message, statusMessage(3));
-    EXPECT_EQ(mac->restoreStatus(), preparing);
-}
-
 // Through the real tarvel-pty: the terminal in between must not turn a termination into success.
 TEST_F(Restore, ASecondRestoreOfTheSameDeviceStopsTheFirst) {
     const QString marker = scripts.path("started-once");

@@ -80,8 +80,10 @@ TEST(TaskWrapper, OneElementArrayRunsTheProgramWithoutArgumentsAndCanRunAgain) {
     auto runner = record.make({count});
     runner->startProcess();
     ASSERT_TRUE(record.ended());
+    EXPECT_EQ(record.pidAtStart, -1) << "the start callback runs before any child exists";
     EXPECT_EQ(record.output, QStringList{"0:" + count + "\n"});
     EXPECT_EQ(record.ends, std::vector<int>{0});
+    EXPECT_FALSE(runner->isRunning());
 
     const QString args = scripts.write("args", "echo \"$#:$1:$2\"; exit 4");
     Recorder second;
@@ -93,18 +95,6 @@ TEST(TaskWrapper, OneElementArrayRunsTheProgramWithoutArgumentsAndCanRunAgain) {
     EXPECT_EQ(second.output, QStringList{"2:a b:c\n"});
     EXPECT_EQ(second.ends, std::vector<int>{4});
     EXPECT_EQ(withArguments->terminationStatus(), 4);
-}
-
-TEST(TaskWrapper, SilentChildEndsWithItsExitStatusAndStartComesFirst) {
-    Scripts scripts;
-    Recorder record;
-    auto runner = record.make({scripts.write("silent", "exit 3")});
-    runner->startProcess();
-    ASSERT_TRUE(record.ended());
-    EXPECT_EQ(record.pidAtStart, -1) << "the start callback runs before any child exists";
-    EXPECT_TRUE(record.output.isEmpty());
-    EXPECT_EQ(record.ends, std::vector<int>{3});
-    EXPECT_FALSE(runner->isRunning());
 }
 
 TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminated) {
@@ -211,15 +201,6 @@ TEST(TaskWrapper, WhatTheChildWritesInOneGoIsOneChunkAndNoChunkPassesTheCap) {
     floodRunner->startProcess();
     ASSERT_TRUE(flooded.ended());
     EXPECT_EQ(flooded.output.join(QString()), QString(3000000, 'z'));
-
-    // A document handed over whole is one chunk, however it was written.
-    const QString slow = scripts.write("slow", "printf '<a>'; sleep 0.05; printf '</a>'");
-    Recorder whole;
-    auto wholeRunner = whole.make({slow});
-    wholeRunner->handOverOutputWhole();
-    wholeRunner->startProcess();
-    ASSERT_TRUE(whole.ended());
-    EXPECT_EQ(whole.output, QStringList{"<a></a>"});
 }
 
 TEST(TaskWrapper, StatusOfAChildStillRunningAfterTheGraceIsMinus999) {

@@ -19,10 +19,12 @@ namespace {
 TEST(NotificationCenter, DeliversByNameWithUserInfoUntilRemoved) {
     core::NotificationCenter center;
     QStringList seen;
-    const auto named = center.addObserver("deviceAdded", [&](const QString& name, const QVariantMap& info) {
-        seen << name + ":" + info.value("devices").toString();
-    });
-    const auto all = center.addObserver({}, [&](const QString& name, const QVariantMap&) { seen << "*" + name; });
+    const auto named =
+        center.addObserver("deviceAdded", [&](const QString& name, const QVariantMap& info) {
+            seen << name + ":" + info.value("devices").toString();
+        });
+    const auto all = center.addObserver(
+        {}, [&](const QString& name, const QVariantMap&) { seen << "*" + name; });
 
     center.post("deviceAdded", {{"devices", "A"}});
     center.post("deviceRemoved");
@@ -31,7 +33,8 @@ TEST(NotificationCenter, DeliversByNameWithUserInfoUntilRemoved) {
     center.removeObserver(all);
     center.post("deviceAdded");
 
-    EXPECT_EQ(seen, QStringList({"deviceAdded:A", "*deviceAdded", "*deviceRemoved", "*deviceAdded"}));
+    EXPECT_EQ(seen,
+              QStringList({"deviceAdded:A", "*deviceAdded", "*deviceRemoved", "*deviceAdded"}));
 }
 
 TEST(NotificationCenter, ObserversRunOnThePostingThreadAndMayRemoveThemselves) {
@@ -43,7 +46,9 @@ TEST(NotificationCenter, ObserversRunOnThePostingThreadAndMayRemoveThemselves) {
         center.removeObserver(token);
     });
     std::thread::id observedOn;
-    center.addObserver("where", [&](const QString&, const QVariantMap&) { observedOn = std::this_thread::get_id(); });
+    center.addObserver("where", [&](const QString&, const QVariantMap&) {
+        observedOn = std::this_thread::get_id();
+    });
 
     std::thread poster([&] {
         center.post("once");
@@ -63,7 +68,8 @@ TEST(Dispatch, MainRunsOnTheMainThreadInOrder) {
             dispatch::main([&, i] {
                 EXPECT_EQ(QThread::currentThread(), QCoreApplication::instance()->thread());
                 order.push_back(i);
-                if (i == 2) loop.quit();
+                if (i == 2)
+                    loop.quit();
             });
     });
     QTimer::singleShot(5000, &loop, &QEventLoop::quit);
@@ -72,37 +78,33 @@ TEST(Dispatch, MainRunsOnTheMainThreadInOrder) {
     EXPECT_EQ(order, std::vector<int>({0, 1, 2}));
 }
 
-TEST(Dispatch, GlobalRunsOffTheMainThread) {
-    std::promise<bool> offMain;
-    dispatch::global([&] {
-        offMain.set_value(QThread::currentThread() != QCoreApplication::instance()->thread());
-    });
-    EXPECT_TRUE(offMain.get_future().get());
-}
-
 // Lanes wait on one another (a pause, a shared failure); a pool that queued some of them behind
 // the others would serialise or deadlock them. Every task here waits until all have started.
-TEST(Dispatch, ConcurrentlyRunsMoreTasksThanThePoolHasThreadsAllAtOnceFromAWorker) {
+TEST(Dispatch, GlobalRunsOffTheMainThreadAndConcurrentlyRunsMoreTasksThanThePoolAllAtOnce) {
     const int count = QThreadPool::globalInstance()->maxThreadCount() + 4;
     std::mutex mutex;
     std::condition_variable allStarted;
     int started = 0;
     std::atomic<int> sawEveryone = 0;
     std::promise<void> finished;
+    std::atomic<bool> offMain = false;
     dispatch::global([&] {
+        offMain = QThread::currentThread() != QCoreApplication::instance()->thread();
         std::vector<dispatch::Task> tasks;
         for (int i = 0; i < count; ++i)
             tasks.push_back([&] {
                 std::unique_lock lock(mutex);
                 ++started;
                 allStarted.notify_all();
-                if (allStarted.wait_for(lock, std::chrono::seconds(5), [&] { return started == count; }))
+                if (allStarted.wait_for(lock, std::chrono::seconds(5),
+                                        [&] { return started == count; }))
                     ++sawEveryone;
             });
         dispatch::concurrently(std::move(tasks));
         finished.set_value();
     });
     finished.get_future().wait();
+    EXPECT_TRUE(offMain) << "global work runs off the main thread";
     EXPECT_EQ(sawEveryone, count);
 }
 
@@ -114,7 +116,8 @@ TEST(Dispatch, SerialQueueRunsOneAtATimeInSubmissionOrder) {
         dispatch::SerialQueue queue("restore");
         for (int i = 0; i < 50; ++i)
             queue.async([&, i] {
-                if (++running > 1) overlapped = true;
+                if (++running > 1)
+                    overlapped = true;
                 order.push_back(i);
                 --running;
             });

@@ -28,7 +28,7 @@ struct Cell {
     QStringList before;  // tarvel-cli commands run first; each must succeed
     QStringList command;
     Interrupt interrupt = Interrupt::None;
-    QByteArray at;  // output at which the interrupt comes
+    QByteArrayList at;  // the interrupt comes once the output has shown all of these
     QStringList rerun;
     int exit = 0;      // the truthful exit status (ignored for a run the test stops)
     QStringList said;  // the output holds each

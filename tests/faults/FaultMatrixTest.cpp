@@ -51,9 +51,8 @@ class FaultMatrix : public ::testing::Test {
             state.station.environment().insert("DBUS_SESSION_BUS_ADDRESS", bus->address());
         }
         state.useEventScript();
-        if (cell_.interrupt == Interrupt::SimulatorNeverStarted) {
-            simulatorGone = true;
-        } else {
+        simulatorGone = cell_.interrupt == Interrupt::SimulatorNeverStarted;
+        if (!simulatorGone) {
             ASSERT_FALSE(state.station.start({"--station", stationFile}).isEmpty());
         }
         state.station.environment().insert("TARVEL_TEST_MARK", mark);
@@ -76,9 +75,10 @@ class FaultMatrix : public ::testing::Test {
         if (interrupt == Interrupt::RestartSimulator) {
             restartSimulator(cli, output);
         } else if (interrupt != Interrupt::None && interrupt != Interrupt::SimulatorNeverStarted) {
-            EXPECT_TRUE(
-                testing_support::readOutputUntil(cli, output, cell_.at, cell_.boundSeconds * 1000))
-                << "never saw " << cell_.at.toStdString() << " in " << output.toStdString();
+            for (const QByteArray& wanted : cell_.at)
+                EXPECT_TRUE(testing_support::readOutputUntil(cli, output, wanted,
+                                                             cell_.boundSeconds * 1000))
+                    << "never saw " << wanted.toStdString() << " in " << output.toStdString();
             act(cli, interrupt);
         }
         const QDeadlineTimer deadline(cell_.boundSeconds * 1000);
@@ -100,12 +100,11 @@ class FaultMatrix : public ::testing::Test {
 
     void act(QProcess& cli, Interrupt interrupt) {
         switch (interrupt) {
-            case Interrupt::Sigint:
-                ::kill(pid_t(cli.processId()), SIGINT);
-                break;
             case Interrupt::DoubleSigint:
                 ::kill(pid_t(cli.processId()), SIGINT);
                 QThread::msleep(200);
+                [[fallthrough]];
+            case Interrupt::Sigint:
                 ::kill(pid_t(cli.processId()), SIGINT);
                 break;
             case Interrupt::Sigkill:

@@ -24,20 +24,16 @@ struct LaneRun {
     QStringList completions;
     double seconds = 0;
 
+    QStringList timedOfHub(const QString& hub) const {
+        return events.filter(QRegularExpression(" " + hub + ":"));
+    }
     // The events of one hub's ports, without their times.
     QStringList ofHub(const QString& hub) const {
         QStringList steps;
-        for (const QString& event : events.filter(QRegularExpression(" " + hub + ":")))
-            steps << event.section(' ', 1);
+        for (const QString& event : timedOfHub(hub)) steps << event.section(' ', 1);
         return steps;
     }
     int passPauses() const { return int(events.filter("pass pause").size()); }
-    double firstMoment(const QString& hub) const {
-        return events.filter(QRegularExpression(" " + hub + ":")).constFirst().section(' ', 0, 0).toDouble();
-    }
-    double lastMoment(const QString& hub) const {
-        return events.filter(QRegularExpression(" " + hub + ":")).constLast().section(' ', 0, 0).toDouble();
-    }
 };
 
 // Two hubs of five Macs each. Every run gets a manager of its own on a fresh virtual clock, over
@@ -52,17 +48,28 @@ class ParallelLanes : public StationFixture {
 
     enum class Kind { DFU, Restart, Recovery, PowerMode };
 
-    LaneRun run(Kind kind, bool parallel, const std::function<AcronamePorts(const AcronamePorts&)>& pick = {}) {
-        LaneClock lanes;
-        auto record = std::make_shared<LaneRun>();
+    ZMRAcronameManagerEnvironment onLanes(LaneClock& lanes, bool parallel) {
         ZMRAcronameManagerEnvironment env = environment();
         env.clock = &lanes;
         env.parallelHubs = parallel;
-        env.runLanes = [&lanes](std::vector<dispatch::Task> tasks) { lanes.runLanes(std::move(tasks)); };
+        env.runLanes = [&lanes](std::vector<dispatch::Task> tasks) {
+            lanes.runLanes(std::move(tasks));
+        };
+        return env;
+    }
+    void replaceManager(const ZMRAcronameManagerEnvironment& env) {
         manager->disconnectAllHubs();
         manager = std::make_shared<ZMRAcronameManager>(env);
+    }
+
+    LaneRun run(Kind kind, bool parallel,
+                const std::function<AcronamePorts(const AcronamePorts&)>& pick = {}) {
+        LaneClock lanes;
+        auto record = std::make_shared<LaneRun>();
+        replaceManager(onLanes(lanes, parallel));
         AcronamePorts ports = refreshedPorts();
-        if (pick) ports = pick(ports);
+        if (pick)
+            ports = pick(ports);
 
         const auto at = [&lanes] { return QString::number(lanes.elapsedSeconds()); };
         const PortObserver observer = [record, at](const PortProgress& event) {
@@ -70,18 +77,20 @@ class ParallelLanes : public StationFixture {
                 record->events << QStringLiteral("%1 pass pause %2s").arg(at()).arg(event.seconds);
                 return;
             }
-            QString what = event.kind == PortProgress::Kind::PortStep ? portStepName(event.step)
-                           : event.kind == PortProgress::Kind::PortSkipped
-                               ? QStringLiteral("skipped")
-                           : event.succeeded ? QStringLiteral("done")
-                                             : QStringLiteral("failed at ") + portStepName(event.step);
+            QString what =
+                event.kind == PortProgress::Kind::PortStep      ? portStepName(event.step)
+                : event.kind == PortProgress::Kind::PortSkipped ? QStringLiteral("skipped")
+                : event.succeeded                               ? QStringLiteral("done")
+                                  : QStringLiteral("failed at ") + portStepName(event.step);
             record->events << QStringLiteral("%1 %2 %3 (%4 of %5)")
-                               .arg(at(), event.port->name(), what)
-                               .arg(event.position)
-                               .arg(event.count);
+                                  .arg(at(), event.port->name(), what)
+                                  .arg(event.position)
+                                  .arg(event.count);
         };
         const auto update = [record](const QString& text) { record->updates << text; };
-        const auto completion = [record](bool ok) { record->completions << (ok ? "true" : "false"); };
+        const auto completion = [record](bool ok) {
+            record->completions << (ok ? "true" : "false");
+        };
         switch (kind) {
             case Kind::DFU:
                 manager->dfuModeForAcronamePorts(ports, update, completion, observer);
@@ -114,7 +123,8 @@ TEST_F(ParallelLanes, EachHubDoesWhatTheSequenceDoesForItsPortsAndTheHubsTakeAsL
 
         EXPECT_EQ(lines(parallel.ofHub("1000")), lines(sequential.ofHub("1000")));
         EXPECT_EQ(lines(parallel.ofHub("1001")), lines(sequential.ofHub("1001")));
-        EXPECT_LT(parallel.firstMoment("1001"), parallel.lastMoment("1000"))
+        EXPECT_LT(parallel.timedOfHub("1001").constFirst().section(' ', 0, 0).toDouble(),
+                  parallel.timedOfHub("1000").constLast().section(' ', 0, 0).toDouble())
             << "the second hub's lane starts while the first hub's still works";
         EXPECT_EQ(parallel.passPauses(), sequential.passPauses());
         EXPECT_EQ(lines(parallel.updates), lines(sequential.updates));
@@ -172,8 +182,7 @@ TEST_F(ParallelLanes, OnRealThreadsNoLaneBeginsAPortOnceAFailureIsTold) {
         env.clock = &brief;
         env.parallelHubs = true;
         env.runLanes = dispatch::concurrently;
-        manager->disconnectAllHubs();
-        manager = std::make_shared<ZMRAcronameManager>(env);
+        replaceManager(env);
         const AcronamePorts ports = refreshedPorts();
         backend->script("pd[3].setUEIBytes", {stem::aErrIO});
 
@@ -227,15 +236,11 @@ TEST_F(ParallelLanes, PortsOfTheHubsMayComeInAnyOrder) {
 TEST_F(ParallelLanes, TheRefreshConnectsHubsAtOnceAndLogsAsTheOneByOneRefreshDoes) {
     const auto refreshOnce = [this](bool parallel) {
         LaneClock lanes;
-        ZMRAcronameManagerEnvironment env = environment();
-        env.clock = &lanes;
-        env.parallelHubs = parallel;
-        env.runLanes = [&lanes](std::vector<dispatch::Task> tasks) { lanes.runLanes(std::move(tasks)); };
+        ZMRAcronameManagerEnvironment env = onLanes(lanes, parallel);
         QStringList console;
         env.console = {[&](const std::string& text) { console << QString::fromStdString(text); },
                        [&](const std::string& line) { console << QString::fromStdString(line); }};
-        manager->disconnectAllHubs();
-        manager = std::make_shared<ZMRAcronameManager>(env);
+        replaceManager(env);
         logLines.clear();
         QStringList table;
         manager->refreshAcronameDevices([&](AC2Devices entries) {

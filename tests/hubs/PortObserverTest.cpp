@@ -76,16 +76,6 @@ TEST_F(PortObserverEvents, DfuTellsEachStepBeforeItsHubCallAndEachPassPauseWithI
     EXPECT_EQ(timeline.events(), expected);
 }
 
-TEST_F(PortObserverEvents, AFailedDfuMessageCarriesTheHubResultAndLaterPortsGetNoResult) {
-    const AcronamePorts ports = refreshedPorts();
-    backend->script("pd[2].setUEIBytes", {stem::aErrIO});
-    manager->dfuModeForAcronamePorts({ports[0], ports[1], ports[2]}, update(), completion(),
-                                     observer());
-    const QStringList results = observed().filter(QRegularExpression("done|failed"));
-    EXPECT_EQ(results,
-              QStringList({"> 1/3 1000:1 done", "> 2/3 1000:2 failed at DFU message, result 6"}));
-}
-
 TEST_F(PortObserverEvents, APassThatCannotDisableAPortNamesItAndTheStep) {
     const AcronamePorts ports = refreshedPorts();
     backend->script("port[2].setEnabled", {stem::aErrTimeout});

@@ -139,37 +139,23 @@ TEST_F(PortSequences, RestartRebootsEveryPortAndReportsAFailureAtOnceAndAgain) {
 }
 
 // Restart and recovery both give up at once when a port cannot be power-cycled.
-enum class RebootSequence { Restart, Recovery };
-
-class FailedPass : public PortSequences, public ::testing::WithParamInterface<RebootSequence> {
-  protected:
-    void start(AcronamePorts ports) {
-        if (GetParam() == RebootSequence::Restart)
-            manager->restartForAcronamePorts(std::move(ports), update(), completion());
+TEST_F(PortSequences, AFailedPassStopsRestartAndRecoveryBeforeAnyMessageAndRefreshes) {
+    for (const bool restart : {true, false}) {
+        SCOPED_TRACE(restart ? "restart" : "recovery");
+        const AcronamePorts ports = refreshedPorts();
+        backend->script("port[1].setEnabled", {stem::aErrIO});
+        if (restart)
+            manager->restartForAcronamePorts({ports[0], ports[1]}, update(), completion());
         else
-            manager->recoveryForAcronamePorts(std::move(ports), update(), completion());
+            manager->recoveryForAcronamePorts({ports[0], ports[1]}, update(), completion());
+        const QStringList events = timeline.events();
+        const auto failed = events.indexOf("port[1].setEnabled");
+        ASSERT_GE(failed, 0);
+        EXPECT_EQ(events.value(failed + 1), "done false");
+        EXPECT_TRUE(events.filter("setUEIBytes").isEmpty()) << "no message after a failed pass";
+        EXPECT_TRUE(logLines.contains("enumerating hubs")) << "the station is refreshed";
     }
-};
-
-TEST_P(FailedPass, StopsBeforeAnyMessageAndRefreshes) {
-    const AcronamePorts ports = refreshedPorts();
-    logLines.clear();
-    backend->script("port[1].setEnabled", {stem::aErrIO});
-    start({ports[0], ports[1]});
-    const QStringList events = timeline.events();
-    const auto failed = events.indexOf("port[1].setEnabled");
-    ASSERT_GE(failed, 0);
-    EXPECT_EQ(events.value(failed + 1), "done false");
-    EXPECT_TRUE(events.filter("setUEIBytes").isEmpty()) << "no message after a failed pass";
-    EXPECT_TRUE(logLines.contains("enumerating hubs")) << "the station is refreshed";
 }
-
-INSTANTIATE_TEST_SUITE_P(RestartAndRecovery, FailedPass,
-                         ::testing::Values(RebootSequence::Restart, RebootSequence::Recovery),
-                         [](const auto& parameter) {
-                             return parameter.param == RebootSequence::Restart ? "Restart"
-                                                                               : "Recovery";
-                         });
 
 TEST_F(PortSequences, RecoveryCountsAreLimitedToOneToTen) {
     for (auto [setting, cycles] : {std::pair{0, 6}, {11, 6}, {-1, 6}, {10, 10}, {1, 1}}) {

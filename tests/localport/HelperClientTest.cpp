@@ -99,14 +99,6 @@ TEST_F(HelperClient, AnyVersionButTheExpectedOneReinstallsAndReconnects) {
     EXPECT_EQ(ask(*client, &ZMRPrivHelperToolController::getVersionCallback), 100);
 }
 
-TEST_F(HelperClient, RepliesAreForwardedUnchanged) {
-    helper->status = 3;
-    auto client = controller();
-    EXPECT_EQ(ask(*client, &ZMRPrivHelperToolController::enterDFUMode), 3);
-    helper->status = -7;
-    EXPECT_EQ(ask(*client, &ZMRPrivHelperToolController::reboot), -7);
-}
-
 TEST_F(HelperClient, AMissingHelperIsInstalledAtCreationAndAFailedInstallIsAnnounced) {
     endpoint->installed = false;
     auto installed = ZMRPrivHelperToolController::initInstalling({endpoint, &center, 25000, 0});
@@ -164,15 +156,6 @@ TEST_F(HelperClient, ACallOutlivesTheConnectionItWasSentOn) {
     helper->quit();
     ASSERT_TRUE(runLoopUntil([&] { return !client->isConnected(); }));
     EXPECT_TRUE(runLoopUntil([&] { return failure.has_value(); }));
-}
-
-TEST_F(HelperClient, AClientGoneBeforeTheReplyIsNotCalled) {
-    helper->silent = true;
-    bool replied = false;
-    controller()->enterDFUMode([&](std::int64_t) { replied = true; },
-                               [&](const HelperFailure&) { replied = true; });
-    EXPECT_TRUE(runLoopUntil([&] { return helper->calls == 1; }));
-    EXPECT_FALSE(replied);
 }
 
 TEST(SystemEndpoint, InstalledMeansBothFilesAndTheAuthorisationFailureKeepsItsStatus) {

@@ -25,9 +25,8 @@
 namespace {
 
 using records::Outcome;
+using testing_support::noon;
 using testing_support::sampleRecord;
-
-const QDateTime noon(QDate(2026, 11, 20), QTime(12, 0), Qt::UTC);
 
 // The server pg_virtualenv started around this executable.
 QString serverURL() {
@@ -43,7 +42,8 @@ QString serverURL() {
 
 bool controlServer(const char* action) {
     QProcess control;
-    control.start("pg_ctlcluster", {qEnvironmentVariable("PGVERSION"), "regress", action, "-m", "fast"});
+    control.start("pg_ctlcluster",
+                  {qEnvironmentVariable("PGVERSION"), "regress", action, "-m", "fast"});
     return control.waitForFinished(30000) && control.exitCode() == 0;
 }
 
@@ -102,7 +102,8 @@ TEST_F(Facility, ForwardsInOrderAndKeepsEachRecordOnceWhenSentTwice) {
     for (const auto& waiting : store.waiting(5)) early << waiting.record;
     ASSERT_TRUE(facility.insert(early)) << facility.lastError().toStdString();
 
-    const records::ForwardResult result = records::RecordOutbox::forwardWaiting(store, facility, 10);
+    const records::ForwardResult result =
+        records::RecordOutbox::forwardWaiting(store, facility, 10);
     EXPECT_TRUE(result.reached) << result.error.toStdString();
     EXPECT_EQ(result.sent, 25);
     EXPECT_EQ(result.waiting, 0);
@@ -119,8 +120,8 @@ TEST_F(Facility, OutboxWaitsWhileTheServerIsDownAndCatchesUpInOrder) {
     c.store = std::make_unique<records::RecordStore>(storePath());
     c.outbox = std::make_unique<records::RecordOutbox>(
         storePath(), serverURL(),
-        records::RecordOutbox::Options{.firstRetryMs = 100, .longestRetryMs = 400,
-                                       .connectTimeoutSeconds = 2});
+        records::RecordOutbox::Options{
+            .firstRetryMs = 100, .longestRetryMs = 400, .connectTimeoutSeconds = 2});
     c.station = "bench";
     records::RestoreRecorder recorder(std::move(c));
     QStringList written;

@@ -8,6 +8,9 @@
 
 namespace testing_support {
 
+// The moment the sample records end at, unless a test moves it.
+inline const QDateTime noon(QDate(2026, 11, 20), QTime(12, 0), Qt::UTC);
+
 // A record as the recorder would hand it to a store: everything but its place in the chain.
 inline records::RestoreRecord sampleRecord(const QString& station, const QString& ecid,
                                            records::Outcome outcome, const QDateTime& ended,
@@ -29,8 +32,8 @@ inline records::RestoreRecord sampleRecord(const QString& station, const QString
     r.durationMs = 300000;
     r.outcome = outcome;
     r.exitStatus = outcome == records::Outcome::restored ? 0 : 21;
-    r.lastError = outcome == records::Outcome::failed ? QStringLiteral("libusbrestore error:21")
-                                                     : QString();
+    r.lastError =
+        outcome == records::Outcome::failed ? QStringLiteral("libusbrestore error:21") : QString();
     r.firmware = QStringLiteral("/srv/ipsw/UniversalMac_14.6.ipsw");
     r.firmwareSha256 = QString(64, 'a');
     r.tarvelVersion = QStringLiteral("0.1.0 (1)");

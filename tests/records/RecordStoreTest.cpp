@@ -17,9 +17,8 @@ namespace {
 
 using records::Outcome;
 using records::RecordStore;
+using testing_support::noon;
 using testing_support::sampleRecord;
-
-const QDateTime noon(QDate(2026, 11, 20), QTime(12, 0), Qt::UTC);
 
 class RecordStoreTest : public ::testing::Test {
   protected:

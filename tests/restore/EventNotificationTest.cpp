@@ -31,18 +31,13 @@ TEST(EventPayload, SortedKeysCompactJSONInStandardBase64) {
     ASSERT_EQ(arguments.size(), 4);
     EXPECT_EQ(arguments.mid(0, 3), QStringList({"/opt/on-event", "restoreCompleted", "fail"}));
     EXPECT_FALSE(arguments[3].contains('\n'));
-    EXPECT_EQ(QByteArray::fromBase64(arguments[3].toLatin1()), EventNotification::payloadJSON(info));
+    EXPECT_EQ(QByteArray::fromBase64(arguments[3].toLatin1()),
+              EventNotification::payloadJSON(info));
     EXPECT_EQ(EventNotification::arguments("/s", "deviceAttached", true, {})[2], "success");
 }
 
 class EventScript : public ::testing::Test {
   protected:
-    // A script that appends its event, outcome and decoded payload to a file, one line a call.
-    QString recordingScript() {
-        return scripts.write("on-event", "printf '%s %s %s\\n' \"$1\" \"$2\" \"$(printf %s \"$3\" | "
-                                         "base64 -d)\" >> '" +
-                                             scripts.path("calls") + "'");
-    }
     QStringList calls() const { return linesOf(scripts.path("calls")); }
 
     testing_support::Scripts scripts;
@@ -51,7 +46,7 @@ class EventScript : public ::testing::Test {
 };
 
 TEST_F(EventScript, TwoEventsInQuickSuccessionBothRunAndTheLastIsKept) {
-    const QString script = recordingScript();
+    const QString script = scripts.eventRecorder("calls");
     events.postEvent("restoreStarted", true, {{"ecid", "0x1"}}, script);
     events.postEvent("restoreCompleted", false, {{"devices", "1"}, {"error", "boom"}}, script);
     ASSERT_TRUE(runLoopUntil([&] { return calls().size() == 2; }));
@@ -67,11 +62,11 @@ TEST_F(EventScript, MissingUnsetNonExecutableAndDisabledScriptsRunNothing) {
     // Whatever was queued to the main loop has run once this marker has.
     auto flush = [] {
         bool flushed = false;
-        QMetaObject::invokeMethod(QCoreApplication::instance(), [&] { flushed = true; },
-                                  Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [&] { flushed = true; }, Qt::QueuedConnection);
         return runLoopUntil([&] { return flushed; });
     };
-    const QString script = recordingScript();
+    const QString script = scripts.eventRecorder("calls");
     QFile::setPermissions(script, QFile::ReadOwner | QFile::WriteOwner);
     events.postEvent("deviceAttached", true, {}, script);
     events.postEvent("deviceAttached", true, {}, scripts.path("absent"));

@@ -1,10 +1,11 @@
 #include "support/CollaboratorBuilder.h"
 #include "support/Scripts.h"
 
-#include "core/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
+#include "core/AppState.h"
 #include "core/SettingsKeys.h"
 #include "core/Sounds.h"
+#include "localport/AutoDFU.h"
 #include "restore/EventNotification.h"
 #include "restore/LocalPortAutoRestore.h"
 #include "restore/RestoreQueue.h"
@@ -13,7 +14,6 @@
 #include "support/RecordingAlerts.h"
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
-#include "localport/AutoDFU.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -35,9 +35,10 @@ const QString cancelled = "Restore Cancelled";
 const QString restored = "Restored Successfully";
 
 QString statusMessage(int status) {
-    return QStringLiteral("There was an error restoring the device with status %1. Please check "
-                          "log for error message. You can also try restoring with Apple "
-                          "Configurator to help identify issues.")
+    return QStringLiteral(
+               "There was an error restoring the device with status %1. Please check "
+               "log for error message. You can also try restoring with Apple "
+               "Configurator to help identify issues.")
         .arg(status);
 }
 
@@ -94,13 +95,12 @@ class RestoreBatch : public ::testing::Test {
   protected:
     void SetUp() override {
         settings.settings().setValue(core::keys::shouldPlaySound, true);
-        makeSession(
-            // Device 0x222 fails; every other device restores, or runs until stopped when the
-            // "hold" file exists.
-            scripts.write("cfgutil", "echo '{\"Step\":\"Restoring\",\"Progress\":0.35}'\n"
-                                     "[ \"$2\" = 546 ] && exit 3\n"
-                                     "[ -e '" + scripts.path("hold") + "' ] && exec sleep 30\n"
-                                     "exit 0"));
+        // Device 0x222 fails; every other device restores, or runs until stopped when the
+        // "hold" file exists.
+        makeSession(scripts.write("cfgutil",
+                                  "echo '{\"Step\":\"Restoring\",\"Progress\":0.35}'\n"
+                                  "[ \"$2\" = 546 ] && exit 3\n"
+                                  "[ -e \"${0%/*}/hold\" ] && exec sleep 30\nexit 0"));
     }
 
     void makeSession(const QString& tool) {
@@ -123,11 +123,7 @@ class RestoreBatch : public ::testing::Test {
 
     void useEventScript() {
         settings.settings().setValue(core::keys::shouldUseEventScript, true);
-        settings.settings().setValue(
-            core::keys::eventScriptPath,
-            scripts.write("on-event", "printf '%s %s %s\\n' \"$1\" \"$2\" \"$(printf %s \"$3\" | "
-                                      "base64 -d)\" >> '" +
-                                          scripts.path("events") + "'"));
+        settings.settings().setValue(core::keys::eventScriptPath, scripts.eventRecorder("events"));
     }
     QStringList events_() const {
         QFile file(scripts.path("events"));
@@ -211,7 +207,8 @@ TEST_F(RestoreBatch, PausesBetweenStartsFromTheSettingAndFailuresDoNotStopTheBat
     const QStringList seen = events_();
     EXPECT_EQ(seen[0], R"(restoreCompleted fail {"devices":"111,222,333","error":")" +
                            statusMessage(3) + "\"}");
-    EXPECT_EQ(seen.mid(1, 2), QStringList(2, R"(restoreCompleted success {"devices":"111,222,333"})"));
+    EXPECT_EQ(seen.mid(1, 2),
+              QStringList(2, R"(restoreCompleted success {"devices":"111,222,333"})"));
     EXPECT_TRUE(seen[3].startsWith(R"(restoreStarted success {"deviceType":"","ecid":"0x111")"))
         << seen[3].toStdString();
 }

@@ -1,7 +1,6 @@
 #include "StationFixture.h"
 
-using namespace simtest;
-
+namespace simtest {
 namespace {
 
 const QByteArray faultyStation = R"({
@@ -19,7 +18,7 @@ const QByteArray faultyStation = R"({
     {"serial": 48879000}
   ]
 })";
-constexpr qint64 hub = 0xBEEF;
+constexpr qint64 flaky = 0xBEEF;  // the hub whose calls are scripted to fail
 
 class Faults : public StationTest {
   protected:
@@ -27,24 +26,25 @@ class Faults : public StationTest {
 };
 
 TEST_F(Faults, ScriptedResultCodesAreAnsweredInOrderWithoutActing) {
-    EXPECT_EQ(connectHub(hub), 3);
-    EXPECT_EQ(connectHub(hub), 0);
-    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
-    EXPECT_EQ(stem("port.setEnabled", hub, 2, {{"value", 1}}), 0) << "another port is not scripted";
-    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 3);
+    EXPECT_EQ(connectHub(flaky), 3);
+    EXPECT_EQ(connectHub(flaky), 0);
+    EXPECT_EQ(stem("port.setEnabled", flaky, 3, {{"value", 0}}), 3);
+    EXPECT_EQ(stem("port.setEnabled", flaky, 2, {{"value", 1}}), 0)
+        << "another port is not scripted";
+    EXPECT_EQ(stem("port.setEnabled", flaky, 3, {{"value", 0}}), 3);
     EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), true)
         << "a refused call does nothing";
-    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 0}}), 0);
+    EXPECT_EQ(stem("port.setEnabled", flaky, 3, {{"value", 0}}), 0);
     clock_.advance(0);
     EXPECT_EQ(macNamed("CCCC333333").value("onBus").toBool(), false);
-    EXPECT_EQ(stem("port.setEnabled", hub, 3, {{"value", 1}}), 0) << "the script is used up";
+    EXPECT_EQ(stem("port.setEnabled", flaky, 3, {{"value", 1}}), 0) << "the script is used up";
 
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(stem("system.getVersion", hub, 0), 6) << "a hard error";
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(stem("system.getVersion", flaky, 0), 6) << "a hard error";
 }
 
 TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilReconnected) {
-    ASSERT_EQ(connectHub(hub), 3) << "the scripted first refusal";
-    ASSERT_EQ(connectHub(hub), 0);
+    ASSERT_EQ(connectHub(flaky), 3) << "the scripted first refusal";
+    ASSERT_EQ(connectHub(flaky), 0);
     auto discovered = [this] {
         return call("stem.discover", {{"linkType", 1}}).value("specs").toArray();
     };
@@ -52,11 +52,12 @@ TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilReconnected) {
     clock_.advance(10);
     ASSERT_EQ(discovered().size(), 1);
     EXPECT_EQ(discovered()[0].toObject().value("serial_num").toInteger(), 48879000);
-    EXPECT_EQ(stem("port.getEnabled", hub, 1), 25);
-    EXPECT_FALSE(call("stem.isConnected", {{"serial", hub}, {"link", links_.value(hub)}})
+    EXPECT_EQ(stem("port.getEnabled", flaky, 1), 25);
+    EXPECT_FALSE(call("stem.isConnected", {{"serial", flaky}, {"link", links_.value(flaky)}})
                      .value("connected")
                      .toBool());
-    EXPECT_EQ(call("stem.connect", {{"linkType", 1}, {"serial", hub}}).value("result").toInt(), 3);
+    EXPECT_EQ(call("stem.connect", {{"linkType", 1}, {"serial", flaky}}).value("result").toInt(),
+              3);
     EXPECT_TRUE(usbAt(0x01100000).isEmpty());
     EXPECT_TRUE(usbAt(0x01110000).isEmpty()) << "its Macs go with it";
     EXPECT_EQ(eventsNamed("usb.removed").size(), 7u);  // two hub halves, billboard, stem, 3 Macs
@@ -66,9 +67,9 @@ TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilReconnected) {
     clock_.advance(5);
     EXPECT_EQ(discovered().size(), 2);
     EXPECT_EQ(usbAt(0x01110000).value("idProduct").toInt(), 0x1227);
-    EXPECT_EQ(stem("port.getEnabled", hub, 1), 25) << "the old link died with the hub";
-    ASSERT_EQ(connectHub(hub), 0);
-    EXPECT_EQ(stem("port.getEnabled", hub, 1), 0);
+    EXPECT_EQ(stem("port.getEnabled", flaky, 1), 25) << "the old link died with the hub";
+    ASSERT_EQ(connectHub(flaky), 0);
+    EXPECT_EQ(stem("port.getEnabled", flaky, 1), 0);
 }
 
 TEST_F(Faults, RestoreReportsProgressReenumeratesAndEndsBooted) {
@@ -138,3 +139,4 @@ TEST_F(Faults, RestoreIsRefusedForMacsThatCannotBeRestored) {
 }
 
 }  // namespace
+}  // namespace simtest

@@ -1,11 +1,7 @@
 #include "StationFixture.h"
 
-using namespace simtest;
-
+namespace simtest {
 namespace {
-
-constexpr qint64 port3 = 0x01130000;  // hub A, port 3
-const QString mac3 = QStringLiteral("F7NQ4XR2HT");
 
 class MacBehaviour : public StationTest {
   protected:
@@ -196,3 +192,4 @@ TEST_F(MacBehaviour, HubPortsTakeMacsOverTime) {
 }
 
 }  // namespace
+}  // namespace simtest

@@ -11,8 +11,7 @@
 #include <atomic>
 #include <thread>
 
-using namespace simtest;
-
+namespace simtest {
 namespace {
 
 // The station served on a real socket in this process; blocking clients run on other threads
@@ -97,3 +96,4 @@ TEST(SocketClient, UnreachableSimulatorIsReportedNotAwaited) {
 }
 
 }  // namespace
+}  // namespace simtest

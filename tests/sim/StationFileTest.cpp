@@ -6,8 +6,7 @@
 
 #include <sys/stat.h>
 
-using namespace simtest;
-
+namespace simtest {
 namespace {
 
 QStringList errorsOf(const QByteArray& json) {
@@ -192,6 +191,12 @@ TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
                                    0x01110000, 0x01120000, 0x01130000, 0x01140000, 0x01150000,
                                    0x01200000, 0x01200000, 0x01280000, 0x02200000, 0x01210000,
                                    0x01220000, 0x01230000, 0x01240000, 0x01250000, 0x00100000}));
+    EXPECT_EQ(usbAt(0x01000000).value("idVendor").toInt(), 0x1D6B) << "a root hub";
+    EXPECT_EQ(usbAt(0x02000000).value("idProduct").toInt(), 0x0003) << "the USB 3 root hub";
+    EXPECT_EQ(usbAt(0x02100000).value("idVendor").toInt(), 0x24FF) << "the hub's USB 3 half";
+    EXPECT_TRUE(std::any_of(devices.begin(), devices.end(), [](const QJsonValue& device) {
+        return device["kUSBProductString"] == "Magic Keyboard";
+    })) << "a foreign Apple device";
     // Clearing the port nibble of a Mac's location gives its hub's location.
     for (int port = 1; port <= 5; ++port)
         EXPECT_EQ(usbAt(0x01200000 | port << 16).value("idVendor").toInt(), 0x05AC);
@@ -203,3 +208,4 @@ TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
 }
 
 }  // namespace
+}  // namespace simtest

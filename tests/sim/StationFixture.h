@@ -16,6 +16,8 @@ namespace simtest {
 
 inline constexpr qint64 hubA = 0x1C3B4A01;
 inline constexpr qint64 hubB = 0x1C3B4A02;
+inline constexpr qint64 port3 = 0x01130000;  // hub A, port 3
+inline const QString mac3 = QStringLiteral("F7NQ4XR2HT");
 inline const QByteArray dfuBytes = "040000001280ac050601000000000180";
 inline const QByteArray rebootBytes = "040000001280ac050501000000000080";
 

@@ -22,6 +22,13 @@ class Scripts {
         return path;
     }
     QString path(const QString& name) const { return dir.filePath(name); }
+    // An event script that appends "event outcome payload", the payload decoded, to `log`.
+    QString eventRecorder(const QString& log) {
+        return write("on-event",
+                     "printf '%s %s %s\\n' \"$1\" \"$2\" \"$(printf %s \"$3\" | "
+                     "base64 -d)\" >> '" +
+                         path(log) + "'");
+    }
 
     QTemporaryDir dir;
 };

@@ -5,7 +5,6 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
 #include <QJsonValue>
 #include <QSettings>
 
@@ -22,23 +21,27 @@ SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
 }
 
 SimulatedStation::~SimulatedStation() {
-    if (simulator_.state() == QProcess::NotRunning) return;
+    if (simulator_.state() == QProcess::NotRunning)
+        return;
     simulator_.kill();
     simulator_.waitForFinished();
 }
 
 QString SimulatedStation::start(const QStringList& arguments, double speed) {
     simulator_.setProcessEnvironment(environment_);
-    simulator_.start(executablePath("tarvel-sim"),
-                     QStringList{"--socket", socket_, "--speed", QString::number(speed)} + arguments);
-    if (!simulator_.waitForStarted(5000)) return {};
+    simulator_.start(
+        executablePath("tarvel-sim"),
+        QStringList{"--socket", socket_, "--speed", QString::number(speed)} + arguments);
+    if (!simulator_.waitForStarted(5000))
+        return {};
     const QDeadlineTimer deadline(5000);
     while (!simulator_.canReadLine() && !deadline.hasExpired()) simulator_.waitForReadyRead(100);
     return QString::fromUtf8(simulator_.readLine()).trimmed();
 }
 
 ProcessResult SimulatedStation::cli(const QStringList& arguments) const {
-    return runExecutable("tarvel-cli", QStringList{"--simulate=" + socket_} + arguments, environment_);
+    return runExecutable("tarvel-cli", QStringList{"--simulate=" + socket_} + arguments,
+                         environment_);
 }
 
 bool SimulatedStation::startCli(QProcess& process, const QStringList& arguments) const {
@@ -53,7 +56,8 @@ ProcessResult SimulatedStation::cliWithoutSimulator(const QStringList& arguments
 
 QString SimulatedStation::writeStation(const QByteArray& json) const {
     QFile file(folder_.filePath("station.json"));
-    if (file.open(QIODevice::WriteOnly)) file.write(json);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(json);
     return file.fileName();
 }
 
@@ -61,18 +65,6 @@ QJsonArray SimulatedStation::macs() const {
     core::SimulatorConnection connection(socket_);
     const auto reply = connection.request("macs.list");
     return reply ? reply->value("macs").toArray() : QJsonArray();
-}
-
-bool SimulatedStation::waitForContract(const QString& hub, int port) const {
-    const QDeadlineTimer deadline(5000);
-    while (!deadline.hasExpired()) {
-        const ProcessResult listed = cli({"hubs", "--json"});
-        for (const QJsonValue entry : QJsonDocument::fromJson(listed.standardOutput.toUtf8()).array())
-            if (entry["hub"].toString() == hub && entry["port"].toInt() == port &&
-                entry["voltage"].toString() != "5.0")
-                return true;
-    }
-    return false;
 }
 
 QString SimulatedStation::log() const {

@@ -11,7 +11,7 @@ namespace testing_support {
 // A real tarvel-sim on a socket of its own, with a private preferences store and log folder for
 // the tarvel-cli runs that talk to it. Stops the simulator when it goes.
 class SimulatedStation {
-public:
+  public:
     SimulatedStation();
     ~SimulatedStation();
 
@@ -28,9 +28,6 @@ public:
     QString writeStation(const QByteArray& json) const;
     // The simulator's Macs as "macs.list" answers them.
     QJsonArray macs() const;
-    // Waits up to five seconds for the port to have a power-delivery contract (more than the
-    // USB default of 5 V), without which a vendor message goes nowhere.
-    bool waitForContract(const QString& hub, int port) const;
     // Sets a preference in this station's private store.
     void setPreference(const QString& key, const QVariant& value) const;
 
@@ -44,7 +41,7 @@ public:
     QProcess& simulator() { return simulator_; }
     QProcessEnvironment& environment() { return environment_; }
 
-private:
+  private:
     QTemporaryDir folder_;
     QProcessEnvironment environment_ = QProcessEnvironment::systemEnvironment();
     QString socket_;

@@ -2,10 +2,8 @@
 
 #include <QSignalSpy>
 
+namespace bench_testing {
 namespace {
-
-using namespace bench_testing;
-
 // Restores start one at a time, the pause between processes apart, never more at once than
 // allowed, the longest waiting first; a failure on one port leaves the other's restore alone.
 TEST_F(Bench, RestoreStartsAreSpacedAndCapped) {
@@ -94,3 +92,4 @@ TEST_F(Bench, AMacPulledOutWhileQueuedGivesUpItsTurn) {
 }
 
 }  // namespace
+}  // namespace bench_testing

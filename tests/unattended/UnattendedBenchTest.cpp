@@ -8,10 +8,8 @@
 
 #include <QSignalSpy>
 
+namespace bench_testing {
 namespace {
-
-using namespace bench_testing;
-
 // As on the host's port: a few ticks to show DFU mode after each sequence, three sequences in all,
 // then the port asks for a person until that Mac is pulled out.
 TEST_F(Bench, AMacThatIgnoresDfuNeedsAttentionAfterTheRetries) {
@@ -219,3 +217,4 @@ TEST_F(BenchOnTheDesktop, PortPhasesShowOnTilesAndInTheHubPortCell) {
 }
 
 }  // namespace
+}  // namespace bench_testing

@@ -8,10 +8,8 @@
 
 #include <gtest/gtest.h>
 
+namespace usb_testing {
 namespace {
-
-using namespace usb_testing;
-
 class DeviceIOKitTest : public ::testing::Test {
   protected:
     DeviceIOKit queries() {
@@ -148,3 +146,4 @@ TEST(DeviceIOKitDeathTest, NegativeVendorOrEcidStopsTheProcess) {
 }
 
 }  // namespace
+}  // namespace usb_testing

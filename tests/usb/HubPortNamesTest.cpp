@@ -6,7 +6,7 @@
 
 namespace {
 
-usb::PropertyMap device(qint64 vendor, quint64 location, const QString& serial) {
+usb::PropertyMap benchEntry(qint64 vendor, quint64 location, const QString& serial) {
     return {{usb::keys::vendorID, vendor},
             {usb::keys::locationID, location},
             {usb::keys::serialNumber, serial}};
@@ -16,10 +16,10 @@ usb::PropertyMap device(qint64 vendor, quint64 location, const QString& serial) 
 // share its serial, a second hub hangs one tier deeper, and a foreign hub carries a serial that
 // would read as hexadecimal; a hub with a serial below 0x10 is named as every list names it.
 const QList<usb::PropertyMap> kBench = {
-    device(0x24FF, 0x02100000, "1C3B4A01"), device(0x24FF, 0x01180000, "1C3B4A01"),
-    device(0x24FF, 0x01400000, "0000000A"),
-    device(0x24FF, 0x01100000, "1C3B4A01"), device(0x24FF, 0x01230000, "00C0FFEE"),
-    device(0x05E3, 0x03100000, "000000001206"), device(0x05AC, 0x01130000, "H4WGJ2Q7PX"),
+    benchEntry(0x24FF, 0x02100000, "1C3B4A01"),   benchEntry(0x24FF, 0x01180000, "1C3B4A01"),
+    benchEntry(0x24FF, 0x01400000, "0000000A"),   benchEntry(0x24FF, 0x01100000, "1C3B4A01"),
+    benchEntry(0x24FF, 0x01230000, "00C0FFEE"),   benchEntry(0x05E3, 0x03100000, "000000001206"),
+    benchEntry(0x05AC, 0x01130000, "H4WGJ2Q7PX"),
 };
 
 TEST(HubPortNames, NamesTheUsablePortsBelowEachHubNearestTheRoot) {
@@ -39,7 +39,9 @@ TEST(HubPortNames, NamesTheUsablePortsBelowEachHubNearestTheRoot) {
 TEST(HubPortNames, AHubAtTheDeepestTierHasNoPortLocations) {
     EXPECT_EQ(usb::HubPortNames::portLocation(0x01234560, 2), 0x01234562u);
     EXPECT_EQ(usb::HubPortNames::portLocation(0x01234567, 2), std::nullopt);
-    EXPECT_TRUE(usb::HubPortNames({device(0x24FF, 0x01234567, "1C3B4A01")}).nameOf(0x01234567).isEmpty());
+    EXPECT_TRUE(usb::HubPortNames({benchEntry(0x24FF, 0x01234567, "1C3B4A01")})
+                    .nameOf(0x01234567)
+                    .isEmpty());
 }
 
 }  // namespace

@@ -9,10 +9,8 @@
 
 #include <vector>
 
+namespace usb_testing {
 namespace {
-
-using namespace usb_testing;
-
 // Timers that fire only when the test says so; each stays readable after the manager drops it.
 class ManualTimers {
   public:
@@ -173,3 +171,4 @@ TEST(USBWatcherTest, WithoutADelegateItStillDrainsAndStopsWatchingWhenDestroyed)
 }
 
 }  // namespace
+}  // namespace usb_testing

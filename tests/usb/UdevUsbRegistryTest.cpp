@@ -14,10 +14,8 @@
 
 #include <functional>
 
+namespace usb_testing {
 namespace {
-
-using namespace usb_testing;
-
 // A fake sysfs and uevent bus; every test builds its own before it opens a monitor.
 class UdevUsbRegistryTest : public ::testing::Test {
   protected:
@@ -163,3 +161,4 @@ TEST(UsbLocationTest, LocationFromBusAndPortPath) {
 }
 
 }  // namespace
+}  // namespace usb_testing
