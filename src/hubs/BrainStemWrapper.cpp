@@ -38,11 +38,13 @@ void BrainStemWrapper::setConnectedHub(std::shared_ptr<AcronameHub> hub) {
 }
 
 void BrainStemWrapper::print(const std::string& text) const {
-    if (console_.print) console_.print(text);
+    if (console_.print)
+        console_.print(text);
 }
 
 void BrainStemWrapper::log(const std::string& text) const {
-    if (console_.log) console_.log(text);
+    if (console_.log)
+        console_.log(text);
 }
 
 bool BrainStemWrapper::isLinkedToHub() {
@@ -61,7 +63,8 @@ bool BrainStemWrapper::isConnected() {
 
 bool BrainStemWrapper::disconnect() {
     log("disconnecting in BrainStemWrapper");
-    if (chub->disconnect() == stem::aErrNone) print("disconnected from hub\n");
+    if (chub->disconnect() == stem::aErrNone)
+        print("disconnected from hub\n");
     return true;
 }
 
@@ -98,10 +101,30 @@ std::function<void(int)> BrainStemWrapper::busyLog(const char* command, std::uin
     };
 }
 
+namespace {
+
+// The last port call this thread made, and on which hub's driver.
+struct PortCallOnThisThread {
+    const BrainStemWrapper* wrapper = nullptr;
+    std::int32_t result = -1;
+};
+thread_local PortCallOnThisThread lastPortCall;
+
+}  // namespace
+
+void BrainStemWrapper::notePortResult(stem::aErr err) {
+    lastPortResult_ = static_cast<std::int32_t>(err);
+    lastPortCall = {this, static_cast<std::int32_t>(err)};
+}
+
+std::int32_t BrainStemWrapper::lastPortResult() const {
+    return lastPortCall.wrapper == this ? lastPortCall.result : lastPortResult_.load();
+}
+
 bool BrainStemWrapper::enablePort(std::uint8_t port) {
     const stem::aErr err = hubs_detail::retryTransient(
         [&] { return chub->port(port).setEnabled(1); }, busyLog("enable", port));
-    lastPortResult_ = static_cast<std::int32_t>(err);
+    notePortResult(err);
     print(formatConsoleText("Enable port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;
 }
@@ -109,7 +132,7 @@ bool BrainStemWrapper::enablePort(std::uint8_t port) {
 bool BrainStemWrapper::disablePort(std::uint8_t port) {
     const stem::aErr err = hubs_detail::retryTransient(
         [&] { return chub->port(port).setEnabled(0); }, busyLog("disable", port));
-    lastPortResult_ = static_cast<std::int32_t>(err);
+    notePortResult(err);
     print(formatConsoleText("Disable port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;
 }
@@ -122,8 +145,8 @@ bool BrainStemWrapper::setPowerLimit(std::uint32_t limit, std::uint8_t port) {
 }
 
 bool BrainStemWrapper::setUnregulatedPowerSupplyMaxWatts(std::uint32_t watts) {
-    const stem::aErr err = hubs_detail::retryTransient(
-        [&] { return chub->system().setPowerLimitMax(watts * 1000); });
+    const stem::aErr err =
+        hubs_detail::retryTransient([&] { return chub->system().setPowerLimitMax(watts * 1000); });
     return err == stem::aErrNone;
 }
 
@@ -153,7 +176,8 @@ bool BrainStemWrapper::setPowerMode(std::uint8_t port, std::uint8_t mode) {
     if (mode == kPowerModePowerDelivery)
         print(formatConsoleText("Set port %d power mode to Power Delivery, Err: %d\n", port, 0));
     else
-        print(formatConsoleText("Set port %d power mode to standard downstream, Err: %d\n", port, 0));
+        print(
+            formatConsoleText("Set port %d power mode to standard downstream, Err: %d\n", port, 0));
     return true;
 }
 
@@ -173,7 +197,8 @@ bool BrainStemWrapper::inPDMode(std::uint8_t port) {
         log("error getting power role");
         return false;
     }
-    if (mode != kPowerModePowerDelivery) return false;
+    if (mode != kPowerModePowerDelivery)
+        return false;
     print(formatConsoleText("in PD mode for power %d: %d\n", port, 0));
     return true;
 }
@@ -227,7 +252,7 @@ bool BrainStemWrapper::sendVendorMessage(std::uint8_t port,
             return chub->pd(port).setUEIBytes(kVendorMessageOption, message.data(), message.size());
         },
         busyLog(message == kDFUMessage ? "DFU message" : "reboot message", port));
-    lastPortResult_ = static_cast<std::int32_t>(err);
+    notePortResult(err);
     // Both messages report in the DFU words.
     print(formatConsoleText("DFU port %d, Err: %d\n", port, err));
     return err == stem::aErrNone;

@@ -23,15 +23,15 @@ class AcronamePort;
 // writes its failures to the console; nothing is thrown. Calls block on the hub and are not
 // serialised: callers on several threads share one hub at their own risk, as with the library.
 class BrainStemWrapper {
-public:
+  public:
     // The vendor-defined messages that make the Mac on a port reboot or enter DFU mode. They are
     // the contract with the Mac and go out byte for byte.
     static constexpr std::array<std::uint8_t, 16> kRebootMessage = {
         0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05,
         0x05, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80};
-    static constexpr std::array<std::uint8_t, 16> kDFUMessage = {
-        0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05,
-        0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80};
+    static constexpr std::array<std::uint8_t, 16> kDFUMessage = {0x04, 0x00, 0x00, 0x00, 0x12, 0x80,
+                                                                 0xac, 0x05, 0x06, 0x01, 0x00, 0x00,
+                                                                 0x00, 0x00, 0x01, 0x80};
     static constexpr std::uint8_t kVendorMessageOption = 48;
     static constexpr std::uint8_t kProbedPortCount = 7;
 
@@ -79,15 +79,17 @@ public:
     bool rebootPort(std::uint8_t port);
     bool dfuPort(std::uint8_t port);
 
-    // The library's answer to the last enable, disable or vendor message; -1 before any.
-    std::int32_t lastPortResult() const { return lastPortResult_; }
+    // The library's answer to the last enable, disable or vendor message; -1 before any. Ports
+    // of one hub are worked from several threads at once: a thread that made a call reads its
+    // own answer, never the one another port's call left since.
+    std::int32_t lastPortResult() const;
 
     std::uint32_t hubTotalPowerLimit();
     QString firmwareVersion();
     bool makeSourceWithNoNegotiation();
     void discoverPortInfo();
 
-private:
+  private:
     bool setPowerMode(std::uint8_t port, std::uint8_t mode);
     bool setPowerRole(std::uint8_t port, std::uint8_t role);
     bool sendVendorMessage(std::uint8_t port, const std::array<std::uint8_t, 16>& message);
@@ -105,5 +107,6 @@ private:
 
     mutable std::mutex hubMutex_;
     std::shared_ptr<AcronameHub> connectedHub_;
+    void notePortResult(stem::aErr err);
     std::atomic<std::int32_t> lastPortResult_{-1};
 };

@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using testing::ElementsAre;
 using testing_support::ConsoleRecorder;
 using testing_support::FakeBackend;
@@ -17,7 +19,7 @@ namespace {
 constexpr std::uint32_t kSerial = 0x1234ABCD;
 
 class BrainStemWrapperTest : public testing::Test {
-protected:
+  protected:
     BrainStemWrapperTest() {
         backend->hub(kSerial);
         hub = std::make_shared<AcronameHub>(backend, core::Clock::system(), recorder.console());
@@ -50,8 +52,8 @@ TEST_F(BrainStemWrapperTest, VendorMessagesGoOutByteForByteOnTheirPort) {
                                                 0x06, 0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x80));
     ASSERT_TRUE(wrapper.rebootPort(5));
     EXPECT_THAT(backend->hub(kSerial).ports[5].lastUEIBytes,
-                ElementsAre(0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05, 0x05, 0x01, 0x00,
-                            0x00, 0x00, 0x00, 0x00, 0x80));
+                ElementsAre(0x04, 0x00, 0x00, 0x00, 0x12, 0x80, 0xac, 0x05, 0x05, 0x01, 0x00, 0x00,
+                            0x00, 0x00, 0x00, 0x80));
     // Both report in the DFU words.
     EXPECT_THAT(recorder.printed(), ElementsAre("DFU port 3, Err: 0\n", "DFU port 5, Err: 0\n"));
 }
@@ -71,8 +73,25 @@ TEST_F(BrainStemWrapperTest, TransientResultIsRetriedThreeTimesAtMost) {
     EXPECT_FALSE(wrapper.dfuPort(1));
     EXPECT_EQ(backend->count("pd[1].setUEIBytes"), 1);
 
-    EXPECT_THAT(recorder.printed(), ElementsAre("Enable port 2, Err: 3\n", "Disable port 4, Err: 0\n",
-                                                "DFU port 1, Err: 6\n"));
+    EXPECT_THAT(
+        recorder.printed(),
+        ElementsAre("Enable port 2, Err: 3\n", "Disable port 4, Err: 0\n", "DFU port 1, Err: 6\n"));
+}
+
+// Lanes and bench ports work one hub from several threads: a port whose message failed must
+// be told its own answer, not the success another port's call left on the hub since.
+TEST_F(BrainStemWrapperTest, EachThreadReadsTheAnswerToItsOwnLastPortCall) {
+    link();
+    backend->script("pd[2].setUEIBytes", {6});
+    EXPECT_FALSE(wrapper.dfuPort(2));
+    std::thread([this] {
+        EXPECT_TRUE(wrapper.enablePort(1));
+        EXPECT_EQ(wrapper.lastPortResult(), 0);
+    }).join();
+    EXPECT_EQ(wrapper.lastPortResult(), 6);
+    std::int32_t elsewhere = -2;
+    std::thread([this, &elsewhere] { elsewhere = wrapper.lastPortResult(); }).join();
+    EXPECT_EQ(elsewhere, 0) << "a thread that made no call reads the hub's last answer";
 }
 
 TEST_F(BrainStemWrapperTest, PowerRoleSettersReportInTheEnableWords) {
