@@ -66,7 +66,11 @@ void main(Task task) {
 }
 
 void global(Task task) {
-    QThreadPool::globalInstance()->start(new TaskRunnable(std::move(task)));
+    on(*QThreadPool::globalInstance(), std::move(task));
+}
+
+void on(QThreadPool& pool, Task task) {
+    pool.start(new TaskRunnable(std::move(task)));
 }
 
 // A thread per task rather than the shared pool: the pool caps its workers at the number of
@@ -106,7 +110,8 @@ void SerialQueue::run() {
         {
             std::unique_lock lock(mutex_);
             wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-            if (tasks_.empty()) return;
+            if (tasks_.empty())
+                return;
             task = std::move(tasks_.front());
             tasks_.pop_front();
         }

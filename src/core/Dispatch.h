@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+class QThreadPool;
+
 namespace dispatch {
 
 using Task = std::function<void()>;
@@ -18,6 +20,8 @@ void main(Task task);
 
 // Runs the task on a worker of the shared thread pool.
 void global(Task task);
+// Runs the task on a worker of `pool`.
+void on(QThreadPool& pool, Task task);
 
 // Runs every task at once, each on a thread of its own, and returns when all have finished, so
 // tasks that sleep or wait on each other never queue behind one another.
@@ -26,7 +30,7 @@ void concurrently(std::vector<Task> tasks);
 // One worker thread that runs tasks one after another in the order they were submitted. The
 // destructor lets the queued tasks finish.
 class SerialQueue {
-public:
+  public:
     explicit SerialQueue(QString label);
     ~SerialQueue();
     SerialQueue(const SerialQueue&) = delete;
@@ -35,7 +39,7 @@ public:
     void async(Task task);
     const QString& label() const { return label_; }
 
-private:
+  private:
     void run();
 
     QString label_;

@@ -4,7 +4,8 @@
 
 #include "configurator/AC2Device.h"
 
-#include <QPointer>
+#include "core/Dispatch.h"
+
 #include <QSet>
 
 namespace unattended {
@@ -69,16 +70,21 @@ ManagerPortDriver::~ManagerPortDriver() {
 }
 
 void ManagerPortDriver::refresh() {
-    QPointer<ManagerPortDriver> alive(this);
+    std::weak_ptr<int> alive = lifetime_;
+    // The listing may answer on any thread; the driver's state is the main thread's.
     manager_->refreshAcronameDevices([alive, this](AC2Devices entries) {
-        if (!alive)
-            return;
-        // Enabling ports is a round trip to each hub and a pause after it: never on the main
-        // loop. The destructor waits for the pool, so the driver outlives this task.
-        pool_.start([this, ports = usablePorts(entries)] {
-            station::PortRun::enableDisabledPorts(ports, *environment_.clock);
-            QMetaObject::invokeMethod(
-                this, [this, ports] { refreshed(ports); }, Qt::QueuedConnection);
+        dispatch::main([alive, this, entries] {
+            if (alive.expired())
+                return;
+            // Enabling ports is a round trip to each hub and a pause after it: never on the main
+            // loop. The destructor waits for the pool, so the driver outlives this task.
+            dispatch::on(pool_, [alive, this, ports = usablePorts(entries)] {
+                station::PortRun::enableDisabledPorts(ports, *environment_.clock);
+                dispatch::main([alive, this, ports] {
+                    if (!alive.expired())
+                        refreshed(ports);
+                });
+            });
         });
     });
 }
@@ -104,23 +110,18 @@ void ManagerPortDriver::recovery(const QString& port) {
 
 void ManagerPortDriver::run(const QString& name, station::PortRun::Sequence sequence) {
     const std::shared_ptr<AcronamePort> port = ports_.value(name);
-    QPointer<ManagerPortDriver> alive(this);
+    std::weak_ptr<int> alive = lifetime_;
     auto report = [alive, this, name](const SequenceOutcome& outcome) {
-        if (!alive)
-            return;
-        QMetaObject::invokeMethod(
-            alive.data(),
-            [alive, this, name, outcome] {
-                if (alive)
-                    emit sequenceEnded(name, outcome);
-            },
-            Qt::QueuedConnection);
+        dispatch::main([alive, this, name, outcome] {
+            if (!alive.expired())
+                emit sequenceEnded(name, outcome);
+        });
     };
     if (!port) {
         report({false, false, QStringLiteral("no such port")});
         return;
     }
-    pool_.start([this, port, sequence, report] {
+    dispatch::on(pool_, [this, port, sequence, report] {
         // A manager of its own per run, whose background work is this worker's: the sequence
         // has ended when it has started.
         auto environment = environment_;

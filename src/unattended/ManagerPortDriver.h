@@ -46,6 +46,8 @@ class ManagerPortDriver final : public PortDriver {
     std::shared_ptr<std::atomic<bool>> stopRequested_ = std::make_shared<std::atomic<bool>>(false);
     // Sequences sleep through their pauses; each needs a thread of its own.
     QThreadPool pool_;
+    // Work handed back to the main thread checks this before touching a driver that may be gone.
+    std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
 };
 
 }  // namespace unattended
