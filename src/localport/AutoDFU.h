@@ -40,7 +40,7 @@ class AutoDFU : public QObject {
 
   public:
     // The only USB location the cycle looks at: the Mac on this host's own DFU port.
-    static constexpr std::int64_t dfuPortAddress = 0x100000;
+    static constexpr std::int64_t dfuPortAddress = hostDfuPortAddress;
     // A Mac gets this many ticks after the DFU request to show up in DFU mode.
     static constexpr int waitingForDFUTicks = 6;
 

@@ -9,8 +9,8 @@
 #include "core/Log.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
-#include "localport/AutoDFU.h"
 #include "usb/HubPortNames.h"
+#include "usb/LocalPortHelper.h"
 #include "usb/UsbRegistry.h"
 
 #include <QSysInfo>
@@ -39,7 +39,7 @@ QString RestoreRecorder::versionText() {
 }
 
 DeviceLocation RestoreRecorder::registryLocation(std::int64_t locationID) {
-    if (locationID == AutoDFU::dfuPortAddress)
+    if (locationID == hostDfuPortAddress)
         return {{}, 0, QStringLiteral("host DFU port")};
     const std::optional<QList<usb::PropertyMap>> devices = usb::UsbRegistry::shared().devices();
     const QString name =

@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <functional>
 
+// Where the Mac on the host's own DFU port shows on USB.
+inline constexpr std::int64_t hostDfuPortAddress = 0x100000;
+
 // Why a call to the helper got no status.
 struct HelperFailure {
     enum class Kind : std::uint8_t {
