@@ -11,7 +11,6 @@
 #include "restore/EventNotification.h"
 #include "restore/RestoreSession.h"
 #include "restore/SoundPlayer.h"
-#include "localport/AutoDFU.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -104,14 +103,12 @@ int main(int argc, char** argv) {
     core::AppState appState;
     restore::EventNotification events;
     restore::SoundPlayer sounds;
-    AutoDFU autoDFU;
     restore::RestoreSession::Collaborators c =
         restore::RestoreSession::defaultCollaborators(&appState);
     c.settings = &settings;
     c.configurator = &utility;
     c.events = &events;
     c.sounds = &sounds;
-    c.autoDFU = &autoDFU;
     restore::RestoreSession session(c);
 
     qint64 lines = 0;

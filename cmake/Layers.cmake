@@ -6,11 +6,12 @@
 set(TARVEL_LAYERS
   "core"
   "usb hubs metrics"
-  "configurator localport"
-  "station doctor"
+  "configurator"
+  "station"
   "records"
   "restore"
-  "unattended"
+  "localport"
+  "unattended doctor"
   "cli app")
 
 set(TARVEL_LAYER_BELOW "")

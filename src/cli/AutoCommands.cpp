@@ -75,9 +75,7 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
         return fail(exitFailure, *problem);
     if (const auto problem = context.simulatorProblem())
         return fail(exitFailure, *problem);
-    auto collaborators = restore::RestoreSession::defaultCollaborators(nullptr);
-    collaborators.autoDFU = nullptr;
-    restore::RestoreSession session(collaborators);
+    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(nullptr));
     unattended::BenchAssembly assembly(choicesOf(options), session, context.driverConsole());
     if (const auto status = serveMetrics(options, assembly))
         return *status;

@@ -7,7 +7,7 @@
 
 #include "core/AppState.h"
 #include "localport/FirmwareUpdater.h"
-#include "restore/LocalPortAutoRestore.h"
+#include "localport/LocalPortAutoRestore.h"
 #include "restore/RestoreSession.h"
 #include "localport/AutoDFU.h"
 #include "usb/USBManager.h"
@@ -36,20 +36,26 @@ QString describe(const restore::DevicePtr& device) {
                : QStringLiteral("%1 (%2)").arg(ecid, device->serialNumber());
 }
 
+restore::RestoreSession::Collaborators restoresOf(AutoDFU& cycle, core::AppState& appState) {
+    auto collaborators = restore::RestoreSession::defaultCollaborators(&appState);
+    collaborators.hostPort = localport::LocalPortAutoRestore::handOffTo(cycle);
+    return collaborators;
+}
+
 // The restores of the cycle, with what the terminal shows of them.
 class AutoRestores {
   public:
     AutoRestores(AutoDFU& cycle, core::AppState& appState, FirmwareUpdater& updater)
-        : session_(restore::RestoreSession::defaultCollaborators(&appState)),
+        : session_(restoresOf(cycle, appState)),
           handOff_({&cycle, &session_, &appState,
-                    restore::LocalPortAutoRestore::configuratorListing(),
-                    restore::LocalPortAutoRestore::registryPortDevice()}) {
-        QObject::connect(&handOff_, &restore::LocalPortAutoRestore::restoreStarted,
+                    localport::LocalPortAutoRestore::configuratorListing(),
+                    localport::LocalPortAutoRestore::registryPortDevice()}) {
+        QObject::connect(&handOff_, &localport::LocalPortAutoRestore::restoreStarted,
                          [this](const restore::DevicePtr& device) {
                              current_ = device;
                              printLine(QStringLiteral("restoring %1").arg(describe(device)));
                          });
-        QObject::connect(&handOff_, &restore::LocalPortAutoRestore::deviceRestored,
+        QObject::connect(&handOff_, &localport::LocalPortAutoRestore::deviceRestored,
                          [this, &updater](const restore::DevicePtr& device) {
                              current_.reset();
                              updater.appendRestoredDevice(formatEcid(device->ecid()));
@@ -58,7 +64,7 @@ class AutoRestores {
                                            .arg(++restored_));
                          });
         QObject::connect(
-            &handOff_, &restore::LocalPortAutoRestore::restoreFailed,
+            &handOff_, &localport::LocalPortAutoRestore::restoreFailed,
             [this](const restore::DevicePtr& device, const QString& message) {
                 current_.reset();
                 if (message == cancelledMessage) {
@@ -93,7 +99,7 @@ class AutoRestores {
 
   private:
     restore::RestoreSession session_;
-    restore::LocalPortAutoRestore handOff_;
+    localport::LocalPortAutoRestore handOff_;
     restore::DevicePtr current_;
     QString lastStep_;
     int restored_ = 0;

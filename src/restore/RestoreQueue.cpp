@@ -11,7 +11,6 @@
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "records/RestoreRecorder.h"
-#include "localport/AutoDFU.h"
 
 #include <algorithm>
 #include <cctype>
@@ -95,8 +94,8 @@ void RestoreQueue::doRestore(const DeviceList& devices, const QString& batchId) 
     });
     postRestoreStarted(devices);
     // A bench of hub ports restores without the host port's cycle.
-    if (c_.autoDFU)
-        c_.autoDFU->setAutoTarvState(AutoTarvState::restoring);
+    if (c_.hostPort.batchStarted)
+        c_.hostPort.batchStarted();
 
     auto batch = std::make_shared<Batch>();
     batch->id = batchId;
@@ -219,9 +218,10 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
         session_.appendHistory(device, restoredSuccessfully);
         session_.setDeviceStatus(device, QStringLiteral("Successful"));
         session_.countRestored();
-        if (c_.appState && c_.appState->isAutoRestoreOn())
-            c_.autoDFU->restoreFinished();
-        else if (useScript)
+        if (c_.appState && c_.appState->isAutoRestoreOn()) {
+            if (c_.hostPort.macRestored)
+                c_.hostPort.macRestored();
+        } else if (useScript)
             postEvent(QStringLiteral("restoreCompleted"), true, devices);
     } else if (failed && !device->didCancel()) {
         batch->failed = true;

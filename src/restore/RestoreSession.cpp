@@ -11,7 +11,6 @@
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
 #include "records/RestoreRecorder.h"
-#include "localport/AutoDFU.h"
 
 #include <QDir>
 #include <QStorageInfo>
@@ -34,7 +33,6 @@ RestoreSession::Collaborators RestoreSession::defaultCollaborators(core::AppStat
     c.appState = appState;
     c.events = &EventNotification::shared();
     c.sounds = &SoundPlayer::shared();
-    c.autoDFU = &AutoDFU::shared();
     c.recorder = &records::RestoreRecorder::shared();
     c.homeFolder = core::realHomeFolder();
     c.firmwareCachePath = c.homeFolder + firmwareCacheSuffix;

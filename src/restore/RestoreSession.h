@@ -10,10 +10,10 @@
 #include <QTimer>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 class ZMRConfigurator2Utility;
-class AutoDFU;
 
 namespace core {
 class Alerts;
@@ -43,6 +43,13 @@ class RestoreSession : public QObject {
     Q_OBJECT
 
   public:
+    // The host DFU port's automatic cycle, told from the queue's thread when a batch starts and
+    // when a Mac has restored with automatic restore on. Empty on a bench of hub ports.
+    struct HostPortCycle {
+        std::function<void()> batchStarted;
+        std::function<void()> macRestored;
+    };
+
     struct Collaborators {
         core::Settings* settings = nullptr;
         core::Alerts* alerts = nullptr;
@@ -51,7 +58,7 @@ class RestoreSession : public QObject {
         core::AppState* appState = nullptr;
         EventNotification* events = nullptr;
         SoundPlayer* sounds = nullptr;
-        AutoDFU* autoDFU = nullptr;
+        HostPortCycle hostPort;
         // Keeps every outcome for good; none when null.
         records::RestoreRecorder* recorder = nullptr;
         QString firmwareCachePath;  // the free-space label measures its volume when it exists
@@ -59,7 +66,7 @@ class RestoreSession : public QObject {
     };
 
     // The shared services, the shared restore records, and Apple Configurator's firmware cache
-    // below the real home folder.
+    // below the real home folder; no host port cycle, which its owner hands in.
     static Collaborators defaultCollaborators(core::AppState* appState);
 
     explicit RestoreSession(Collaborators collaborators, QObject* parent = nullptr);

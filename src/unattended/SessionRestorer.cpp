@@ -13,7 +13,7 @@ const QString cancelledStatus = QStringLiteral("Restore Cancelled");
 }  // namespace
 
 SessionRestorer::SessionRestorer(restore::RestoreSession& session,
-                                 restore::LocalPortAutoRestore::ListDevices listDevices,
+                                 localport::LocalPortAutoRestore::ListDevices listDevices,
                                  QObject* parent)
     : Restorer(parent), session_(session), listDevices_(std::move(listDevices)) {
     connect(&session_, &restore::RestoreSession::deviceProgress, this,

@@ -2,7 +2,7 @@
 
 #include "unattended/Restorer.h"
 
-#include "restore/LocalPortAutoRestore.h"
+#include "localport/LocalPortAutoRestore.h"
 #include "restore/RestoreSession.h"
 
 #include <QHash>
@@ -16,7 +16,7 @@ class SessionRestorer final : public Restorer {
   public:
     // `listDevices` finds the Mac in Apple Configurator's listing by its USB location.
     SessionRestorer(restore::RestoreSession& session,
-                    restore::LocalPortAutoRestore::ListDevices listDevices,
+                    localport::LocalPortAutoRestore::ListDevices listDevices,
                     QObject* parent = nullptr);
 
     void restore(const QString& port, std::uint64_t location) override;
@@ -27,7 +27,7 @@ class SessionRestorer final : public Restorer {
     void deviceFinished(const restore::DevicePtr& device);
 
     restore::RestoreSession& session_;
-    restore::LocalPortAutoRestore::ListDevices listDevices_;
+    localport::LocalPortAutoRestore::ListDevices listDevices_;
     QHash<const AC2Device*, QString> portOf_;
     restore::DeviceList restoring_;
     bool cancelling_ = false;

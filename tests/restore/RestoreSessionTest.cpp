@@ -7,7 +7,7 @@
 #include "core/Sounds.h"
 #include "localport/AutoDFU.h"
 #include "restore/EventNotification.h"
-#include "restore/LocalPortAutoRestore.h"
+#include "localport/LocalPortAutoRestore.h"
 #include "restore/RestoreQueue.h"
 #include "restore/RestoreSession.h"
 #include "restore/SoundPlayer.h"
@@ -273,15 +273,15 @@ TEST_F(RestoreBatch, AutomaticRestoreHandsTheMacToTheLocalPortCycleInsteadOfTheS
 
 TEST_F(RestoreBatch, TheLocalPortHandOffRestoresTheMacOnThePortAndHandsAFailureBack) {
     appState.setIsAutoRestoreOn(true);
-    using Port = restore::LocalPortAutoRestore::PortDevice;
+    using Port = localport::LocalPortAutoRestore::PortDevice;
     Port port = Port::running;
     const DeviceList listed{device(0x111), device(0x222)};
-    restore::LocalPortAutoRestore handOff({&autoDFU, session.get(), &appState,
+    localport::LocalPortAutoRestore handOff({&autoDFU, session.get(), &appState,
                                            [&](auto done) { done(listed); }, [&] { return port; },
                                            50});
-    QSignalSpy started(&handOff, &restore::LocalPortAutoRestore::restoreStarted);
-    QSignalSpy succeeded(&handOff, &restore::LocalPortAutoRestore::deviceRestored);
-    QSignalSpy failed(&handOff, &restore::LocalPortAutoRestore::restoreFailed);
+    QSignalSpy started(&handOff, &localport::LocalPortAutoRestore::restoreStarted);
+    QSignalSpy succeeded(&handOff, &localport::LocalPortAutoRestore::deviceRestored);
+    QSignalSpy failed(&handOff, &localport::LocalPortAutoRestore::restoreFailed);
 
     // The cycle takes any arrival on the port for one in DFU mode; a running Mac goes back.
     autoDFU.setAutoTarvState(AutoTarvState::inDFU);

@@ -3,6 +3,7 @@
 #include "support/FakeUsbLookups.h"
 #include "support/Scripts.h"
 
+#include "localport/LocalPortAutoRestore.h"
 #include "usb/RepeatingTimer.h"
 
 namespace testing_support {
@@ -66,7 +67,7 @@ restore::RestoreSession::Collaborators CollaboratorBuilder::restoreSession(
     c.appState = &appState;
     c.events = &events;
     c.sounds = &sounds;
-    c.autoDFU = &autoDFU;
+    c.hostPort = localport::LocalPortAutoRestore::handOffTo(autoDFU);
     c.homeFolder = home;
     c.firmwareCachePath = home + "/no-cache";
     return c;

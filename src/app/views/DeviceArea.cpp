@@ -16,6 +16,7 @@
 #include "core/NotificationCenter.h"
 #include "core/Settings.h"
 #include "localport/AutoDFU.h"
+#include "localport/LocalPortAutoRestore.h"
 #include "restore/AttachmentEvents.h"
 #include "restore/RestoreSession.h"
 #include "unattended/BenchController.h"
@@ -54,8 +55,9 @@ DeviceArea::DeviceArea(core::AppState& state, QSettings& windowState, MainWindow
 DeviceArea::~DeviceArea() = default;
 
 void DeviceArea::buildModels(core::AppState& state) {
-    const restore::RestoreSession::Collaborators restoreEnvironment =
+    restore::RestoreSession::Collaborators restoreEnvironment =
         restore::RestoreSession::defaultCollaborators(&state);
+    restoreEnvironment.hostPort = localport::LocalPortAutoRestore::handOffTo(AutoDFU::shared());
     firmwareCachePath_ = restoreEnvironment.firmwareCachePath;
     session_ = std::make_unique<restore::RestoreSession>(restoreEnvironment);
     hubPorts_ = std::make_unique<app::HubPortWatch>(usb::UsbRegistry::shared(),

@@ -6,7 +6,7 @@
 #include "configurator/AC2Device.h"
 #include "localport/AutoDFU.h"
 #include "localport/FirmwareUpdater.h"
-#include "restore/LocalPortAutoRestore.h"
+#include "localport/LocalPortAutoRestore.h"
 
 #include <QSettings>
 
@@ -22,12 +22,12 @@ LocalPortSection::LocalPortSection(core::AppState& state, restore::RestoreSessio
     : QObject(parent),
       windowState_(windowState),
       updater_(std::make_unique<FirmwareUpdater>(FirmwareUpdater::defaultCollaborators(&state))),
-      autoRestore_(std::make_unique<restore::LocalPortAutoRestore>(
-          restore::LocalPortAutoRestore::Collaborators{
+      autoRestore_(std::make_unique<localport::LocalPortAutoRestore>(
+          localport::LocalPortAutoRestore::Collaborators{
               &AutoDFU::shared(), &session, &state,
-              restore::LocalPortAutoRestore::configuratorListing(),
-              restore::LocalPortAutoRestore::registryPortDevice()})) {
-    connect(autoRestore_.get(), &restore::LocalPortAutoRestore::deviceRestored, this,
+              localport::LocalPortAutoRestore::configuratorListing(),
+              localport::LocalPortAutoRestore::registryPortDevice()})) {
+    connect(autoRestore_.get(), &localport::LocalPortAutoRestore::deviceRestored, this,
             [this](const restore::DevicePtr& device) {
                 updater_->appendRestoredDevice(QStringLiteral("%1  %2").arg(
                     formatEcid(device->ecid()), device->serialNumber()));

@@ -13,10 +13,12 @@ class QWidget;
 namespace core {
 class AppState;
 }
-namespace restore {
+namespace localport {
 class LocalPortAutoRestore;
+}
+namespace restore {
 class RestoreSession;
-}  // namespace restore
+}
 
 namespace views {
 
@@ -38,7 +40,7 @@ class LocalPortSection : public QObject {
   private:
     QSettings& windowState_;
     std::unique_ptr<FirmwareUpdater> updater_;
-    std::unique_ptr<restore::LocalPortAutoRestore> autoRestore_;
+    std::unique_ptr<localport::LocalPortAutoRestore> autoRestore_;
 };
 
 }  // namespace views

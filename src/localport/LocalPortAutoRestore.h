@@ -1,15 +1,18 @@
 #pragma once
 
-#include "restore/RestoreSession.h"
-
 #include "localport/AutoDFU.h"
+
+#include "restore/RestoreSession.h"
 
 #include <QObject>
 #include <QTimer>
 
 #include <functional>
 
-namespace restore {
+namespace localport {
+
+using restore::DeviceList;
+using restore::DevicePtr;
 
 // The restore workflow's side of the automatic cycle on the host's own DFU port: when a Mac has
 // arrived there in DFU mode and automatic restore is on, it finds that Mac in Apple Configurator's
@@ -27,7 +30,7 @@ class LocalPortAutoRestore final : public QObject {
 
     struct Collaborators {
         AutoDFU* autoDFU = nullptr;
-        RestoreSession* session = nullptr;
+        restore::RestoreSession* session = nullptr;
         core::AppState* appState = nullptr;
         ListDevices listDevices;
         // What the USB registry shows on the DFU port now.
@@ -40,6 +43,8 @@ class LocalPortAutoRestore final : public QObject {
     static ListDevices configuratorListing();
     // Asks this process's USB registry.
     static std::function<PortDevice()> registryPortDevice();
+    // What the restore queue tells the cycle: a batch has started, a Mac has restored.
+    static restore::RestoreSession::HostPortCycle handOffTo(AutoDFU& cycle);
 
     explicit LocalPortAutoRestore(Collaborators collaborators, QObject* parent = nullptr);
 
@@ -60,4 +65,4 @@ class LocalPortAutoRestore final : public QObject {
     bool listing_ = false;
 };
 
-}  // namespace restore
+}  // namespace localport

@@ -1,11 +1,11 @@
-#include "restore/LocalPortAutoRestore.h"
+#include "localport/LocalPortAutoRestore.h"
 
 #include "core/AppState.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Log.h"
 #include "usb/DeviceIOKit.h"
 
-namespace restore {
+namespace localport {
 
 LocalPortAutoRestore::ListDevices LocalPortAutoRestore::configuratorListing() {
     return [](std::function<void(const DeviceList&)> done) {
@@ -30,6 +30,11 @@ std::function<LocalPortAutoRestore::PortDevice()> LocalPortAutoRestore::registry
     };
 }
 
+restore::RestoreSession::HostPortCycle LocalPortAutoRestore::handOffTo(AutoDFU& cycle) {
+    return {[&cycle] { cycle.setAutoTarvState(AutoTarvState::restoring); },
+            [&cycle] { cycle.restoreFinished(); }};
+}
+
 LocalPortAutoRestore::LocalPortAutoRestore(Collaborators collaborators, QObject* parent)
     : QObject(parent), c_(std::move(collaborators)) {
     retry_.setSingleShot(true);
@@ -37,7 +42,7 @@ LocalPortAutoRestore::LocalPortAutoRestore(Collaborators collaborators, QObject*
     connect(&retry_, &QTimer::timeout, this, &LocalPortAutoRestore::lookForTheMac);
     connect(c_.autoDFU, &AutoDFU::autoTarvStateChanged, this, &LocalPortAutoRestore::stateChanged,
             Qt::QueuedConnection);
-    connect(c_.session, &RestoreSession::batchFinished, this, &LocalPortAutoRestore::batchFinished);
+    connect(c_.session, &restore::RestoreSession::batchFinished, this, &LocalPortAutoRestore::batchFinished);
 }
 
 void LocalPortAutoRestore::stateChanged(AutoTarvState state) {
@@ -103,4 +108,4 @@ void LocalPortAutoRestore::batchFinished(bool failed, bool cancelled) {
         device, cancelled ? QStringLiteral("Restore Cancelled") : c_.session->errorMessage());
 }
 
-}  // namespace restore
+}  // namespace localport
