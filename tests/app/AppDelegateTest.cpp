@@ -22,21 +22,19 @@ using app::AppDelegate;
 class AppDelegateTest : public ::testing::Test {
   protected:
     AppDelegate& delegate() {
-        if (!delegate_) {
-            app::AppDelegateEnvironment environment;
-            environment.settings = &settings.settings();
-            environment.clock = &clock;
-            environment.notifications = &center;
-            environment.alerts = &alerts;
-            environment.bundleVersion = bundleVersion;
-            environment.log = [this](const QString& line) { logLines << line; };
-            environment.standardOutput = [this](const QString& text) { printed += text; };
-            environment.takeDisplaySleepAssertion = [this] { ++assertionsTaken; };
-            environment.bringToFront = [this] { ++broughtToFront; };
-            environment.disconnectAllHubs = [this] { ++hubDisconnections; };
-            environment.startVersionCheck = [this] { ++versionChecks; };
-            delegate_ = std::make_unique<AppDelegate>(std::move(environment));
-        }
+        if (!delegate_)
+            delegate_ = std::make_unique<AppDelegate>(app::AppDelegateEnvironment{
+                .settings = &settings.settings(),
+                .clock = &clock,
+                .notifications = &center,
+                .alerts = &alerts,
+                .bundleVersion = bundleVersion,
+                .log = [this](const QString& line) { logLines << line; },
+                .standardOutput = [this](const QString& text) { printed += text; },
+                .takeDisplaySleepAssertion = [this] { ++assertionsTaken; },
+                .bringToFront = [this] { ++broughtToFront; },
+                .disconnectAllHubs = [this] { ++hubDisconnections; },
+                .startVersionCheck = [this] { ++versionChecks; }});
         return *delegate_;
     }
 
@@ -93,18 +91,24 @@ TEST_F(AppDelegateTest, LaunchKeepsTheDisplayAwakeAndChecksForUpdatesOnlyWhenAll
 }
 
 TEST(StayInFrontSeconds, StoredTextAsWholeSeconds) {
-    using app::stay_in_front::seconds;
-    EXPECT_EQ(seconds(QVariant()), 15);
-    EXPECT_EQ(seconds(QStringLiteral("")), 15);
-    for (const char* text : {"abc", " 10", "10 ", "1.5", "+", "99999999999999999999"})
-        EXPECT_EQ(seconds(QString::fromLatin1(text)), 15) << text;
-    EXPECT_EQ(seconds(QStringLiteral("0")), 0);
-    EXPECT_EQ(seconds(QStringLiteral("-5")), 0);
-    EXPECT_EQ(seconds(QStringLiteral("+20")), 20);
-    EXPECT_EQ(seconds(QStringLiteral("30")), 30);
+    const std::pair<QVariant, qint64> cases[] = {
+        {QVariant(), 15}, {"", 15},  {" 10", 15}, {"10 ", 15},
+        {"1.5", 15},      {"+", 15}, {"abc", 15}, {"99999999999999999999", 15},
+        {"0", 0},         {"-5", 0}, {"+20", 20}, {"30", 30}};
+    for (const auto& [stored, seconds] : cases)
+        EXPECT_EQ(app::stay_in_front::seconds(stored), seconds) << stored.toString().toStdString();
 }
 
-TEST_F(AppDelegateTest, PullsBackWhileTheStayInFrontTimeLasts) {
+TEST_F(AppDelegateTest, PullsBackOnlyWhileARequestedStayInFrontTimeLasts) {
+    delegate().applicationDidFinishLaunching();
+    delegate().appMovedToBackground();
+    EXPECT_EQ(broughtToFront, 0) << "no request, no pull";
+    center.post(AppDelegate::lastRequestedStayInFrontNotification);
+    center.post(AppDelegate::cancelStayInFrontNotification);
+    clock.advanceMilliseconds(1'000);
+    delegate().appMovedToBackground();
+    EXPECT_EQ(broughtToFront, 0) << "the request was withdrawn";
+
     EXPECT_EQ(pullsBackAfter(10'000), 1);
     clock.advanceMilliseconds(6'000);
     delegate().appMovedToBackground();
@@ -112,18 +116,6 @@ TEST_F(AppDelegateTest, PullsBackWhileTheStayInFrontTimeLasts) {
 
     settings.settings().setValue(core::keys::stayInFrontAfterDFUSecs, QStringLiteral("0"));
     EXPECT_EQ(pullsBackAfter(0), 1) << "zero seconds never pull back";
-}
-
-TEST_F(AppDelegateTest, NotAfterTheRequestIsWithdrawnOrWithoutOne) {
-    delegate().applicationDidFinishLaunching();
-    delegate().appMovedToBackground();
-    EXPECT_EQ(broughtToFront, 0);
-
-    center.post(AppDelegate::lastRequestedStayInFrontNotification);
-    center.post(AppDelegate::cancelStayInFrontNotification);
-    clock.advanceMilliseconds(1'000);
-    delegate().appMovedToBackground();
-    EXPECT_EQ(broughtToFront, 0);
 }
 
 TEST_F(AppDelegateTest, QuitIsRefusedWithAnAlertWhileABatchRuns) {

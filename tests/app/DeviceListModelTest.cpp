@@ -97,6 +97,28 @@ TEST_F(DeviceList, GoneMacsLeaveAfterTheGracePeriodUnlessRestoring) {
     EXPECT_EQ(model.deviceAt(0)->ecid(), 0xB2u);
 }
 
+TEST_F(DeviceList, TheMergeKeepsAModelOnceReported) {
+    const auto modelColumn = [&](int role) {
+        return model.index(0, DeviceListModel::Model).data(role);
+    };
+    const auto listing = [](const QString& deviceType) {
+        auto device = listed(0xE1, "", 0x1130000);
+        device->setDeviceType(deviceType);
+        return device;
+    };
+    // A Mac in DFU mode names its chip and board on USB before any listing.
+    roster.usbDevicesAdded({{1452, "", 0x1130000, dfuProduct, 0xE1, 0x8112, 0x24}});
+    EXPECT_EQ(modelColumn(Qt::ToolTipRole).toString(), "Mac14,3");
+    // The listing's own model wins; a later listing without one does not erase it.
+    roster.applyListing({listing("Mac14,2")});
+    EXPECT_EQ(modelColumn(Qt::DisplayRole).toString(), "MacBook Air (13-inch, M2, 2022)");
+    roster.applyListing({listing("")});
+    EXPECT_EQ(modelColumn(Qt::ToolTipRole).toString(), "Mac14,2");
+    // Back on USB under the same ECID, it keeps what it was.
+    roster.usbDevicesAdded({{1452, "", 0x1130000, dfuProduct, 0xE1, 0x8103, 0x22}});
+    EXPECT_EQ(modelColumn(Qt::ToolTipRole).toString(), "Mac14,2");
+}
+
 TEST(DeviceCSV, HeaderThenOneQuotedLinePerDevice) {
     auto plain = listed(0xA1, "C02XYZ", 0x1110000);
     plain->setProductID("0x1227");

@@ -7,7 +7,6 @@
 #include "support/TestSettings.h"
 
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QUuid>
 
 #include <gtest/gtest.h>
@@ -19,6 +18,13 @@ using Outcome = app::VersionCheck::Outcome;
 
 const QByteArray kNewer = R"({"com.kestrune.Tarvel": {"product": "com.kestrune.Tarvel",
     "version": "1.10.0", "release_date": "2026-11-01"}})";
+
+QByteArray entryWithVersion(const QByteArray& version, qsizetype paddedTo = 0) {
+    QByteArray body = R"({"com.kestrune.Tarvel": {"product": "x", "version": ")" + version +
+                      R"(", "release_date": ""}, "padding": ")";
+    body += QByteArray(std::max<qsizetype>(0, paddedTo - body.size() - 2), 'x') + "\"}";
+    return body;
+}
 
 class VersionCheckTest : public ::testing::Test {
   protected:
@@ -72,11 +78,17 @@ TEST_F(VersionCheckTest, EveryOtherEndingIsSilent) {
         {200, "[1, 2]", Outcome::BadDocument},
         {200, R"({"com.kestrune.Other": {"product": "x", "version": "9.0", "release_date": ""}})",
          Outcome::NoEntry},
-        {200,
-         R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9.2", "release_date": ""}})",
-         Outcome::NotNewer},
-        {200, R"({"com.kestrune.Tarvel": {"product": "x", "version": "1.9", "release_date": ""}})",
-         Outcome::NotNewer},
+        {200, entryWithVersion("1.9.2"), Outcome::NotNewer},
+        {200, entryWithVersion("1.9"), Outcome::NotNewer},
+        // A version that is not digits and dots could carry markup into the alert.
+        {200, entryWithVersion("9.<a href='https://example.invalid/x'>click</a>"),
+         Outcome::BadVersion},
+        {200, entryWithVersion("9.0 "), Outcome::BadVersion},
+        {200, entryWithVersion("<b>9</b>"), Outcome::BadVersion},
+        {200, entryWithVersion("9..0"), Outcome::BadVersion},
+        {200, entryWithVersion("\u0669.0"), Outcome::BadVersion},
+        {200, entryWithVersion(""), Outcome::BadVersion},
+        {200, entryWithVersion("9.0", VersionCheck::maxBodyBytes + 1), Outcome::TooLarge},
     };
     for (const auto& c : cases) {
         server.respond(c.status, c.body);
@@ -91,12 +103,9 @@ TEST_F(VersionCheckTest, NoAddressOrNoServerEndsSilently) {
     EXPECT_EQ(check(), Outcome::NoURL);
     EXPECT_TRUE(server.requests().isEmpty());
 
-    QTcpServer closed;
-    closed.listen(QHostAddress::LocalHost);
-    const quint16 port = closed.serverPort();
-    closed.close();
+    // Nothing listens on port 1.
     settings.settings().setValue(core::keys::versionCheckURL,
-                                 QStringLiteral("http://127.0.0.1:%1/version.json").arg(port));
+                                 QStringLiteral("http://127.0.0.1:1/version.json"));
     EXPECT_EQ(check(), Outcome::NetworkError);
     EXPECT_TRUE(alerts.shown().empty());
 }
@@ -118,28 +127,7 @@ TEST_F(VersionCheckTest, RequestCarriesTheFourHeadersAndOneInstallationIdentifie
     EXPECT_EQ(server.requests().back().value("zmr-info-unique-id"), stored.toUtf8());
 }
 
-QByteArray entryWithVersion(const QByteArray& version, qsizetype paddedTo = 0) {
-    QByteArray body = R"({"com.kestrune.Tarvel": {"product": "x", "version": ")" + version +
-                      R"(", "release_date": ""}, "padding": ")";
-    body += QByteArray(std::max<qsizetype>(0, paddedTo - body.size() - 2), 'x') + "\"}";
-    return body;
-}
-
-TEST_F(VersionCheckTest, AVersionThatIsNotDigitsAndDotsIsIgnored) {
-    for (const QByteArray& version :
-         {QByteArray("9.<a href='https://example.invalid/x'>click</a>"), QByteArray("9.0 "),
-          QByteArray("<b>9</b>"), QByteArray("9..0"), QByteArray("\u0669.0"), QByteArray("")}) {
-        server.respond(200, entryWithVersion(version));
-        EXPECT_EQ(check(), Outcome::BadVersion) << version.toStdString();
-    }
-    EXPECT_TRUE(alerts.shown().empty());
-}
-
-TEST_F(VersionCheckTest, ABodyOverTheLimitIsDroppedAndOneAtTheLimitIsRead) {
-    server.respond(200, entryWithVersion("9.0", VersionCheck::maxBodyBytes + 1));
-    EXPECT_EQ(check(), Outcome::TooLarge);
-    EXPECT_TRUE(alerts.shown().empty());
-
+TEST_F(VersionCheckTest, ABodyAtTheLimitIsRead) {
     server.respond(200, entryWithVersion("9.0", VersionCheck::maxBodyBytes));
     EXPECT_EQ(check(), Outcome::Newer);
     ASSERT_EQ(alerts.shown().size(), 1u);

@@ -20,7 +20,6 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
-#include <QHeaderView>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -38,18 +37,6 @@
 namespace {
 
 using testing_support::ScriptedHubStation;
-
-app::AppDelegateEnvironment delegateEnvironment(testing_support::TestSettings& settings,
-                                                core::Clock& clock,
-                                                core::NotificationCenter& center,
-                                                core::Alerts& alerts) {
-    app::AppDelegateEnvironment environment;
-    environment.settings = &settings.settings();
-    environment.clock = &clock;
-    environment.notifications = &center;
-    environment.alerts = &alerts;
-    return environment;
-}
 
 class HubWindowTest : public ::testing::Test {
   protected:
@@ -86,6 +73,12 @@ TEST_F(HubWindowTest, ShowsThePortsAndActsOnlyOnASelection) {
     click(2);
     EXPECT_TRUE(window.dfuAction()->isEnabled());
 
+    click(6);
+    click(8, Qt::ControlModifier);  // the same hub: one command, not two
+    window.toggleLEDAction()->trigger();
+    window.rebootHubAction()->trigger();
+    EXPECT_EQ(station->requests, (QStringList{"led 1002", "reboot 1002"}));
+
     QSignalSpy closed(&window, &views::HubWindow::closed);
     window.close();
     EXPECT_EQ(closed.size(), 1);
@@ -107,14 +100,6 @@ TEST_F(HubWindowTest, DfuOnClickedRowsShowsTheLiveSheetUntilTheSequenceEnds) {
 
     station->finish();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !sheet->isVisible(); }, 2000));
-}
-
-TEST_F(HubWindowTest, ContextLabelsAndHubCommandsActOnTheSelection) {
-    click(6);
-    click(8, Qt::ControlModifier);  // the same hub: one command, not two
-    window.toggleLEDAction()->trigger();
-    window.rebootHubAction()->trigger();
-    EXPECT_EQ(station->requests, (QStringList{"led 1002", "reboot 1002"}));
 }
 
 TEST_F(HubWindowTest, EveryCommandHasAPictureOfItsOwn) {
@@ -149,7 +134,14 @@ class WindowRulesTest : public HubWindowTest {
     testing_support::TestSettings settings;
     testing_support::VirtualClock clock;
     testing_support::RecordingAlerts alerts;
-    app::AppDelegate delegate{delegateEnvironment(settings, clock, center, alerts)};
+    app::AppDelegate delegate{[this] {
+        app::AppDelegateEnvironment environment;
+        environment.settings = &settings.settings();
+        environment.clock = &clock;
+        environment.notifications = &center;
+        environment.alerts = &alerts;
+        return environment;
+    }()};
     views::QuitGuard guard{delegate};
     core::AppState state;
     views::MainWindow mainWindow{state, nullptr};
@@ -259,7 +251,7 @@ TEST_F(OptionsSheetTest, AFreshUserSeesTheSheetsDefaults) {
     EXPECT_TRUE(store().userKeys().isEmpty()) << "showing writes nothing";
 }
 
-TEST_F(OptionsSheetTest, EveryChangeIsWrittenAtOnceAndTextsAsTyped) {
+TEST_F(OptionsSheetTest, EveryChangeIsWrittenAtOnceAndReopeningReadsTheStoreAgain) {
     sheet.show();
     sheet.toggle(core::keys::acronameSkipDFUSDPMode)->click();
     EXPECT_EQ(store().userValue(core::keys::acronameSkipDFUSDPMode).toBool(), false);
@@ -267,10 +259,7 @@ TEST_F(OptionsSheetTest, EveryChangeIsWrittenAtOnceAndTextsAsTyped) {
     pause->clear();
     QTest::keyClicks(pause, QStringLiteral("abc"));
     EXPECT_EQ(store().userValue(core::keys::timeBetweenProcesses).toString(), "abc");
-}
 
-TEST_F(OptionsSheetTest, ReopeningReadsTheStoreAgain) {
-    sheet.show();
     sheet.hide();
     store().setValue(core::keys::stayInFrontAfterDFUSecs, QStringLiteral("40"));
     store().setValue(core::keys::shouldPlaySound, false);

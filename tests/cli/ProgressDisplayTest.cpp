@@ -1,7 +1,7 @@
 #include "RecordedPorts.h"
 
-#include "station/PortVerdict.h"
 #include "cli/ProgressDisplay.h"
+#include "station/PortVerdict.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -18,9 +18,9 @@ using Step = PortProgress::Step;
 class Rendering : public ::testing::Test {
   protected:
     std::unique_ptr<ProgressDisplay> display(ProgressDisplay::Style style, int width = 80,
-                                             bool color = false) {
+                                             bool color = false, bool linePerHub = false) {
         return std::make_unique<ProgressDisplay>(
-            ProgressDisplay::Options{style, width, color},
+            ProgressDisplay::Options{style, width, color, linePerHub},
             [this](const QByteArray& bytes) { output += bytes; }, [this] { return milliseconds; });
     }
 
@@ -130,9 +130,7 @@ TEST_F(Rendering, ParallelHubsGetALineEachBelowTheLiveLine) {
         event.count = 6;
         return event;
     };
-    const ProgressDisplay::Options options{ProgressDisplay::Style::Terminal, 60, false, true};
-    const auto shown = std::make_unique<ProgressDisplay>(
-        options, [this](const QByteArray& bytes) { output += bytes; }, [this] { return milliseconds; });
+    const auto shown = display(ProgressDisplay::Style::Terminal, 60, false, true);
     shown->headline("Putting devices into DFU mode (setting power role)");
     shown->port(inList(second.step(1, Step::Disable), 3));
     shown->port(inList(recorded.step(1, Step::Disable), 0));

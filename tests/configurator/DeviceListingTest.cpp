@@ -18,6 +18,18 @@ QString fixture(const QString& name) {
     return QString::fromUtf8(file.readAll());
 }
 
+// What a listing and the USB registry fill in, as one line to compare.
+QStringList fieldsOf(const AC2Device& device) {
+    return {QString::number(device.ecid(), 16),
+            device.udid(),
+            device.deviceType(),
+            device.name(),
+            QString::number(device.locationID()),
+            device.inDFU() ? "DFU" : "booted",
+            device.serialNumber(),
+            device.productID()};
+}
+
 TEST(DeviceListing, TextWithANulInsideIsKeptNotFatal) {
     testing_support::FakeUsbLookups usb;
     QString listing = fixture("list-two-macs.plist");
@@ -41,22 +53,15 @@ TEST(DeviceListing, CompletesEachReportedDeviceFromTheUsbRegistry) {
         parseDeviceListing(fixture("list-two-macs.plist"), usb);
     ASSERT_EQ(devices.size(), 2);
     const AC2Device& dfu = *devices[0];
-    EXPECT_EQ(dfu.ecid(), 0x16594A1492801Eu);
-    EXPECT_EQ(dfu.udid(), "00008110-0016594A1492801E");
-    EXPECT_EQ(dfu.deviceType(), "Macmini9,1");
-    EXPECT_EQ(dfu.name(), "Bench Mini 1");
-    EXPECT_EQ(dfu.locationID(), 1048576);
-    EXPECT_TRUE(dfu.inDFU());
-    EXPECT_EQ(dfu.serialNumber(), "") << "an iBoot string is no serial number";
-    EXPECT_EQ(dfu.productID(), "0x1227");
-    EXPECT_EQ(dfu.ioKitInfo().value("kUSBProductString"), "Apple Mobile Device (DFU Mode)");
-
     const AC2Device& booted = *devices[1];
-    EXPECT_EQ(booted.ecid(), 0x1A2B3C4D5E6F70u);
-    EXPECT_FALSE(booted.inDFU());
-    EXPECT_EQ(booted.serialNumber(), "C02XK1ABQ6NV");
-    EXPECT_EQ(booted.productID(), "0x1905");
-
+    // An iBoot string is no serial number.
+    EXPECT_EQ(fieldsOf(dfu),
+              QStringList({"16594a1492801e", "00008110-0016594A1492801E", "Macmini9,1",
+                           "Bench Mini 1", "1048576", "DFU", "", "0x1227"}));
+    EXPECT_EQ(dfu.ioKitInfo().value("kUSBProductString"), "Apple Mobile Device (DFU Mode)");
+    EXPECT_EQ(fieldsOf(booted),
+              QStringList({"1a2b3c4d5e6f70", "00008103-001A2B3C4D5E6F70", "MacBookAir10,1", "Air 2",
+                           "17956864", "booted", "C02XK1ABQ6NV", "0x1905"}));
     EXPECT_NE(dfu.myIdProperty(), booted.myIdProperty());
     EXPECT_EQ(dfu.myIdProperty(), dfu.myIdProperty().toUpper());
     EXPECT_EQ(dfu.myIdProperty().size(), 36);
@@ -68,12 +73,8 @@ TEST(DeviceListing, KeepsWhatTheToolSaidWhenTheRegistryKnowsNothing) {
     const configurator::DeviceList devices = parseDeviceListing(fixture("list-partial.plist"), usb);
     // The key missing from "Output" is left out; an ECID without its prefix still gives a record.
     ASSERT_EQ(devices.size(), 2);
-    const AC2Device& tablet = *devices[0];
-    EXPECT_EQ(tablet.ecid(), 0x1234u);
-    EXPECT_EQ(tablet.locationID(), 0);
-    EXPECT_FALSE(tablet.inDFU());
-    EXPECT_EQ(tablet.serialNumber(), "");
-    EXPECT_EQ(tablet.productID(), "0x00");
+    EXPECT_EQ(fieldsOf(*devices[0]),
+              QStringList({"1234", "udid-k", "iPad14,1", "Tablet", "0", "booted", "", "0x00"}));
     EXPECT_EQ(devices[1]->ecid(), 0u);
     EXPECT_EQ(devices[1]->name(), "No prefix");
     // Without a locationID only the property look-up is made, at location 0.

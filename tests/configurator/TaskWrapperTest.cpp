@@ -36,8 +36,17 @@ struct Recorder {
                 pidAtStart = self->pid();
             },
             [this](int status) { ends.push_back(status); },
-            [this](const QString& chunk) { output << chunk; },
-            [this](const QString& chunk) { errors << chunk; }, arguments, clock);
+            [this](const QString& chunk) {
+                output << chunk;
+                if (onChunk)
+                    onChunk();
+            },
+            [this](const QString& chunk) {
+                errors << chunk;
+                if (onChunk)
+                    onChunk();
+            },
+            arguments, clock);
         self = runner.get();
         return runner;
     }
@@ -45,7 +54,16 @@ struct Recorder {
         return runLoopUntil([&] { return ends.size() >= count; });
     }
     ZMTaskWrapperWithBlocks* self = nullptr;
+    // Runs after every chunk of either stream has been kept.
+    std::function<void()> onChunk;
 };
+
+// Lets a child that waits reading the fifo `gate` go on.
+void openGate(const QString& gate) {
+    const int fd = ::open(gate.toLocal8Bit().constData(), O_WRONLY);
+    [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
+    ::close(fd);
+}
 
 bool processGone(pid_t pid) {
     return ::kill(pid, 0) != 0 && errno == ESRCH;
@@ -97,7 +115,7 @@ TEST(TaskWrapper, OneElementArrayRunsTheProgramWithoutArgumentsAndCanRunAgain) {
     EXPECT_EQ(withArguments->terminationStatus(), 4);
 }
 
-TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminated) {
+TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminatedOrKilled) {
     Scripts scripts;
     Recorder record;
     auto runner = record.make({scripts.write("linger", "echo bye; exec 1>&-; exec sleep 30")});
@@ -109,17 +127,15 @@ TEST(TaskWrapper, ChildThatClosesItsOutputButKeepsRunningIsTerminated) {
     EXPECT_EQ(record.ends, std::vector<int>{SIGTERM});
     EXPECT_EQ(runner->terminationStatus(), SIGTERM);
     EXPECT_TRUE(processGone(pid)) << "reaped, not left a zombie";
-}
 
-// Waits the kill grace for real: the grace is measured on the host's clock on purpose.
-TEST(TaskWrapper, ChildThatIgnoresTerminationIsKilledAfterTheGrace) {
-    Scripts scripts;
-    Recorder record;
-    auto runner = record.make(
+    // One that ignores termination is killed after the grace, waited for real: the grace is
+    // measured on the host's clock on purpose.
+    Recorder stubborn;
+    auto ignoring = stubborn.make(
         {scripts.write("stubborn", "trap '' TERM; echo bye; exec 1>&-; exec sleep 30")});
-    runner->startProcess();
-    ASSERT_TRUE(record.ended());
-    EXPECT_EQ(record.ends, std::vector<int>{SIGKILL});
+    ignoring->startProcess();
+    ASSERT_TRUE(stubborn.ended());
+    EXPECT_EQ(stubborn.ends, std::vector<int>{SIGKILL});
 }
 
 TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
@@ -136,24 +152,11 @@ TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
         "printf '\\n'; exit 9");
     Recorder record;
     int gates = 0;
-    auto openGate = [&] {
-        if (++gates > 4)
-            return;
-        const int fd = ::open((gate + QString::number(gates)).toLocal8Bit().constData(), O_WRONLY);
-        [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
-        ::close(fd);
+    record.onChunk = [&] {
+        if (++gates <= 4)
+            openGate(gate + QString::number(gates));
     };
-    auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(
-        nullptr, [&](int status) { record.ends.push_back(status); },
-        [&](const QString& chunk) {
-            record.output << chunk;
-            openGate();
-        },
-        [&](const QString& chunk) {
-            record.errors << chunk;
-            openGate();
-        },
-        QStringList{child, gate});
+    auto runner = record.make({child, gate});
     runner->startProcess();
     ASSERT_TRUE(record.ended());
     ASSERT_EQ(record.output.size(), 4);
@@ -176,17 +179,11 @@ TEST(TaskWrapper, WhatTheChildWritesInOneGoIsOneChunkAndNoChunkPassesTheCap) {
         "x=$(printf '%20480s' ''); printf '%s\\342\\200' \"$x\"; printf '\\224%s' \"$x\"; "
         "printf '%s' \"$x\"; read _ < \"$1\"; printf 'later'");
     Recorder record;
-    auto runner = std::make_shared<ZMTaskWrapperWithBlocks>(
-        nullptr, [&](int status) { record.ends.push_back(status); },
-        [&](const QString& chunk) {
-            record.output << chunk;
-            if (record.output.size() == 1) {
-                const int fd = ::open(gate.toLocal8Bit().constData(), O_WRONLY);
-                [[maybe_unused]] const ssize_t written = ::write(fd, "\n", 1);
-                ::close(fd);
-            }
-        },
-        nullptr, QStringList{piecewise, gate});
+    record.onChunk = [&] {
+        if (record.output.size() == 1)
+            openGate(gate);
+    };
+    auto runner = record.make({piecewise, gate});
     runner->startProcess();
     ASSERT_TRUE(record.ended());
     ASSERT_EQ(record.output.size(), 2);

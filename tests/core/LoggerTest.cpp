@@ -25,19 +25,19 @@ using testing_support::TestSettings;
 using testing_support::VirtualClock;
 
 class LoggerTest : public ::testing::Test {
-protected:
-  LoggerTest()
-      : logger({dir.path(), "test.log", false}, settings.settings(), clock,
-               {[this](const QByteArray& b) { standardError += b; },
-                [this](const QByteArray& b) { standardOutput += b; },
-                [this](const QByteArray& b) { notices += b; }},
-               "Tarvel(4711)") {}
+  protected:
+    LoggerTest()
+        : logger({dir.path(), "test.log", false}, settings.settings(), clock,
+                 {[this](const QByteArray& b) { standardError += b; },
+                  [this](const QByteArray& b) { standardOutput += b; },
+                  [this](const QByteArray& b) { notices += b; }},
+                 "Tarvel(4711)") {}
 
-  QStringList fileLines() const {
-      QFile file(logger.logFileURL());
-      if (!file.open(QIODevice::ReadOnly))
-          return {};
-      return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+    QStringList fileLines() const {
+        QFile file(logger.logFileURL());
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
     }
 
     QTemporaryDir dir;
@@ -52,14 +52,15 @@ protected:
 const QString kTimestamp = QStringLiteral(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d\d:\d\d)");
 
 TEST_F(LoggerTest, WritesTimestampProcessAndMessage) {
-    logger.logString("Hub 0x1A2B connected", 1);
+    logger.logString("Hub 0x1A2B connected\nsecond", 1);  // written as it is
     const QStringList lines = fileLines();
-    ASSERT_EQ(lines.size(), 1);
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_EQ(lines[1], "second");
     EXPECT_TRUE(QRegularExpression("^" + kTimestamp + R"( Tarvel\(4711\): Hub 0x1A2B connected$)")
                     .match(lines[0])
                     .hasMatch())
         << lines[0].toStdString();
-    EXPECT_EQ(standardError, "Hub 0x1A2B connected\n");
+    EXPECT_EQ(standardError, "Hub 0x1A2B connected\nsecond\n");
     EXPECT_TRUE(standardOutput.isEmpty());
 }
 
@@ -113,13 +114,6 @@ TEST_F(LoggerTest, DebugLinesFollowTheSettingAtEachCall) {
     ASSERT_EQ(fileLines().size(), 1);
     EXPECT_TRUE(fileLines()[0].endsWith(": shown"));
     EXPECT_EQ(standardError, "shown\n");
-}
-
-TEST_F(LoggerTest, MultiLineMessagesAreWrittenAsTheyAre) {
-    logger.logString("first\nsecond", 1);
-    const QStringList lines = fileLines();
-    ASSERT_EQ(lines.size(), 2);
-    EXPECT_EQ(lines[1], "second");
 }
 
 TEST_F(LoggerTest, ALinkInPlaceOfTheLogFileIsNeitherFollowedNorReplaced) {

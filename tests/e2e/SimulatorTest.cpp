@@ -10,6 +10,8 @@
 
 #include <sys/resource.h>
 
+#include <utility>
+
 namespace {
 
 using testing_support::ProcessResult;
@@ -43,8 +45,8 @@ TEST(Simulator, PublishesUsbChangesToTheirSubscribersAndStopsCleanly) {
 
     station.simulator().terminate();
     ASSERT_TRUE(station.simulator().waitForFinished(5000));
-    EXPECT_EQ(station.simulator().exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(station.simulator().exitCode(), 0);
+    EXPECT_EQ(std::pair(station.simulator().exitStatus(), station.simulator().exitCode()),
+              std::pair(QProcess::NormalExit, 0));
     EXPECT_FALSE(QFile::exists(station.socket())) << "the socket is removed on the way out";
 }
 

@@ -45,14 +45,10 @@ QString StationState::historyPath() const {
 }
 
 void StationState::useEventScript() {
-    const QString events = QDir(station.logFolder()).filePath("../events");
-    QFile script(QDir(station.logFolder()).filePath("../on-event"));
-    ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-    script.write("#!/bin/sh\necho \"$1 $2\" >> '" + events.toUtf8() + "'\n");
-    script.close();
-    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     station.setPreference("shouldUseEventScript", true);
-    station.setPreference("eventScriptPath", script.fileName());
+    station.setPreference(
+        "eventScriptPath",
+        scripts_.write("on-event", "echo \"$1 $2\" >> '" + scripts_.path("events") + "'"));
 }
 
 QMap<QString, QString> StationState::macStates() const {
@@ -127,7 +123,7 @@ void StationState::checkEventScript(const QMap<QString, QStringList>& history) c
     for (const QStringList& messages : history)
         for (const QString& message : messages) (message == restored ? succeeded : failed) += 1;
     const auto events = [&] {
-        QFile file(QDir(station.logFolder()).filePath("../events"));
+        QFile file(scripts_.path("events"));
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     };
     // The scripts are started as the batch ends; the last may still be on its way.

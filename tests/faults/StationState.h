@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/Scripts.h"
 #include "support/SimulatedStation.h"
 #include "support/StationBuilder.h"
 
@@ -45,6 +46,7 @@ class StationState {
     void checkEventScript(const QMap<QString, QStringList>& history) const;
 
     testing_support::StationBuilder spec_;
+    testing_support::Scripts scripts_;
 };
 
 }  // namespace faults

@@ -1,9 +1,7 @@
 #include "hubs/stem/HubLibrary.h"
 
 #include "core/ZMRUnifiedLogger.h"
-
-#include <QFile>
-#include <QTemporaryDir>
+#include "support/Scripts.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +15,8 @@ QString moduleFile(const char* folder) {
 }
 
 TEST(HubLibraryTest, LoadsTheFirstModuleThatExistsAndItsBackendWorks) {
-    const HubLibrary library({QStringLiteral("/nonexistent/tarvel-brainstem.so"), moduleFile("good")});
+    const HubLibrary library(
+        {QStringLiteral("/nonexistent/tarvel-brainstem.so"), moduleFile("good")});
 
     ASSERT_EQ(library.state(), HubLibrary::State::Loaded) << library.problem().toStdString();
     EXPECT_EQ(library.path(), moduleFile("good"));
@@ -56,19 +55,16 @@ TEST(HubLibraryTest, RefusesAModuleBuiltForAnotherInterface) {
 
     EXPECT_EQ(library.state(), HubLibrary::State::WrongVersion);
     EXPECT_EQ(library.createBackend(), nullptr);
-    EXPECT_TRUE(library.problem().contains(QStringLiteral("module interface %1, this Tarvel needs %2")
-                                               .arg(stem::kModuleInterfaceVersion + 1)
-                                               .arg(stem::kModuleInterfaceVersion)))
+    EXPECT_TRUE(
+        library.problem().contains(QStringLiteral("module interface %1, this Tarvel needs %2")
+                                       .arg(stem::kModuleInterfaceVersion + 1)
+                                       .arg(stem::kModuleInterfaceVersion)))
         << library.problem().toStdString();
 }
 
 TEST(HubLibraryTest, ReportsAFileThatIsNotAModule) {
-    QTemporaryDir folder;
-    const QString garbage = folder.filePath(QStringLiteral("tarvel-brainstem.so"));
-    QFile file(garbage);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("not a shared library");
-    file.close();
+    testing_support::Scripts folder;
+    const QString garbage = folder.write("tarvel-brainstem.so", "not a shared library");
 
     const HubLibrary notElf({garbage});
     EXPECT_EQ(notElf.state(), HubLibrary::State::LoadFailed);

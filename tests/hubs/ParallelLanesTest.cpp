@@ -13,12 +13,13 @@ std::string lines(const QStringList& list) {
     return list.join('\n').toStdString();
 }
 
+using testing_support::describe;
 using testing_support::LaneClock;
 using testing_support::StationFixture;
 
 // What one run of a sequence did, on the virtual clock of lanes.
 struct LaneRun {
-    // "<seconds> <hub:port> <step or result>", and "<seconds> pass pause <n>s".
+    // "<seconds> <observer event>", as describe() words it.
     QStringList events;
     QStringList updates;
     QStringList completions;
@@ -71,21 +72,8 @@ class ParallelLanes : public StationFixture {
         if (pick)
             ports = pick(ports);
 
-        const auto at = [&lanes] { return QString::number(lanes.elapsedSeconds()); };
-        const PortObserver observer = [record, at](const PortProgress& event) {
-            if (event.kind == PortProgress::Kind::PassPause) {
-                record->events << QStringLiteral("%1 pass pause %2s").arg(at()).arg(event.seconds);
-                return;
-            }
-            QString what =
-                event.kind == PortProgress::Kind::PortStep      ? portStepName(event.step)
-                : event.kind == PortProgress::Kind::PortSkipped ? QStringLiteral("skipped")
-                : event.succeeded                               ? QStringLiteral("done")
-                                  : QStringLiteral("failed at ") + portStepName(event.step);
-            record->events << QStringLiteral("%1 %2 %3 (%4 of %5)")
-                                  .arg(at(), event.port->name(), what)
-                                  .arg(event.position)
-                                  .arg(event.count);
+        const PortObserver observer = [record, &lanes](const PortProgress& event) {
+            record->events << QString::number(lanes.elapsedSeconds()) + " " + describe(event);
         };
         const auto update = [record](const QString& text) { record->updates << text; };
         const auto completion = [record](bool ok) {
@@ -154,9 +142,9 @@ TEST_F(ParallelLanes, AFailureInOneLaneStopsTheOtherAtItsNextPort) {
     const LaneRun parallel = run(Kind::DFU, true);
 
     EXPECT_EQ(lines(parallel.ofHub("1000").filter("DFU message")),
-              "1000:1 DFU message (1 of 10)\n1000:2 DFU message (2 of 10)\n"
-              "1000:2 failed at DFU message (2 of 10)");
-    EXPECT_EQ(lines(parallel.ofHub("1001").filter("DFU message")), "1001:1 DFU message (6 of 10)")
+              "1/10 1000:1 DFU message\n2/10 1000:2 DFU message\n"
+              "2/10 1000:2 failed at DFU message, result 6");
+    EXPECT_EQ(lines(parallel.ofHub("1001").filter("DFU message")), "6/10 1001:1 DFU message")
         << "the second hub's lane woke for port 2 at the moment the first hub's failure was told, "
            "and began no other port";
     EXPECT_EQ(lines(parallel.completions), lines(sequential.completions));
@@ -190,19 +178,16 @@ TEST_F(ParallelLanes, OnRealThreadsNoLaneBeginsAPortOnceAFailureIsTold) {
         QStringList events;
         const PortObserver observer = [&](const PortProgress& event) {
             std::lock_guard hold(heard);
-            if (event.kind == PortProgress::Kind::PortResult && !event.succeeded &&
-                event.step == PortProgress::Step::DfuMessage)
-                events << "failed " + event.port->name();
-            else if (event.kind == PortProgress::Kind::PortStep &&
-                     event.step == PortProgress::Step::DfuMessage)
-                events << "begins " + event.port->name();
+            events << describe(event);
         };
         manager->dfuModeForAcronamePorts(
             ports, [](const QString&) {}, [](bool) {}, observer);
 
-        const qsizetype failure = events.indexOf(QRegularExpression("failed .*"));
+        const QStringList messages = events.filter("DFU message");
+        const qsizetype failure =
+            messages.indexOf(QRegularExpression(".* failed at DFU message.*"));
         ASSERT_GE(failure, 0) << lines(events);
-        EXPECT_EQ(events.mid(failure + 1).filter("begins").size(), 0) << lines(events);
+        EXPECT_EQ(messages.mid(failure + 1), QStringList()) << lines(events);
     }
 }
 
@@ -214,7 +199,8 @@ TEST_F(ParallelLanes, AFailedRestartEndsWithTheCompletionsAndTheBeepOfTheOneByOn
     backend->script("pd[2].setUEIBytes", {stem::aErrIO});
     const LaneRun parallel = run(Kind::Restart, true);
 
-    EXPECT_EQ(lines(parallel.ofHub("1000").filter("failed")), "1000:2 failed at reboot (2 of 10)");
+    EXPECT_EQ(lines(parallel.ofHub("1000").filter("failed")),
+              "2/10 1000:2 failed at reboot, result 6");
     EXPECT_EQ(lines(parallel.ofHub("1001").filter("reboot")), "")
         << "the second hub's lane began after the first had failed";
     EXPECT_EQ(lines(parallel.completions), lines(sequential.completions));
@@ -226,10 +212,8 @@ TEST_F(ParallelLanes, PortsOfTheHubsMayComeInAnyOrder) {
         return AcronamePorts{ports[5], ports[0], ports[6], ports[1]};
     };
     const LaneRun parallel = run(Kind::PowerMode, true, interleaved);
-    EXPECT_EQ(lines(parallel.ofHub("1000").filter("done")),
-              "1000:1 done (2 of 4)\n1000:2 done (4 of 4)");
-    EXPECT_EQ(lines(parallel.ofHub("1001").filter("done")),
-              "1001:1 done (1 of 4)\n1001:2 done (3 of 4)");
+    EXPECT_EQ(lines(parallel.ofHub("1000").filter("done")), "2/4 1000:1 done\n4/4 1000:2 done");
+    EXPECT_EQ(lines(parallel.ofHub("1001").filter("done")), "1/4 1001:1 done\n3/4 1001:2 done");
     EXPECT_DOUBLE_EQ(parallel.seconds, 2 * 4 + 3);
 }
 

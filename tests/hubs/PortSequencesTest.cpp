@@ -143,12 +143,17 @@ TEST_F(PortSequences, AFailedPassStopsRestartAndRecoveryBeforeAnyMessageAndRefre
     for (const bool restart : {true, false}) {
         SCOPED_TRACE(restart ? "restart" : "recovery");
         const AcronamePorts ports = refreshedPorts();
-        backend->script("port[1].setEnabled", {stem::aErrIO});
+        backend->script("port[1].setEnabled", {stem::aErrTimeout});
         if (restart)
-            manager->restartForAcronamePorts({ports[0], ports[1]}, update(), completion());
+            manager->restartForAcronamePorts({ports[0], ports[1]}, update(), completion(),
+                                             observer());
         else
-            manager->recoveryForAcronamePorts({ports[0], ports[1]}, update(), completion());
-        const QStringList events = timeline.events();
+            manager->recoveryForAcronamePorts({ports[0], ports[1]}, update(), completion(),
+                                              observer());
+        EXPECT_EQ(observed().filter(QRegularExpression("done|failed")),
+                  QStringList({"> 1/2 1000:1 failed at disable, result 18"}))
+            << "a pass before the messages reports no success of its own";
+        const QStringList events = timeline.events().filter(QRegularExpression("^[^>]"));
         const auto failed = events.indexOf("port[1].setEnabled");
         ASSERT_GE(failed, 0);
         EXPECT_EQ(events.value(failed + 1), "done false");
@@ -192,6 +197,73 @@ TEST_F(PortSequences, RecoveryPausesWithMicrosecondPrecision) {
                            "pd[5].setUEIBytes", "usleep 250000", "update Restarting 2 of 2 times",
                            "pd[1].setUEIBytes", "pd[5].setUEIBytes", "usleep 250000",
                            "update Finishing Up...", "sleep 5", "done true"}));
+}
+
+using PortObserverEvents = StationFixture;
+
+TEST_F(PortObserverEvents, DfuTellsEachStepBeforeItsHubCallAndEachPassPauseWithItsLength) {
+    backend->hub(0x1000).ports[2].orientation = 0;  // nothing on port 2
+    const AcronamePorts ports = refreshedPorts();
+    manager->dfuModeForAcronamePorts({ports[0], ports[1]}, update(), completion(), observer());
+
+    QStringList expected{"update Putting devices into DFU mode (setting power role)",
+                         "> 1/2 1000:1 disable",
+                         "port[1].setEnabled",
+                         "> 1/2 1000:1 power mode",
+                         "port[1].setPowerMode",
+                         "sleep 1",
+                         "> 1/2 1000:1 enable",
+                         "port[1].setEnabled",
+                         "> 1/2 1000:1 settling 3s",
+                         "sleep 3",
+                         "> 2/2 1000:2 skipped",
+                         "> pass pause 3s",
+                         "sleep 3",
+                         "update Putting devices into DFU mode (sending DFU command)",
+                         "update Putting ports into DFU Mode...",
+                         "note LastRequestedStayInFrontNotification",
+                         "> 1/2 1000:1 DFU message",
+                         "pd[1].setUEIBytes",
+                         "> 1/2 1000:1 done",
+                         "> 1/2 1000:1 settling 1s",
+                         "sleep 1",
+                         "> pass pause 8s",
+                         "sleep 8",
+                         "update Finishing Up...",
+                         "done true"};
+    EXPECT_EQ(timeline.events(), expected);
+}
+
+TEST_F(PortObserverEvents, RestartAndRecoveryReportRebootsPerPort) {
+    settings.settings().setValue(core::keys::acronameRecoveryRebootTimes, 2);
+    for (int p = 1; p <= 5; ++p) backend->hub(0x1000).ports[p].powerMode = 4;  // no pass
+    const AcronamePorts ports = refreshedPorts();
+    backend->script("pd[2].setUEIBytes", {stem::aErrIO});
+    manager->recoveryForAcronamePorts({ports[0], ports[1]}, update(), completion(), observer());
+    EXPECT_EQ(observed(),
+              QStringList({"> pass pause 3s", "> 1/2 1000:1 reboot", "> 2/2 1000:2 reboot",
+                           "> 2/2 1000:2 failed at reboot, result 6", "> 1/2 1000:1 reboot",
+                           "> 1/2 1000:1 done", "> 2/2 1000:2 reboot", "> 2/2 1000:2 done",
+                           "> pass pause 5s"}))
+        << "a recovery goes on past a failed reboot; the port's failure stays on record";
+
+    timeline.clear();
+    backend->script("pd[1].setUEIBytes", {stem::aErrIO});
+    manager->restartForAcronamePorts({ports[0], ports[1]}, update(), completion(), observer());
+    EXPECT_EQ(observed(),
+              QStringList({"> 1/2 1000:1 reboot", "> 1/2 1000:1 failed at reboot, result 6",
+                           "> pass pause 5s"}));
+}
+
+TEST_F(PortObserverEvents, APowerModePassAloneReportsEveryPortItCycled) {
+    backend->hub(0x1000).ports[3].orientation = 0;
+    const AcronamePorts ports = refreshedPorts();
+    backend->script("port[4].setEnabled", {stem::aErrNone, stem::aErrIO});
+    manager->setPowerMode(2, {ports[0], ports[2], ports[3], ports[4]}, completion(), observer());
+    EXPECT_EQ(observed().filter(QRegularExpression("done|failed|skipped")),
+              QStringList({"> 1/4 1000:1 done", "> 2/4 1000:3 skipped",
+                           "> 3/4 1000:4 failed at enable, result 6"}));
+    EXPECT_EQ(timeline.events().last(), "done false");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "usb/DeviceIOKit.h"
 #include "usb/MemoryUsbRegistry.h"
 
+#include <QRegularExpression>
 #include <QStringList>
 
 #include <gtest/gtest.h>
@@ -53,6 +54,33 @@ class Timeline final : public core::Clock, public core::Sounds {
     mutable std::mutex mutex_;
     QStringList events_;
 };
+
+// One observer event as a line: "1/2 1000:1 settling 3s", "2/3 1000:2 failed at disable, result
+// 18", "pass pause 8s".
+inline QString describe(const PortProgress& event) {
+    const QString where = event.port ? QStringLiteral("%1/%2 %3")
+                                           .arg(event.position)
+                                           .arg(event.count)
+                                           .arg(event.port->name())
+                                     : QString();
+    switch (event.kind) {
+        case PortProgress::Kind::PortStep:
+            return QStringLiteral("%1 %2%3").arg(where, portStepName(event.step),
+                                                 event.step == PortProgress::Step::Settling
+                                                     ? QStringLiteral(" %1s").arg(event.seconds)
+                                                     : QString());
+        case PortProgress::Kind::PassPause:
+            return QStringLiteral("pass pause %1s").arg(event.seconds);
+        case PortProgress::Kind::PortResult:
+            return event.succeeded ? where + QStringLiteral(" done")
+                                   : QStringLiteral("%1 failed at %2, result %3")
+                                         .arg(where, portStepName(event.step))
+                                         .arg(event.result);
+        case PortProgress::Kind::PortSkipped:
+            return where + QStringLiteral(" skipped");
+    }
+    return {};
+}
 
 // A station of fake hubs (serials 0x1000 + n) with a Mac on each of ports 1-5, driven by a
 // manager whose background work runs inline, so a sequence has finished when its call returns.
@@ -120,6 +148,12 @@ class StationFixture : public ::testing::Test {
     ZMRAcronameManager::Completion completion() {
         return [this](bool ok) { timeline.add(ok ? "done true" : "done false"); };
     }
+    // The observer's events in the same timeline as the hub calls and pauses, marked "> ", so
+    // their order against the work they describe is checked too.
+    PortObserver observer() {
+        return [this](const PortProgress& event) { timeline.add("> " + describe(event)); };
+    }
+    QStringList observed() const { return timeline.events().filter(QRegularExpression("^> ")); }
 
     static bool isCommand(const std::string& call) {
         return call.ends_with(".setEnabled") || call.ends_with(".setPowerMode") ||

@@ -34,17 +34,10 @@ class SteppedTimer final : public usb::RepeatingTimer {
     bool valid_ = true;
 };
 
-DeviceIOKitInfo deviceAt(std::int64_t address) {
-    DeviceIOKitInfo device;
-    device.vendor = 0x05AC;
-    device.usbAddress = address;
-    device.productName = QStringLiteral("Apple Mobile Device (DFU Mode)");
-    return device;
-}
-
 QVariantMap devices(std::initializer_list<std::int64_t> addresses) {
     QList<DeviceIOKitInfo> list;
-    for (const std::int64_t address : addresses) list << deviceAt(address);
+    for (const std::int64_t address : addresses)
+        list << DeviceIOKitInfo{0x05AC, {}, address, "Apple Mobile Device (DFU Mode)"};
     return {{USBManager::devicesKey, QVariant::fromValue(list)}};
 }
 
@@ -211,7 +204,6 @@ TEST_F(AutoDFUCycle, SwitchesStartFromUnknownAndTurningOneOffHaltsTheTicks) {
     QSignalSpy changes(cycle.get(), &AutoDFU::autoTarvStateChanged);
     cycle->setAutoTarvState(AutoTarvState::inDFU);
     cycle->setRestoreAutomatically(true);
-    EXPECT_TRUE(cycle->autoRestoreMode());
     EXPECT_EQ(cycle->autoTarvState(), AutoTarvState::unknown);
     ASSERT_TRUE(runLoopUntil([this] { return cycle->hasTimer(); }));
     tick();
@@ -221,9 +213,7 @@ TEST_F(AutoDFUCycle, SwitchesStartFromUnknownAndTurningOneOffHaltsTheTicks) {
     EXPECT_FALSE(cycle->hasTimer());
 
     startAutomaticDFU();
-    EXPECT_TRUE(cycle->autoDFUMode());
     cycle->setAutomaticDFU(false);
-    EXPECT_FALSE(cycle->autoDFUMode());
     EXPECT_FALSE(cycle->hasTimer());
     EXPECT_EQ(changes.count(), 2);
 }
@@ -256,15 +246,9 @@ TEST_F(AutoDFUCycle, ARestoreFinishedWithRecoveryWantedRunsItOffTheMainThread) {
     EXPECT_EQ(helper.count("reboot"), 5);
 }
 
-TEST(AutoDFURecovery, APauseThatIsNoWholeNumberOfSecondsStopsTheProgram) {
-    testing_support::TestSettings settings;
+TEST_F(AutoDFUCycle, ARecoveryPauseThatIsNoWholeNumberOfSecondsStopsTheProgram) {
     settings.settings().setValue(core::keys::recoverySleepBetweenReboots, -1);
-    testing_support::FakeLocalPortHelper helper;
-    testing_support::VirtualClock clock;
-    core::NotificationCenter center;
-    AutoDFU cycle(testing_support::CollaboratorBuilder(settings.settings(), clock, nullptr, &center)
-                      .autoDFU(helper));
-    EXPECT_DEATH(cycle.recoveryMode([](const QString&) {}, [] {}),
+    EXPECT_DEATH(cycle->recoveryMode([](const QString&) {}, [] {}),
                  "recoverySleepBetweenReboots -1");
 }
 

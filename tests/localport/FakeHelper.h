@@ -4,7 +4,6 @@
 
 #include <QDBusConnection>
 #include <QDBusContext>
-#include <QDBusMessage>
 #include <QObject>
 
 namespace testing_support {

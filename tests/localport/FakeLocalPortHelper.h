@@ -16,7 +16,10 @@ class FakeLocalPortHelper final : public LocalPortHelper {
   public:
     using Answer = std::variant<std::int64_t, HelperFailure>;
 
-    void installToolIfNecessary() override { record(QStringLiteral("install?")); }
+    void installToolIfNecessary() override {
+        std::lock_guard lock(mutex_);
+        requests_ << QStringLiteral("install?");
+    }
     void enterDFUMode(Reply reply, Failure failure) override {
         answer(QStringLiteral("dfu"), {std::move(reply), std::move(failure)});
     }
@@ -57,10 +60,6 @@ class FakeLocalPortHelper final : public LocalPortHelper {
             callbacks.reply(*status);
         else if (callbacks.failure)
             callbacks.failure(std::get<HelperFailure>(answer));
-    }
-    void record(const QString& request) {
-        std::lock_guard lock(mutex_);
-        requests_ << request;
     }
     void answer(const QString& request, Callbacks callbacks) {
         Answer next = std::int64_t{0};

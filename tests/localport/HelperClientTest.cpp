@@ -112,8 +112,7 @@ TEST_F(HelperClient, AMissingHelperIsInstalledAtCreationAndAFailedInstallIsAnnou
     auto refused = ZMRPrivHelperToolController::initInstalling({endpoint, &center, 25000, 0});
     const auto error = announced.value(ZMRPrivHelperToolController::underlyingErrorKey)
                            .value<localport::HelperError>();
-    EXPECT_EQ(error.domain, "pkexec");
-    EXPECT_EQ(error.code, 126);
+    EXPECT_EQ(std::pair(error.domain, error.code), std::pair(QString("pkexec"), std::int64_t{126}));
     EXPECT_FALSE(ZMRPrivHelperToolController::installTool({endpoint, &center, 25000, 0}));
 }
 
@@ -176,9 +175,9 @@ TEST(SystemEndpoint, InstalledMeansBothFilesAndTheAuthorisationFailureKeepsItsSt
 
     localport::HelperError error;
     EXPECT_FALSE(endpoint.blessHelperWithLabel(localport::helperLabel, &error));
-    EXPECT_EQ(error.domain, "pkexec");
-    EXPECT_EQ(error.code, 126);
-    EXPECT_EQ(error.localizedDescription, "The administrator password prompt was dismissed.");
+    EXPECT_EQ(std::tuple(error.domain, error.code, error.localizedDescription),
+              std::tuple(QString("pkexec"), std::int64_t{126},
+                         QString("The administrator password prompt was dismissed.")));
 
     SystemHelperEndpoint missing(
         {places.toolPath, places.activationFilePath, {"/nonexistent/pkexec"}});

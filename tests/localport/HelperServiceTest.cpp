@@ -9,7 +9,6 @@
 #include "support/ProcessRun.h"
 #include "support/SimulatedStation.h"
 
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusReply>
 #include <QFile>
@@ -29,24 +28,6 @@ namespace {
 
 using testing_support::runLoopUntil;
 
-// tarvel-helper on the private bus, serving it as its system bus.
-class HelperProcess {
-  public:
-    HelperProcess(const testing_support::PrivateBus& bus, const QStringList& arguments) {
-        process_.setProcessEnvironment(bus.environment());
-        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process_.start(testing_support::executablePath("tarvel-helper"), arguments);
-    }
-    ~HelperProcess() {
-        process_.terminate();
-        process_.waitForFinished(5000);
-    }
-    QProcess& process() { return process_; }
-
-  private:
-    QProcess process_;
-};
-
 class ConnectedEndpoint final : public HelperEndpoint {
   public:
     explicit ConnectedEndpoint(QDBusConnection bus) : bus_(std::move(bus)) {}
@@ -65,8 +46,16 @@ class Helper : public ::testing::Test {
         ASSERT_TRUE(polkit.isRunning());
         client = bus.connect("client");
     }
-    std::unique_ptr<HelperProcess> startHelper(const QStringList& arguments) {
-        auto helper = std::make_unique<HelperProcess>(bus, arguments);
+    // tarvel-helper on the private bus, serving it as its system bus; stopped when dropped.
+    std::shared_ptr<QProcess> startHelper(const QStringList& arguments) {
+        std::shared_ptr<QProcess> helper(new QProcess, [](QProcess* process) {
+            process->terminate();
+            process->waitForFinished(5000);
+            delete process;
+        });
+        helper->setProcessEnvironment(bus.environment());
+        helper->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        helper->start(testing_support::executablePath("tarvel-helper"), arguments);
         EXPECT_TRUE(bus.waitForOwner(localport::helperLabel, true));
         return helper;
     }
@@ -81,12 +70,12 @@ class Helper : public ::testing::Test {
         return ZMRPrivHelperToolController::initPrivate(
             {std::make_shared<ConnectedEndpoint>(client), &center, callTimeout, promptWait});
     }
-    // How a DFU request through the client ended: its status or its failure.
-    std::variant<std::monostate, std::int64_t, HelperFailure> requestDFU(
-        ZMRPrivHelperToolController& through) {
-        std::variant<std::monostate, std::int64_t, HelperFailure> outcome;
+    // How a DFU request through the client ended: its status or the kind of its failure.
+    using Outcome = std::variant<std::monostate, std::int64_t, HelperFailure::Kind>;
+    Outcome requestDFU(ZMRPrivHelperToolController& through) {
+        Outcome outcome;
         through.enterDFUMode([&](std::int64_t status) { outcome = status; },
-                             [&](const HelperFailure& failure) { outcome = failure; });
+                             [&](const HelperFailure& failure) { outcome = failure.kind; });
         runLoopUntil([&] { return outcome.index() != 0; });
         return outcome;
     }
@@ -113,9 +102,7 @@ TEST_F(Helper, EachCallIsAuthorisedForItsOwnCallerAndNoOneElse) {
     EXPECT_EQ(localMacState(), "booted");
 
     EXPECT_EQ(QDBusReply<qint64>(call(localport::getVersionMethod)).value(), 100);
-    const auto status = requestDFU(*controller());
-    ASSERT_TRUE(std::holds_alternative<std::int64_t>(status));
-    EXPECT_EQ(std::get<std::int64_t>(status), 0);
+    EXPECT_EQ(requestDFU(*controller()), Outcome(std::int64_t{0}));
     EXPECT_TRUE(runLoopUntil([&] { return localMacState() == "dfu"; }));
     // Asked about each caller in turn, never about the helper's own name.
     EXPECT_EQ(polkit.asked(),
@@ -125,14 +112,10 @@ TEST_F(Helper, EachCallIsAuthorisedForItsOwnCallerAndNoOneElse) {
 TEST_F(Helper, ARefusedAndADismissedPromptReachTheCallerAsSuch) {
     const auto helper = startHelper({});
     auto through = controller();
-    const auto refused = requestDFU(*through);
-    ASSERT_TRUE(std::holds_alternative<HelperFailure>(refused));
-    EXPECT_EQ(std::get<HelperFailure>(refused).kind, HelperFailure::Kind::notAuthorized);
+    EXPECT_EQ(requestDFU(*through), Outcome(HelperFailure::Kind::notAuthorized));
 
     polkit.setDismissed(true);
-    const auto dismissed = requestDFU(*through);
-    ASSERT_TRUE(std::holds_alternative<HelperFailure>(dismissed));
-    EXPECT_EQ(std::get<HelperFailure>(dismissed).kind, HelperFailure::Kind::dismissed);
+    EXPECT_EQ(requestDFU(*through), Outcome(HelperFailure::Kind::dismissed));
     EXPECT_EQ(call(localport::rebootMethod).errorName(), localport::dismissedError);
 }
 
@@ -146,27 +129,23 @@ TEST_F(Helper, AnAnswerSlowerThanTheHelperItselfStillReachesTheCaller) {
     const auto helper = startHelper({});
     polkit.allow(client.baseService());
     polkit.setDelay(1500);
-    const auto answered = requestDFU(*controller(300, 5000));
-    ASSERT_TRUE(std::holds_alternative<std::int64_t>(answered));
-    EXPECT_EQ(std::get<std::int64_t>(answered), localport::status::unsupportedHost);
+    EXPECT_EQ(requestDFU(*controller(300, 5000)), Outcome(localport::status::unsupportedHost));
 
     // A client that did not wait for the prompt gives up and says so.
-    const auto givenUp = requestDFU(*controller(300, 0));
-    ASSERT_TRUE(std::holds_alternative<HelperFailure>(givenUp));
-    EXPECT_EQ(std::get<HelperFailure>(givenUp).kind, HelperFailure::Kind::unreachable);
+    EXPECT_EQ(requestDFU(*controller(300, 0)), Outcome(HelperFailure::Kind::unreachable));
 }
 
 TEST_F(Helper, AnIdleHelperQuitsAndANewerOneTakesTheNameOver) {
     polkit.allow(client.baseService());
     const auto idle = startHelper({"--idle-seconds", "1"});
     ASSERT_EQ(QDBusReply<qint64>(call(localport::getVersionMethod)).value(), 100);
-    EXPECT_TRUE(idle->process().waitForFinished(10000));
-    EXPECT_EQ(idle->process().exitCode(), 0);
+    EXPECT_TRUE(idle->waitForFinished(10000));
+    EXPECT_EQ(idle->exitCode(), 0);
     EXPECT_TRUE(bus.waitForOwner(localport::helperLabel, false));
 
     const auto older = startHelper({"--session"});
     const auto newer = startHelper({"--session", "--replace"});
-    EXPECT_TRUE(older->process().waitForFinished(10000));
+    EXPECT_TRUE(older->waitForFinished(10000));
     EXPECT_EQ(QDBusReply<qint64>(call(localport::getVersionMethod)).value(), 100);
 }
 
@@ -236,7 +215,7 @@ TEST_F(Helper, AReinstallStopsTheRunningHelperSoTheNextCallStartsTheNewOne) {
     const auto run = testing_support::runExecutable(
         "tarvel-helper", {"--install", "--root", root.path(), "--replace"}, bus.environment());
     ASSERT_EQ(run.exitCode, 0) << run.standardError.toStdString();
-    EXPECT_TRUE(old->process().waitForFinished(5000));
+    EXPECT_TRUE(old->waitForFinished(5000));
     EXPECT_TRUE(bus.waitForOwner(localport::helperLabel, false));
 
     // Without --replace, an installation elsewhere leaves the running helper alone.
@@ -245,7 +224,7 @@ TEST_F(Helper, AReinstallStopsTheRunningHelperSoTheNextCallStartsTheNewOne) {
                                              bus.environment())
                   .exitCode,
               0);
-    EXPECT_EQ(running->process().state(), QProcess::Running);
+    EXPECT_EQ(running->state(), QProcess::Running);
 }
 
 }  // namespace

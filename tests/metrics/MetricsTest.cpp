@@ -1,16 +1,16 @@
 #include "metrics/MetricsRegistry.h"
 #include "metrics/MetricsServer.h"
+#include "support/Scripts.h"
 
-#include <QEventLoop>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTcpSocket>
-#include <QTimer>
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <vector>
+#include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -43,9 +43,8 @@ TEST(MetricsRegistry, RendersCountersHistogramsAndGaugesInTheTextFormat) {
           "tarvel_dfu_duration_seconds_count 1", "tarvel_dfu_duration_seconds_sum 17",
           // Cumulative: 100 and 700 are under 900; 1300 only from 1800 on.
           "tarvel_restore_duration_seconds_bucket{le=\"900\"} 2",
-          "tarvel_restore_duration_seconds_bucket{le=\"1800\"} 3",
-          "tarvel_ports{state=\"done\"} 2", "tarvel_hubs_connected 2",
-          "tarvel_records_waiting_to_sync 7", "tarvel_build_info{"})
+          "tarvel_restore_duration_seconds_bucket{le=\"1800\"} 3", "tarvel_ports{state=\"done\"} 2",
+          "tarvel_hubs_connected 2", "tarvel_records_waiting_to_sync 7", "tarvel_build_info{"})
         EXPECT_TRUE(text.contains(QLatin1String(line))) << line << "\n" << text.toStdString();
     EXPECT_TRUE(text.endsWith(u'\n'));
 }
@@ -63,20 +62,22 @@ TEST(MetricsRegistry, ModelLabelsAreBounded) {
 }
 
 TEST(MetricsServer, ListenAddressesDefaultToLoopback) {
+    const struct {
+        const char* text;
+        std::optional<QHostAddress> address;  // none: refused
+    } cases[] = {{"9464", QHostAddress(QHostAddress::LocalHost)},
+                 {"0.0.0.0:9100", QHostAddress(QHostAddress::AnyIPv4)},
+                 {"[::1]:9100", QHostAddress(QHostAddress::LocalHostIPv6)},
+                 {"70000", std::nullopt},
+                 {"bench:9100", std::nullopt},
+                 {"", std::nullopt}};
     QString error;
-    const auto bare = metrics::parseListenAddress("9464", error);
-    ASSERT_TRUE(bare);
-    EXPECT_EQ(bare->address, QHostAddress(QHostAddress::LocalHost));
-    EXPECT_EQ(bare->port, 9464);
-    const auto any = metrics::parseListenAddress("0.0.0.0:9100", error);
-    ASSERT_TRUE(any);
-    EXPECT_EQ(any->address, QHostAddress(QHostAddress::AnyIPv4));
-    const auto six = metrics::parseListenAddress("[::1]:9100", error);
-    ASSERT_TRUE(six);
-    EXPECT_EQ(six->address, QHostAddress(QHostAddress::LocalHostIPv6));
-    EXPECT_FALSE(metrics::parseListenAddress("70000", error));
-    EXPECT_FALSE(metrics::parseListenAddress("bench:9100", error));
-    EXPECT_FALSE(metrics::parseListenAddress("", error));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        const auto parsed = metrics::parseListenAddress(c.text, error);
+        EXPECT_EQ(parsed ? std::optional(parsed->address) : std::nullopt, c.address);
+    }
+    EXPECT_EQ(metrics::parseListenAddress("9464", error).value().port, 9464);
 }
 
 // Many scrapes at once each get the whole exposition; requests that are not a GET of /metrics,
@@ -96,30 +97,27 @@ TEST(MetricsServer, AnswersConcurrentScrapesAndTurnsAwayBadRequests) {
     garbage.write(QByteArray(4096, '\x01') + "\r\n\r\n");
 
     QNetworkAccessManager network;
-    std::vector<QNetworkReply*> scrapes;
-    for (int i = 0; i < 32; ++i) scrapes.push_back(network.get(QNetworkRequest(QUrl(base + "/metrics"))));
+    QList<QNetworkReply*> scrapes;
+    for (int i = 0; i < 32; ++i)
+        scrapes.append(network.get(QNetworkRequest(QUrl(base + "/metrics"))));
     QNetworkReply* missing = network.get(QNetworkRequest(QUrl(base + "/nothing")));
     QNetworkReply* posted = network.post(QNetworkRequest(QUrl(base + "/metrics")), "x");
-    QEventLoop loop;
-    QTimer deadline;
-    QObject::connect(&deadline, &QTimer::timeout, &loop, &QEventLoop::quit);
-    deadline.start(20000);
-    int pending = int(scrapes.size()) + 2;
-    for (QNetworkReply* reply : scrapes)
-        QObject::connect(reply, &QNetworkReply::finished, [&] { if (--pending == 0) loop.quit(); });
-    for (QNetworkReply* reply : {missing, posted})
-        QObject::connect(reply, &QNetworkReply::finished, [&] { if (--pending == 0) loop.quit(); });
-    loop.exec();
-    ASSERT_EQ(pending, 0) << "every request answered";
+    const QList<QNetworkReply*> replies = scrapes + QList<QNetworkReply*>{missing, posted};
+    ASSERT_TRUE(testing_support::runLoopUntil(
+        [&] { return std::ranges::all_of(replies, &QNetworkReply::isFinished); }, 20000))
+        << "every request answered";
+    const auto status = [](QNetworkReply* reply) {
+        return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    };
     for (QNetworkReply* reply : scrapes) {
-        EXPECT_EQ(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
-        EXPECT_TRUE(reply->header(QNetworkRequest::ContentTypeHeader).toString().startsWith("text/plain"));
+        EXPECT_EQ(status(reply), 200);
+        EXPECT_TRUE(
+            reply->header(QNetworkRequest::ContentTypeHeader).toString().startsWith("text/plain"));
         EXPECT_TRUE(reply->readAll().contains(
             "tarvel_restores_total{outcome=\"restored\",model=\"Mac14,2\"} 1"));
         reply->deleteLater();
     }
-    EXPECT_EQ(missing->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 404);
-    EXPECT_EQ(posted->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 405);
+    EXPECT_EQ(std::pair(status(missing), status(posted)), std::pair(404, 405));
 }
 
 }  // namespace

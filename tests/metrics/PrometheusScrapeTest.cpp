@@ -1,5 +1,6 @@
 #include "metrics/MetricsRegistry.h"
 #include "metrics/MetricsServer.h"
+#include "support/Scripts.h"
 
 #include <QDeadlineTimer>
 #include <QEventLoop>
@@ -34,16 +35,18 @@ void turnLoop(int milliseconds) {
 }
 
 // The value Prometheus's query API gives for an expression, if it has one.
-std::optional<double> query(QNetworkAccessManager& network, quint16 port, const QString& expression) {
+std::optional<double> query(QNetworkAccessManager& network, quint16 port,
+                            const QString& expression) {
     QUrl url(QString("http://127.0.0.1:%1/api/v1/query").arg(port));
     url.setQuery("query=" + QUrl::toPercentEncoding(expression));
     QNetworkReply* reply = network.get(QNetworkRequest(url));
-    QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-    loop.exec();
-    const QJsonArray result =
-        QJsonDocument::fromJson(reply->readAll()).object().value("data").toObject().value("result").toArray();
+    testing_support::runLoopUntil([&] { return reply->isFinished(); }, 5000);
+    const QJsonArray result = QJsonDocument::fromJson(reply->readAll())
+                                  .object()
+                                  .value("data")
+                                  .toObject()
+                                  .value("result")
+                                  .toArray();
     reply->deleteLater();
     if (result.isEmpty())
         return std::nullopt;
@@ -71,10 +74,9 @@ TEST(PrometheusScrape, ARealPrometheusSeesRestoresMove) {
     const quint16 web = freePort();
     QProcess prometheus;
     prometheus.setProcessChannelMode(QProcess::MergedChannels);
-    prometheus.start(TARVEL_PROMETHEUS,
-                     {"--config.file=" + config.fileName(),
-                      "--storage.tsdb.path=" + folder.filePath("data"),
-                      QString("--web.listen-address=127.0.0.1:%1").arg(web)});
+    prometheus.start(TARVEL_PROMETHEUS, {"--config.file=" + config.fileName(),
+                                         "--storage.tsdb.path=" + folder.filePath("data"),
+                                         QString("--web.listen-address=127.0.0.1:%1").arg(web)});
     ASSERT_TRUE(prometheus.waitForStarted(10000));
 
     QNetworkAccessManager network;

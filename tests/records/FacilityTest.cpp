@@ -1,6 +1,6 @@
 #include "RecordSamples.h"
 
-#include "support/ProcessRun.h"
+#include "support/SimulatedStation.h"
 
 #include "records/ChainVerifier.h"
 #include "records/FacilityDatabase.h"
@@ -11,9 +11,7 @@
 #include "configurator/AC2Device.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -21,6 +19,8 @@
 #include <QUrl>
 
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 namespace {
 
@@ -52,15 +52,13 @@ class Facility : public ::testing::Test {
     void SetUp() override {
         ASSERT_FALSE(qEnvironmentVariableIsEmpty("PGPORT"))
             << "run this under `pg_virtualenv -t` (ctest does)";
-        records::FacilityDatabase facility(serverURL());
-        ASSERT_TRUE(facility.connect()) << facility.lastError().toStdString();
         execute("DROP TABLE IF EXISTS tarvel_records");
     }
 
     void execute(const QString& statement) {
         {
-            records::FacilityDatabase open(serverURL());
-            ASSERT_TRUE(open.connect());
+            records::FacilityDatabase open(serverURL());  // makes the table
+            ASSERT_TRUE(open.connect()) << open.lastError().toStdString();
             QSqlDatabase db = QSqlDatabase::addDatabase("QPSQL", "direct");
             const QUrl url(serverURL());
             db.setHostName(url.host());
@@ -104,9 +102,8 @@ TEST_F(Facility, ForwardsInOrderAndKeepsEachRecordOnceWhenSentTwice) {
 
     const records::ForwardResult result =
         records::RecordOutbox::forwardWaiting(store, facility, 10);
-    EXPECT_TRUE(result.reached) << result.error.toStdString();
-    EXPECT_EQ(result.sent, 25);
-    EXPECT_EQ(result.waiting, 0);
+    EXPECT_EQ(std::tuple(result.reached, result.sent, result.waiting), std::tuple(true, 25, 0))
+        << result.error.toStdString();
     EXPECT_EQ(facilityEcids(), written);
     const auto check = records::ChainVerifier::verify(facility.chainOrder());
     EXPECT_TRUE(check.intact) << check.firstFault.toStdString();
@@ -159,23 +156,15 @@ TEST_F(Facility, OutboxWaitsWhileTheServerIsDownAndCatchesUpInOrder) {
 }
 
 TEST_F(Facility, CliSyncReportsAndVerifyNamesARecordRemovedFromTheFacility) {
-    QString removed;
+    testing_support::SimulatedStation station;
     {
-        records::RecordStore store(storePath());
+        records::RecordStore store(station.recordsDatabase());
         for (const char* ecid : {"B1", "B2", "B3"})
             store.append(sampleRecord("bench", ecid, Outcome::restored, noon), true);
-        removed = store.find({.ecid = "B2"}).first().id;
     }
-    QDir().mkpath(dir_.filePath("config/kestrune.com"));
-    QFile settings(dir_.filePath("config/kestrune.com/Tarvel.conf"));
-    ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
-    settings.write("[General]\nrecordsDatabaseURL=" + serverURL().toUtf8() + "\n");
-    settings.close();
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("XDG_STATE_HOME", dir_.filePath("state"));
-    environment.insert("XDG_CONFIG_HOME", dir_.filePath("config"));
+    station.setPreference("recordsDatabaseURL", serverURL());
     const auto cli = [&](const QStringList& arguments) {
-        return testing_support::runExecutable("tarvel-cli", arguments, environment);
+        return station.cliWithoutSimulator(arguments);
     };
 
     auto sync = cli({"records", "sync"});

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -36,6 +37,13 @@ class RecordStoreTest : public ::testing::Test {
         QSqlDatabase::removeDatabase("tamper");
     }
 
+    // Station "bench"'s chain of these ECIDs, closed again.
+    void writeChain(const QStringList& ecids, Outcome outcome) const {
+        RecordStore store(path());
+        for (const QString& ecid : ecids)
+            store.append(sampleRecord("bench", ecid, outcome, noon), false);
+    }
+
     QTemporaryDir dir_;
 };
 
@@ -47,11 +55,9 @@ TEST_F(RecordStoreTest, ChainsEachStationSeparatelyAndVerifies) {
     const auto second =
         store.append(sampleRecord("bench-a", "A2", Outcome::cancelled, noon), false);
     ASSERT_TRUE(first && other && second);
-    EXPECT_EQ(first->stationSequence, 1);
-    EXPECT_EQ(first->previousHash, "");
-    EXPECT_EQ(other->stationSequence, 1);
-    EXPECT_EQ(second->stationSequence, 2);
-    EXPECT_EQ(second->previousHash, first->hash);
+    EXPECT_EQ(std::tuple(first->stationSequence, other->stationSequence, second->stationSequence),
+              std::tuple(1, 1, 2));
+    EXPECT_EQ(std::tuple(first->previousHash, second->previousHash), std::tuple("", first->hash));
     EXPECT_EQ(first->hash, first->computeHash());
 
     const auto chain = store.chainOrder();
@@ -67,27 +73,17 @@ TEST_F(RecordStoreTest, ChainsEachStationSeparatelyAndVerifies) {
 }
 
 TEST_F(RecordStoreTest, VerifyNamesAnEditedRecord) {
-    QString edited;
-    {
-        RecordStore store(path());
-        for (const char* ecid : {"A1", "A2", "A3"})
-            store.append(sampleRecord("bench", ecid, Outcome::failed, noon), false);
-        edited = store.find({.ecid = "A2"}).first().id;
-    }
+    writeChain({"A1", "A2", "A3"}, Outcome::failed);
     tamper("UPDATE records SET outcome = 'restored' WHERE ecid = 'A2'");
     RecordStore store(path());
     const auto result = records::ChainVerifier::verify(store.chainOrder());
     EXPECT_FALSE(result.intact);
-    EXPECT_EQ(result.recordId, edited);
+    EXPECT_EQ(result.recordId, store.find({.ecid = "A2"}).first().id);
     EXPECT_TRUE(result.firstFault.contains("was changed")) << result.firstFault.toStdString();
 }
 
 TEST_F(RecordStoreTest, VerifyNamesARemovedRecordEvenWhenTheNextWasRehashed) {
-    {
-        RecordStore store(path());
-        for (const char* ecid : {"A1", "A2", "A3", "A4"})
-            store.append(sampleRecord("bench", ecid, Outcome::restored, noon), false);
-    }
+    writeChain({"A1", "A2", "A3", "A4"}, Outcome::restored);
     tamper("DELETE FROM records WHERE ecid = 'A2'");
     RecordStore store(path());
     auto result = records::ChainVerifier::verify(store.chainOrder());
@@ -136,9 +132,8 @@ TEST_F(RecordStoreTest, MigratesAVersionOneDatabaseKeepingItsRecords) {
     ASSERT_TRUE(store.isOpen()) << store.lastError().toStdString();
     const auto old = store.find({.station = "bench"});
     ASSERT_EQ(old.size(), 2);
-    EXPECT_EQ(old[0].ecid, "A2");
-    EXPECT_EQ(old[0].lastError, "libusbrestore error:21");
-    EXPECT_EQ(old[0].exitStatus, 21);
+    EXPECT_EQ(std::tuple(old[0].ecid, old[0].lastError, old[0].exitStatus),
+              std::tuple("A2", "libusbrestore error:21", 21));
     // The old records still chain; the new one follows them, and the outbox that version 2
     // added takes records.
     const auto next = store.append(sampleRecord("bench", "A3", Outcome::restored, noon), true);
@@ -152,7 +147,7 @@ TEST_F(RecordStoreTest, MigratesAVersionOneDatabaseKeepingItsRecords) {
 }
 
 TEST_F(RecordStoreTest, RefusesADatabaseFromANewerSchema) {
-    { RecordStore store(path()); }
+    writeChain({}, Outcome::restored);  // a database of this schema, empty
     tamper(
         QStringLiteral("PRAGMA user_version = %1").arg(records::RecordSchema::currentVersion + 1));
     RecordStore store(path());
@@ -193,14 +188,15 @@ TEST_F(RecordStoreTest, OutboxHandsRecordsOutInWrittenOrder) {
     store.append(sampleRecord("a", "E2", Outcome::restored, noon), false);
     store.append(sampleRecord("b", "E3", Outcome::restored, noon), true);
     store.append(sampleRecord("a", "E4", Outcome::restored, noon), true);
-    auto waiting = store.waiting(2);
-    ASSERT_EQ(waiting.size(), 2);
-    EXPECT_EQ(waiting[0].record.ecid, "E1");
-    EXPECT_EQ(waiting[1].record.ecid, "E3");
+    const auto ecids = [](const auto& waiting) {
+        QStringList found;
+        for (const auto& entry : waiting) found << entry.record.ecid;
+        return found;
+    };
+    const auto waiting = store.waiting(2);
+    ASSERT_EQ(ecids(waiting), QStringList({"E1", "E3"}));
     ASSERT_TRUE(store.removeFromOutbox({waiting[0].sequence, waiting[1].sequence}));
-    waiting = store.waiting(10);
-    ASSERT_EQ(waiting.size(), 1);
-    EXPECT_EQ(waiting[0].record.ecid, "E4");
+    EXPECT_EQ(ecids(store.waiting(10)), QStringList{"E4"});
     EXPECT_EQ(store.waitingCount(), 1);
 }
 

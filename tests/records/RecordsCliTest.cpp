@@ -1,6 +1,6 @@
 #include "RecordSamples.h"
 
-#include "support/ProcessRun.h"
+#include "support/SimulatedStation.h"
 
 #include "records/RecordStore.h"
 
@@ -25,9 +25,7 @@ using testing_support::sampleRecord;
 class RecordsCli : public ::testing::Test {
   protected:
     void SetUp() override {
-        environment_.insert("XDG_STATE_HOME", dir_.filePath("state"));
-        environment_.insert("XDG_CONFIG_HOME", dir_.filePath("config"));
-        records::RecordStore store(dir_.filePath("state/tarvel/records.sqlite"));
+        records::RecordStore store(station_.recordsDatabase());
         ASSERT_TRUE(store.isOpen());
         restored_ =
             *store.append(sampleRecord("bench", "1A2B", Outcome::restored, noon, "C02XK1"), false);
@@ -38,12 +36,19 @@ class RecordsCli : public ::testing::Test {
     }
 
     ProcessResult cli(const QStringList& arguments) const {
-        return testing_support::runExecutable("tarvel-cli", arguments, environment_);
+        return station_.cliWithoutSimulator(arguments);
     }
     QString file(const QString& name) const { return dir_.filePath(name); }
+    // A poppler tool's standard output, once it has ended well.
+    static QString poppler(const QString& tool, const QStringList& arguments) {
+        QProcess run;
+        run.start(tool, arguments);
+        EXPECT_TRUE(run.waitForFinished(20000) && run.exitCode() == 0) << tool.toStdString();
+        return QString::fromUtf8(run.readAllStandardOutput());
+    }
 
+    testing_support::SimulatedStation station_;
     QTemporaryDir dir_;
-    QProcessEnvironment environment_ = QProcessEnvironment::systemEnvironment();
     records::RestoreRecord restored_;
     records::RestoreRecord failed_;
 };
@@ -81,10 +86,7 @@ TEST_F(RecordsCli, CertificateIsAReadablePdfWithTheRecordsFactsAndRefusesAFailur
                                     file("c.pdf"), "--json", file("c.json")});
     ASSERT_EQ(made.exitCode, 0) << made.standardError.toStdString();
 
-    QProcess render;
-    render.start("pdftoppm", {"-png", "-r", "50", "-singlefile", file("c.pdf"), file("page")});
-    ASSERT_TRUE(render.waitForFinished(20000));
-    ASSERT_EQ(render.exitCode(), 0);
+    poppler("pdftoppm", {"-png", "-r", "50", "-singlefile", file("c.pdf"), file("page")});
     const QImage page(file("page.png"));
     ASSERT_FALSE(page.isNull());
     EXPECT_LT(page.width(), page.height());  // A4 upright
@@ -94,10 +96,7 @@ TEST_F(RecordsCli, CertificateIsAReadablePdfWithTheRecordsFactsAndRefusesAFailur
                   .colorCount(),
               1);
 
-    QProcess text;
-    text.start("pdftotext", {"-layout", file("c.pdf"), "-"});
-    ASSERT_TRUE(text.waitForFinished(20000));
-    const QString words = QString::fromUtf8(text.readAllStandardOutput());
+    const QString words = poppler("pdftotext", {"-layout", file("c.pdf"), "-"});
     for (const QString& fact :
          {QStringLiteral("C02XK1"), QStringLiteral("1A2B"), QStringLiteral("DFU mode"),
           QStringLiteral("all user data"), QStringLiteral("technician"), restored_.id,
@@ -123,11 +122,7 @@ TEST_F(RecordsCli, BatchCertificateHasAPagePerRestoredMacAndASummary) {
         cli({"records", "certificate", "--batch", "batch-1", "--out", file("b.pdf")});
     ASSERT_EQ(made.exitCode, 0) << made.standardError.toStdString();
     EXPECT_TRUE(made.standardError.contains("no certificate for C02XK2: its restore ended failed"));
-    QProcess info;
-    info.start("pdfinfo", {file("b.pdf")});
-    ASSERT_TRUE(info.waitForFinished(20000));
-    EXPECT_TRUE(QString::fromUtf8(info.readAllStandardOutput())
-                    .contains(QRegularExpression("Pages:\\s+3\\n")));
+    EXPECT_TRUE(poppler("pdfinfo", {file("b.pdf")}).contains(QRegularExpression("Pages:\\s+3\\n")));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "records/ChainVerifier.h"
-#include "records/RecordStore.h"
 #include "records/RecordOutbox.h"
+#include "records/RecordStore.h"
 #include "records/RestoreRecorder.h"
 
 #include "configurator/AC2Device.h"
@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 namespace {
 
@@ -31,9 +33,9 @@ class RestoreRecorderTest : public ::testing::Test {
         c.operatorName = "dana";
         c.tarvelVersion = "9.9 (99)";
         c.locate = [](std::int64_t location) {
-            return records::DeviceLocation{"1C3B4A01", static_cast<int>(location >> 16 & 0xF),
-                                           QStringLiteral("hub 1C3B4A01 port %1")
-                                               .arg(location >> 16 & 0xF)};
+            return records::DeviceLocation{
+                "1C3B4A01", static_cast<int>(location >> 16 & 0xF),
+                QStringLiteral("hub 1C3B4A01 port %1").arg(location >> 16 & 0xF)};
         };
         c.now = [this] { return clock_; };
         recorder_ = std::make_unique<RestoreRecorder>(std::move(c));
@@ -59,24 +61,18 @@ TEST_F(RestoreRecorderTest, RecordsEachOutcomeOfABatchWithWhereWhenAndWhichFirmw
     const auto third = recorder_->deviceEnded(*unstarted, Outcome::cancelled, std::nullopt, {});
     ASSERT_TRUE(first && second && third);
 
-    EXPECT_EQ(first->ecid, "1A2B");
-    EXPECT_EQ(first->batchId, "batch-9");
-    EXPECT_EQ(first->hubPort, 2);
-    EXPECT_EQ(first->location, "hub 1C3B4A01 port 2");
-    EXPECT_EQ(first->station, "bench-7");
-    EXPECT_EQ(first->operatorName, "dana");
-    EXPECT_EQ(first->durationMs, 305000);
-    EXPECT_EQ(first->firmware, "/srv/UniversalMac.ipsw");
+    EXPECT_EQ(std::tuple(first->ecid, first->batchId, first->hubPort, first->location),
+              std::tuple("1A2B", "batch-9", 2, "hub 1C3B4A01 port 2"));
+    EXPECT_EQ(std::tuple(first->station, first->operatorName, first->modelIdentifier),
+              std::tuple("bench-7", "dana", "Mac14,3"));
+    EXPECT_EQ(std::tuple(first->durationMs, first->exitStatus, first->firmware),
+              std::tuple(305000, 0, "/srv/UniversalMac.ipsw"));
     EXPECT_EQ(first->firmwareSha256, QString(64, 'f'));
-    EXPECT_EQ(first->exitStatus, 0);
-    EXPECT_EQ(first->modelIdentifier, "Mac14,3");
-    EXPECT_EQ(second->firmware, "latest");
-    EXPECT_EQ(second->lastError, "error:21");
-    EXPECT_EQ(second->durationMs, 300000);
+    EXPECT_EQ(std::tuple(second->firmware, second->lastError, second->durationMs),
+              std::tuple("latest", "error:21", 300000));
     // Cancelled before its turn: no time spent, no firmware put on it.
-    EXPECT_EQ(third->durationMs, 0);
-    EXPECT_EQ(third->firmware, "");
-    EXPECT_EQ(third->location, "hub 1C3B4A01 port 4");
+    EXPECT_EQ(std::tuple(third->durationMs, third->firmware, third->location),
+              std::tuple(0, "", "hub 1C3B4A01 port 4"));
     EXPECT_EQ(recorder_->store()->find({.batchId = "batch-9"}).size(), 3);
     EXPECT_EQ(recorder_->waitingToSync(), 0);  // no facility: nothing waits for one
 }

@@ -56,8 +56,7 @@ TEST_F(Faults, VanishedHubLeavesTheBusAndRefusesCallsUntilReconnected) {
     EXPECT_FALSE(call("stem.isConnected", {{"serial", flaky}, {"link", links_.value(flaky)}})
                      .value("connected")
                      .toBool());
-    EXPECT_EQ(call("stem.connect", {{"linkType", 1}, {"serial", flaky}}).value("result").toInt(),
-              3);
+    EXPECT_EQ(result("stem.connect", {{"linkType", 1}, {"serial", flaky}}), 3);
     EXPECT_TRUE(usbAt(0x01100000).isEmpty());
     EXPECT_TRUE(usbAt(0x01110000).isEmpty()) << "its Macs go with it";
     EXPECT_EQ(eventsNamed("usb.removed").size(), 7u);  // two hub halves, billboard, stem, 3 Macs
@@ -77,8 +76,8 @@ TEST_F(Faults, RestoreReportsProgressReenumeratesAndEndsBooted) {
         "hubs": [{"serial": 7, "macs": [
         {"port": 4, "ecid": "0xABC", "serialNumber": "DDDD444444", "state": "dfu"}]}]})");
     const qint64 location = macNamed("DDDD444444").value("locationID").toInteger();
-    ASSERT_EQ(call("mac.restore", {{"ecid", "0xABC"}, {"ipsw", ""}}).value("result").toInt(), 0);
-    EXPECT_EQ(call("mac.restore", {{"ecid", "0xABC"}}).value("result").toInt(), 5);
+    ASSERT_EQ(result("mac.restore", {{"ecid", "0xABC"}, {"ipsw", ""}}), 0);
+    EXPECT_EQ(result("mac.restore", {{"ecid", "0xABC"}}), 5);
     EXPECT_EQ(macNamed("DDDD444444").value("state").toString(), "restoring");
     EXPECT_EQ(usbAt(location).value("idProduct").toInt(), 0x1227) << "still the boot ROM";
 
@@ -110,11 +109,10 @@ TEST_F(Faults, RestoreReportsProgressReenumeratesAndEndsBooted) {
 }
 
 TEST_F(Faults, RestoreFailsWhereTheStationSaysAndCancelLeavesDfu) {
-    ASSERT_EQ(call("mac.restore", {{"ecid", "0x1001"}}).value("result").toInt(), 0);
-    ASSERT_EQ(call("mac.restore", {{"ecid", "0x1003"}}).value("result").toInt(), 0)
-        << "from recovery";
+    ASSERT_EQ(result("mac.restore", {{"ecid", "0x1001"}}), 0);
+    ASSERT_EQ(result("mac.restore", {{"ecid", "0x1003"}}), 0) << "from recovery";
     clock_.advance(2);
-    ASSERT_EQ(call("mac.cancelRestore", {{"ecid", "0x1003"}}).value("result").toInt(), 0);
+    ASSERT_EQ(result("mac.cancelRestore", {{"ecid", "0x1003"}}), 0);
     EXPECT_EQ(macNamed("CCCC333333").value("state").toString(), "dfu");
     clock_.advance(10);
     const auto finished = eventsNamed("restore.finished");
@@ -132,10 +130,10 @@ TEST_F(Faults, RestoreFailsWhereTheStationSaysAndCancelLeavesDfu) {
 }
 
 TEST_F(Faults, RestoreIsRefusedForMacsThatCannotBeRestored) {
-    EXPECT_EQ(call("mac.restore", {{"ecid", "0x1002"}}).value("result").toInt(), 7) << "booted";
-    EXPECT_EQ(call("mac.restore", {{"ecid", "0x9999"}}).value("result").toInt(), 3);
-    EXPECT_EQ(call("mac.restore", {{"ecid", "4097"}}).value("result").toInt(), 2);
-    EXPECT_EQ(call("mac.cancelRestore", {{"ecid", "0x1001"}}).value("result").toInt(), 7);
+    EXPECT_EQ(result("mac.restore", {{"ecid", "0x1002"}}), 7) << "booted";
+    EXPECT_EQ(result("mac.restore", {{"ecid", "0x9999"}}), 3);
+    EXPECT_EQ(result("mac.restore", {{"ecid", "4097"}}), 2);
+    EXPECT_EQ(result("mac.cancelRestore", {{"ecid", "0x1001"}}), 7);
 }
 
 }  // namespace

@@ -83,6 +83,10 @@ class StationTest : public ::testing::Test {
                 return device.toObject();
         return {};
     }
+    // The result code a call answers (-1 when it names none).
+    int result(const QString& name, QJsonObject arguments = {}) {
+        return call(name, std::move(arguments)).value("result").toInt(-1);
+    }
     QJsonObject macNamed(const QString& serialNumber) {
         for (const QJsonValue& mac : call(QStringLiteral("macs.list")).value("macs").toArray())
             if (mac.toObject().value("serialNumber").toString() == serialNumber)
@@ -102,6 +106,12 @@ class StationTest : public ::testing::Test {
     std::unique_ptr<sim::Protocol> protocol_;
     std::vector<Event> events_;
     QHash<qint64, qint64> links_;
+};
+
+// The shipped default station.
+class DefaultStationTest : public StationTest {
+  protected:
+    void SetUp() override { start(sim::defaultStation()); }
 };
 
 }  // namespace simtest

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
+#include <QStringList>
 #include <QTemporaryDir>
 
 #include <functional>
@@ -22,6 +23,15 @@ class Scripts {
         return path;
     }
     QString path(const QString& name) const { return dir.filePath(name); }
+    // What scripts wrote to the file `name`, sorted: scripts started together end in any order.
+    QStringList sortedLines(const QString& name) const {
+        QFile file(path(name));
+        QStringList lines;
+        if (file.open(QIODevice::ReadOnly))
+            lines = QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+        lines.sort();
+        return lines;
+    }
     // An event script that appends "event outcome payload", the payload decoded, to `log`.
     QString eventRecorder(const QString& log) {
         return write("on-event",

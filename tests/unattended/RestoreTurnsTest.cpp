@@ -2,6 +2,8 @@
 
 #include <QSignalSpy>
 
+#include <tuple>
+
 namespace bench_testing {
 namespace {
 // Restores start one at a time, the pause between processes apart, never more at once than
@@ -18,8 +20,8 @@ TEST_F(Bench, RestoreStartsAreSpacedAndCapped) {
     ticks(5);
     EXPECT_EQ(restorer_.asked.size(), 1) << "one restore at most";
     emit restorer_.finished("1C3B4A01:2", false, false, "libusbrestore error:21");
-    EXPECT_EQ(port(2).phase, PortPhase::failed);
-    EXPECT_EQ(port(2).reason, "libusbrestore error:21");
+    EXPECT_EQ(std::tuple(port(2).phase, port(2).reason),
+              std::tuple(PortPhase::failed, "libusbrestore error:21"));
     ASSERT_EQ(restorer_.asked.size(), 2);
     EXPECT_EQ(restorer_.asked.last(), "1C3B4A01:1");
 
@@ -31,9 +33,7 @@ TEST_F(Bench, RestoreStartsAreSpacedAndCapped) {
     emit restorer_.started("1C3B4A01:1", {"Macmini9,1", 0xA1, "A1"});
     emit restorer_.finished("1C3B4A01:1", true, false, "Successful");
     EXPECT_EQ(port(1).phase, PortPhase::done);
-    const auto summary = bench_->summary();
-    EXPECT_EQ(summary.restored, 1);
-    EXPECT_EQ(summary.failed, 1);
+    EXPECT_EQ(std::tuple(bench_->summary().restored, bench_->summary().failed), std::tuple(1, 1));
 }
 
 TEST_F(Bench, TheGateHoldsTheNextStartForThePause) {
@@ -58,8 +58,7 @@ TEST_F(Bench, AStopDuringALookupCancelsTheRestoreItStarts) {
     ASSERT_EQ(restorer_.asked, QStringList{"1C3B4A01:1"});
     QSignalSpy stopped(bench_.get(), &UnattendedBench::stopped);
     bench_->stop();
-    EXPECT_EQ(port(2).phase, PortPhase::failed);
-    EXPECT_EQ(port(2).reason, "stopped");
+    EXPECT_EQ(std::tuple(port(2).phase, port(2).reason), std::tuple(PortPhase::failed, "stopped"));
     EXPECT_EQ(port(1).phase, PortPhase::queued) << "its Mac is being looked up";
     emit restorer_.started("1C3B4A01:1", {"Mac14,2", 0xA1, "A1"});
     EXPECT_EQ(restorer_.cancels, 2) << "at the stop, and once the restore began";
@@ -84,8 +83,8 @@ TEST_F(Bench, AMacPulledOutWhileQueuedGivesUpItsTurn) {
     EXPECT_EQ(port(2).phase, PortPhase::queued) << "back before it counted as pulled out";
     pull(2);
     ticks(unattended::PortCycles::pulledAfterTicks);
-    EXPECT_EQ(port(2).phase, PortPhase::failed);
-    EXPECT_EQ(port(2).reason, "pulled out before its restore started");
+    EXPECT_EQ(std::tuple(port(2).phase, port(2).reason),
+              std::tuple(PortPhase::failed, "pulled out before its restore started"));
     emit restorer_.finished("1C3B4A01:1", true, false, "Successful");
     ticks(5);
     EXPECT_EQ(restorer_.asked, QStringList{"1C3B4A01:1"}) << "no turn for a Mac that left";

@@ -8,6 +8,8 @@
 
 #include <QSignalSpy>
 
+#include <tuple>
+
 namespace bench_testing {
 namespace {
 // As on the host's port: a few ticks to show DFU mode after each sequence, three sequences in all,
@@ -25,9 +27,8 @@ TEST_F(Bench, AMacThatIgnoresDfuNeedsAttentionAfterTheRetries) {
         ticks(1);
     }
     EXPECT_EQ(driver_.dfuRuns.size(), 3);
-    EXPECT_EQ(port(1).phase, PortPhase::needsAttention);
-    EXPECT_EQ(port(1).reason, "not in DFU mode after 3 DFU sequences");
-    EXPECT_EQ(bench_->summary().needsAttention, 1);
+    EXPECT_EQ(std::tuple(port(1).phase, port(1).reason, bench_->summary().needsAttention),
+              std::tuple(PortPhase::needsAttention, "not in DFU mode after 3 DFU sequences", 1));
     pull(1);
     EXPECT_EQ(port(1).phase, PortPhase::empty);
     EXPECT_EQ(port(2).phase, PortPhase::empty) << "the other port never moved";
@@ -42,8 +43,7 @@ TEST_F(Bench, DfuModeEndsTheCycleWithoutRestoring) {
     pull(1);
     EXPECT_EQ(port(1).phase, PortPhase::waitingForDFU) << "a Mac leaves the bus while it resets";
     plug(dfuMac(1, 0xA1));
-    EXPECT_EQ(port(1).phase, PortPhase::done);
-    EXPECT_EQ(port(1).ecid, 0xA1u);
+    EXPECT_EQ(std::tuple(port(1).phase, port(1).ecid), std::tuple(PortPhase::done, 0xA1u));
     plug(dfuMac(2, 0xB2));
     EXPECT_EQ(port(2).phase, PortPhase::done);
     EXPECT_EQ(driver_.dfuRuns, QStringList{"1C3B4A01:1"});
@@ -65,8 +65,8 @@ TEST_F(Bench, AnotherMacOnAFailedPortStartsANewCycle) {
     pull(1);
     EXPECT_EQ(port(1).phase, PortPhase::empty);
     plug(bootedMac(1, "C3"));
-    EXPECT_EQ(port(1).phase, PortPhase::dfuSequence);
-    EXPECT_EQ(port(1).serialNumber, "C3");
+    EXPECT_EQ(std::tuple(port(1).phase, port(1).serialNumber),
+              std::tuple(PortPhase::dfuSequence, "C3"));
 }
 
 // Stopping cancels what runs and stops the sequences; the bench says it stopped only once the
@@ -85,9 +85,7 @@ TEST_F(Bench, StopCancelsWhatIsUnderWay) {
     emit restorer_.finished("1C3B4A01:1", false, true, "Restore Cancelled");
     EXPECT_EQ(stopped.size(), 1);
     const auto summary = bench_->summary();
-    EXPECT_EQ(summary.cancelled, 2);
-    EXPECT_EQ(summary.failed, 0);
-    EXPECT_EQ(summary.underWay, 0);
+    EXPECT_EQ(std::tuple(summary.cancelled, summary.failed, summary.underWay), std::tuple(2, 0, 0));
 }
 
 // A hub plugged in while the bench runs brings its ports in, but the hubs are looked for again
@@ -126,8 +124,7 @@ TEST_F(Bench, AStopEndsTheSequencesHeldForARefresh) {
     ASSERT_EQ(driver_.dfuRuns, QStringList{"1C3B4A01:1"});
     QSignalSpy stopped(bench_.get(), &UnattendedBench::stopped);
     bench_->stop();
-    EXPECT_EQ(port(2).phase, PortPhase::failed);
-    EXPECT_EQ(port(2).reason, "stopped");
+    EXPECT_EQ(std::tuple(port(2).phase, port(2).reason), std::tuple(PortPhase::failed, "stopped"));
     EXPECT_EQ(stopped.size(), 0) << "port 1's sequence still runs";
     driver_.end("1C3B4A01:1", false, "not reached");
     EXPECT_EQ(stopped.size(), 1);

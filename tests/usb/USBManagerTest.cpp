@@ -96,9 +96,8 @@ TEST_F(USBManagerTest, DevicesPresentAtStartArriveAsTheFirstBatchAfterATenthOfAS
     timers.fire(0);
     ASSERT_EQ(posted.size(), 1u);
     EXPECT_EQ(posted[0].name, "deviceAdded");
-    ASSERT_EQ(posted[0].devices.size(), 2);
-    EXPECT_EQ(posted[0].devices[0], (DeviceIOKitInfo{apple, "C02AAA", 0x14110000, "Mac", 0}));
-    EXPECT_EQ(posted[0].devices[1].serialNumber, "C02BBB");
+    EXPECT_EQ(posted[0].devices, QList<DeviceIOKitInfo>({{apple, "C02AAA", 0x14110000, "Mac", 0},
+                                                         {apple, "C02BBB", 0x14120000, "Mac", 0}}));
     EXPECT_DOUBLE_EQ(manager->delay(), 5.0);
     EXPECT_TRUE(manager->pendingDevices().isEmpty());
 }

@@ -6,16 +6,14 @@
 #include "usb/UsbLocation.h"
 
 #include "UsbTestDevices.h"
-
-#include <QCoreApplication>
-#include <QDeadlineTimer>
+#include "support/Scripts.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace usb_testing {
 namespace {
+using testing_support::runLoopUntil;
+
 // A fake sysfs and uevent bus; every test builds its own before it opens a monitor.
 class UdevUsbRegistryTest : public ::testing::Test {
   protected:
@@ -49,13 +47,6 @@ class UdevUsbRegistryTest : public ::testing::Test {
         const QString result = QString::fromUtf8(syspath);
         g_free(syspath);
         return result;
-    }
-
-    static bool waitFor(const std::function<bool()>& condition) {
-        const QDeadlineTimer deadline(5000);
-        while (!condition() && !deadline.hasExpired())
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        return condition();
     }
 
     UMockdevTestbed* testbed = nullptr;
@@ -123,21 +114,21 @@ TEST_F(UdevUsbRegistryTest, ReportsArrivalsAndRemovalsWithTheArrivalProperties) 
 
     const QString syspath =
         addDevice("1-1.2", "05ac", "1227", dfuSerial(0xABC), "Apple Mobile Device (DFU Mode)");
-    ASSERT_TRUE(waitFor([&] { return arrived.size() == 1; }));
+    ASSERT_TRUE(runLoopUntil([&] { return arrived.size() == 1; }));
     EXPECT_EQ(arrived[0].value("locationID").toULongLong(), 0x01120000u);
     EXPECT_EQ(arrived[0].value("UsbAppleDeviceECID").toULongLong(), 0xABCu);
 
     const QByteArray path = syspath.toUtf8();
     umockdev_testbed_uevent(testbed, path.constData(), "remove");
     umockdev_testbed_remove_device(testbed, path.constData());
-    ASSERT_TRUE(waitFor([&] { return removed.size() == 1; }));
+    ASSERT_TRUE(runLoopUntil([&] { return removed.size() == 1; }));
     EXPECT_EQ(removed[0], arrived[0]);
 
     // An "add" for a device the listing already reported is not reported twice; its removal
     // still is.
     umockdev_testbed_uevent(testbed, "/sys/devices/1-1", "add");
     umockdev_testbed_uevent(testbed, "/sys/devices/1-1", "remove");
-    ASSERT_TRUE(waitFor([&] { return removed.size() == 2; }));
+    ASSERT_TRUE(runLoopUntil([&] { return removed.size() == 2; }));
     EXPECT_EQ(arrived.size(), 1);
     EXPECT_EQ(removed[1].value("kUSBSerialNumberString").toString(), "1A2B3C4D");
     registry.stopWatching();

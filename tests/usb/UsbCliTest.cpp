@@ -20,12 +20,6 @@ class UsbCommandsAgainstSimulator : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_EQ(station.start({}, 30), station.socket()); }
 
-    void TearDown() override {
-        watcher.terminate();
-        if (!watcher.waitForFinished(5000))
-            watcher.kill();
-    }
-
     // Reads the watcher's JSON lines until `done` holds for the lines so far.
     bool readWatchUntil(const std::function<bool(const QList<QJsonObject>&)>& done,
                         int milliseconds) {
@@ -52,7 +46,7 @@ class UsbCommandsAgainstSimulator : public ::testing::Test {
     }
 
     testing_support::SimulatedStation station;
-    QProcess watcher;
+    QProcess watcher;  // killed, if still running, when it goes
     QList<QJsonObject> watchLines;
 };
 
