@@ -9,6 +9,7 @@
 
 #include "MainLoopStalls.h"
 
+#include "engines/EngineChoice.h"
 #include "core/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
@@ -87,7 +88,7 @@ int main(int argc, char** argv) {
     const QString shown = argc > 2 ? QString(argv[2]) : QStringLiteral("both");
 
     core::AppState state;
-    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state));
+    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state, engines::sharedEngine()));
     app::DeviceListModel devices(
         {&core::Clock::system(), [](const AC2Device& mac) {
              const auto index = int((mac.locationID() >> 20) & 0xF) - 1;

@@ -5,6 +5,7 @@
 // tool printed, and the peak resident memory of this process.
 
 #include "core/AppState.h"
+#include "engines/CfgutilEngine.h"
 #include "configurator/ZMRConfigurator2Utility.h"
 #include "core/Settings.h"
 #include "core/SettingsKeys.h"
@@ -103,8 +104,9 @@ int main(int argc, char** argv) {
     core::AppState appState;
     restore::EventNotification events;
     restore::SoundPlayer sounds;
+    engines::CfgutilEngine engine(utility);
     restore::RestoreSession::Collaborators c =
-        restore::RestoreSession::defaultCollaborators(&appState);
+        restore::RestoreSession::defaultCollaborators(&appState, engine);
     c.settings = &settings;
     c.configurator = &utility;
     c.events = &events;

@@ -10,6 +10,7 @@
 
 #include "MainLoopStalls.h"
 
+#include "engines/EngineChoice.h"
 #include "core/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
@@ -170,7 +171,7 @@ int main(int argc, char** argv) {
 
     // The desktop's side: the device list follows the bus as USBManager would tell it.
     core::AppState state;
-    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state));
+    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&state, engines::sharedEngine()));
     app::DeviceListModel devices({&core::Clock::system(), [&names](const AC2Device& mac) {
                                       return names.nameOf(std::uint64_t(mac.locationID()));
                                   }});

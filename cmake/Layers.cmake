@@ -10,6 +10,7 @@ set(TARVEL_LAYERS
   "station"
   "records"
   "restore"
+  "engines"
   "localport"
   "unattended doctor"
   "cli app")

@@ -42,6 +42,9 @@ QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) 
         return localMessage(false);
     if (call == QLatin1String("cfgutil.faults"))
         return {{QStringLiteral("garbledList"), station_.config().garbledList}};
+    if (call == QLatin1String("idevicerestore.options"))
+        return {{QStringLiteral("errorStyle"), station_.config().idevicerestore.errorStyle},
+                {QStringLiteral("version"), station_.config().idevicerestore.version}};
     if (call == QLatin1String("station.info"))
         return {{QStringLiteral("hubs"), static_cast<int>(station_.hubs().size())},
                 {QStringLiteral("speed"), speed_},

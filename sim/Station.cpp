@@ -179,7 +179,8 @@ QJsonObject Station::macEntry(const Mac& mac) const {
             {QStringLiteral("onBus"), onBus(mac)},
             {QStringLiteral("hub"), static_cast<qint64>(mac.hubSerial())},
             {QStringLiteral("port"), config.port},
-            {QStringLiteral("garbledRestoreOutput"), config.garbledRestoreOutput}};
+            {QStringLiteral("garbledRestoreOutput"), config.garbledRestoreOutput},
+            {QStringLiteral("engineFault"), config.engineFault}};
 }
 
 int Station::startRestore(std::uint64_t ecid, QString* message) {

@@ -35,6 +35,8 @@ struct MacConfig {
     MacState state = MacState::Booted;
     bool ignoresDfu = false;
     bool garbledRestoreOutput = false;
+    // How the idevicerestore stand-in fails this Mac on its own side; empty when it does not.
+    QString engineFault;
     std::optional<RestoreFailure> restoreFailure;
 };
 
@@ -88,10 +90,18 @@ struct Timing {
 };
 
 
+// Which build of idevicerestore the stand-in plays, and so how it prints its errors.
+struct IdevicerestoreOptions {
+    // "new": bare lines on stdout; "old": "ERROR: " lines on stderr.
+    QString errorStyle = QStringLiteral("new");
+    QString version = QStringLiteral("1.0.0-270-g405fcd1");
+};
+
 struct StationConfig {
     QString source;  // the file it came from, or "<default>"
     Timing timing;
     bool garbledList = false;
+    IdevicerestoreOptions idevicerestore;
     std::vector<HubConfig> hubs;
     std::optional<MacConfig> localDfu;           // one Mac, plugged in from the start
     std::vector<MacPlug> localDfuSequence;  // or Macs plugged in one after another

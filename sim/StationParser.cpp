@@ -85,13 +85,20 @@ std::optional<RestoreFailure> readFailure(StationReader& reader, const QJsonValu
     return failure;
 }
 
+// The ways the idevicerestore stand-in can fail a Mac before or beside the simulator's restore.
+const QStringList& engineFaults() {
+    static const QStringList faults{"unknownDeviceType", "signingRefused", "restoreModeTimeout",
+                                    "ignoresTerm"};
+    return faults;
+}
+
 enum class MacPlace { hubPort, hubPlug, localPort, localSequence };
 
 MacConfig readMac(StationReader& reader, const QJsonObject& object, const QString& path,
                   MacPlace place) {
     const bool onHub = place == MacPlace::hubPort || place == MacPlace::hubPlug;
-    QStringList known{"ecid",  "serialNumber", "deviceType",          "name",
-                      "state", "ignoresDFU",   "garbledRestoreOutput", "restoreFailure"};
+    QStringList known{"ecid",       "serialNumber",         "deviceType",  "name",          "state",
+                      "ignoresDFU", "garbledRestoreOutput", "engineFault", "restoreFailure"};
     if (onHub)
         known << "port";
     if (place == MacPlace::hubPlug || place == MacPlace::localSequence)
@@ -126,6 +133,10 @@ MacConfig readMac(StationReader& reader, const QJsonObject& object, const QStrin
     mac.state = readState(reader, object, path, "state", false).value_or(MacState::Booted);
     mac.ignoresDfu = reader.boolean(object, path, "ignoresDFU").value_or(false);
     mac.garbledRestoreOutput = reader.boolean(object, path, "garbledRestoreOutput").value_or(false);
+    mac.engineFault = reader.text(object, path, "engineFault").value_or(QString());
+    if (object.contains(QLatin1String("engineFault")) && !engineFaults().contains(mac.engineFault))
+        reader.error(StationReader::join(path, QStringLiteral("engineFault")),
+                     QStringLiteral("must be one of %1").arg(engineFaults().join(", ")));
     if (object.contains(QLatin1String("restoreFailure")))
         mac.restoreFailure =
             readFailure(reader, object.value(QLatin1String("restoreFailure")),
@@ -340,6 +351,27 @@ void readLocalDfu(StationReader& reader, const QJsonObject& root, StationConfig&
         });
 }
 
+void readIdevicerestore(StationReader& reader, const QJsonObject& root,
+                        IdevicerestoreOptions& options) {
+    const QString path = QStringLiteral("idevicerestore");
+    if (!root.contains(path))
+        return;
+    if (!root.value(path).isObject())
+        reader.error(path, QStringLiteral("must be an object"));
+    const QJsonObject object = root.value(path).toObject();
+    reader.rejectUnknown(object, path, {"errorStyle", "version"});
+    options.errorStyle = reader.text(object, path, "errorStyle").value_or(options.errorStyle);
+    if (options.errorStyle != "new" && options.errorStyle != "old")
+        reader.error(StationReader::join(path, QStringLiteral("errorStyle")),
+                     QStringLiteral("must be one of new, old"));
+    options.version = reader.text(object, path, "version").value_or(options.version);
+    // It is printed as the tool's first line, which a reader takes whole.
+    if (options.version.isEmpty() || options.version.size() > 100 ||
+        options.version.contains(u'\n') || options.version.contains(u'\r'))
+        reader.error(StationReader::join(path, QStringLiteral("version")),
+                     QStringLiteral("must be one line of 1 to 100 characters"));
+}
+
 void checkUnique(StationReader& reader, const StationConfig& station) {
     QSet<std::uint32_t> serials;
     QSet<std::uint64_t> ecids;
@@ -395,7 +427,8 @@ StationLoad parseStation(const QByteArray& json, const QString& fileName) {
         reader.error(path, QStringLiteral("is given more than once"));
     });
     const QJsonObject root = document.object();
-    reader.rejectUnknown(root, QString(), {"timing", "cfgutil", "hubs", "localDFU"});
+    reader.rejectUnknown(root, QString(),
+                         {"timing", "cfgutil", "idevicerestore", "hubs", "localDFU"});
     StationConfig station;
     station.source = fileName;
     station.timing = readTiming(reader, root);
@@ -407,6 +440,7 @@ StationLoad parseStation(const QByteArray& json, const QString& fileName) {
         station.garbledList =
             reader.boolean(cfgutil, QStringLiteral("cfgutil"), "garbledList").value_or(false);
     }
+    readIdevicerestore(reader, root, station.idevicerestore);
     if (!root.value(QLatin1String("hubs")).isArray())
         reader.error(QStringLiteral("hubs"), QStringLiteral("must be an array of hubs"));
     readArray(

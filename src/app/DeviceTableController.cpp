@@ -1,7 +1,7 @@
 #include "app/DeviceTableController.h"
 
 #include "app/DevicesCsv.h"
-#include "configurator/ZMRConfigurator2Utility.h"
+#include "restore/RestoreEngine.h"
 #include "core/AppState.h"
 #include "core/NotificationCenter.h"
 #include "usb/USBManager.h"
@@ -48,14 +48,14 @@ DeviceTableController::~DeviceTableController() {
 }
 
 void DeviceTableController::refreshListing() {
-    if (listing_ || !e_.configurator->isAC2Installed())
+    if (listing_ || !e_.engine->isInstalled())
         return;
     listing_ = true;
     // An answer inside the call means another listing (the hub window's) holds the tool: its
     // empty list says nothing about the bench, so ask again a little later.
     auto answeredAtOnce = std::make_shared<bool>(true);
     QPointer<DeviceTableController> self(this);
-    e_.configurator->attachedDevicesWithCallback(
+    e_.engine->listDevices(
         [this, self, answeredAtOnce](const configurator::DeviceList& listed) {
             if (!self)
                 return;

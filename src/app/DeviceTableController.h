@@ -10,7 +10,6 @@
 #include <memory>
 #include <vector>
 
-class ZMRConfigurator2Utility;
 
 namespace core {
 class AppState;
@@ -28,13 +27,13 @@ class DeviceTableController : public QObject {
 
   public:
     struct Environment {
-        ZMRConfigurator2Utility* configurator = nullptr;
+        restore::RestoreEngine* engine = nullptr;  // lists the Macs
         restore::RestoreSession* session = nullptr;
         DeviceListModel* model = nullptr;
         core::AppState* appState = nullptr;
         core::NotificationCenter* notifications = nullptr;  // USB arrivals and removals
         int listingDelayMs = 1500;  // Macs come in bursts; one listing after the burst
-        // Apple Configurator is also asked now and then, so a change the bus did not announce
+        // The engine is also asked now and then, so a change the bus did not announce
         // (a listing the tool was too busy for, a Mac it only now recognises) still shows.
         int relistMs = 10000;
     };

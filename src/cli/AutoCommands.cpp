@@ -4,6 +4,7 @@
 #include "cli/Interrupts.h"
 #include "cli/SimulatorLoss.h"
 
+#include "engines/EngineChoice.h"
 #include "core/Log.h"
 #include "metrics/MetricsServer.h"
 #include "restore/BusAttachmentEvents.h"
@@ -75,7 +76,7 @@ int runAuto(const CliContext& context, const AutoOptions& options) {
         return fail(exitFailure, *problem);
     if (const auto problem = context.simulatorProblem())
         return fail(exitFailure, *problem);
-    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(nullptr));
+    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(nullptr, engines::sharedEngine()));
     unattended::BenchAssembly assembly(choicesOf(options), session, context.driverConsole());
     if (const auto status = serveMetrics(options, assembly))
         return *status;

@@ -2,7 +2,13 @@
 
 #include "cli/Interrupts.h"
 #include "cli/RestoreProgressBar.h"
+#include "configurator/ProcessEngine.h"
+#include "configurator/RegistryListing.h"
 #include "configurator/ZMRConfigurator2Utility.h"
+#include "engines/CfgutilEngine.h"
+#include "engines/EngineChoice.h"
+#include "usb/MacModelNames.h"
+#include "usb/UsbRegistry.h"
 #include "core/SettingsKeys.h"
 #include "records/RestoreRecorder.h"
 
@@ -39,7 +45,7 @@ QJsonObject describe(const AC2Device& device) {
 
 int devices(bool json) {
     configurator::DeviceList listed;
-    if (const auto refused = listAttachedDevices(ZMRConfigurator2Utility::sharedManager(), &listed))
+    if (const auto refused = listAttachedDevices(&listed))
         return *refused;
 
     QJsonArray described;
@@ -70,6 +76,24 @@ std::unique_ptr<core::Settings> settingsForFirmware(const QTemporaryDir& dir, co
     return settings;
 }
 
+// What the engine needs before anything starts: its tool (and cfgutil's pseudo-terminal), and
+// the firmware; a restore that cannot start has no callback at all.
+std::optional<int> refuseToStart(restore::RestoreEngine& engine) {
+    if (auto* cfgutil = dynamic_cast<engines::CfgutilEngine*>(&engine)) {
+        if (const auto refused = refuseWithoutTool(cfgutil->utility()))
+            return refused;
+        const QString pty = cfgutil->utility().ptyPath();
+        if (cfgutil->utility().platform() == configurator::RestorePlatform::Linux &&
+            !QFileInfo(pty).isExecutable())
+            return fail(exitFailure, QStringLiteral("tarvel-pty is missing at %1").arg(pty));
+    } else if (!engine.isInstalled()) {
+        return fail(exitFailure, engine.notInstalledAlert().message);
+    }
+    if (engine.refusesFirmware())
+        return exitFailure;
+    return std::nullopt;
+}
+
 int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
     const std::optional<std::uint64_t> ecid = parseEcid(QString::fromStdString(ecidText));
     if (!ecid)
@@ -77,65 +101,55 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                     QStringLiteral("\"%1\" is not an ECID (hexadecimal, as `devices` prints it)")
                         .arg(QString::fromStdString(ecidText)));
     QTemporaryDir scratch;
-    ZMRConfigurator2Utility::Collaborators collaborators =
-        ZMRConfigurator2Utility::defaultCollaborators();
-    std::unique_ptr<core::Settings> firmwareSettings;
-    if (!ipsw.empty()) {
-        firmwareSettings = settingsForFirmware(scratch, QString::fromStdString(ipsw));
-        collaborators.settings = firmwareSettings.get();
-    }
-    ZMRConfigurator2Utility utility(collaborators);
-    if (const auto refused = refuseWithoutTool(utility))
+    const std::unique_ptr<core::Settings> firmwareSettings =
+        ipsw.empty() ? nullptr : settingsForFirmware(scratch, QString::fromStdString(ipsw));
+    const std::unique_ptr<restore::RestoreEngine> engine =
+        engines::makeEngine(firmwareSettings ? *firmwareSettings : core::Settings::shared());
+    if (const auto refused = refuseToStart(*engine))
         return *refused;
-    if (collaborators.platform == configurator::RestorePlatform::Linux &&
-        !QFileInfo(collaborators.ptyPath).isExecutable())
-        return fail(exitFailure,
-                    QStringLiteral("tarvel-pty is missing at %1").arg(collaborators.ptyPath));
-    // A missing firmware file stops the restore with a dialog and no callback at all.
-    if (collaborators.settings->boolForKey(core::keys::useCustomIPSW) &&
-        !utility.customIPSWExists()) {
-        utility.showIPSWError();
-        return exitFailure;
-    }
 
     auto device = std::make_shared<AC2Device>();
     device->setEcid(*ecid);
     RestoreProgressBar bar(formatEcid(*ecid));
-    ZMRConfigurator2Utility::Runner cancelled;
+    bool cancelling = false;
     int status = exitFailure;
 
     Interrupts interrupts([&] {
         // A second Ctrl-C while the tool winds down leaves at once.
-        if (cancelled) {
+        if (cancelling) {
             records::RestoreRecorder::shared().abandonUnfinished();
             std::_Exit(exitInterrupted);
         }
-        cancelled = utility.task(*ecid);
+        cancelling = true;
         bar.note(QStringLiteral("cancelling…"));
-        utility.cancelRestore(device);
+        engine->cancel(device);
     });
 
-    utility.setUnreadableProgressObserver([&](const auto&, const QString& warning) {
-        bar.note(QStringLiteral("warning: ") + warning);
-    });
+    auto* cfgutil = dynamic_cast<engines::CfgutilEngine*>(engine.get());
+    if (cfgutil)
+        cfgutil->utility().setUnreadableProgressObserver([&](const auto&, const QString& warning) {
+            bar.note(QStringLiteral("warning: ") + warning);
+        });
     records::RestoreRecorder& recorder = records::RestoreRecorder::shared();
     const QString batchId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     recorder.batchSubmitted(batchId, {device});
+    const QString firmware = engine->firmwarePath();
     recorder.deviceStarted(batchId, *device,
-                           records::FirmwareUsed::fromSettings(*collaborators.settings));
-    utility.restoreWithAC2ForDevice(
+                           firmware.isEmpty() ? records::FirmwareUsed{}
+                                              : records::FirmwareUsed::ofFile(firmware));
+    engine->restore(
         device,
         [&](const auto&, const QVariant& step, float progress) {
             bar.update(step.toString(), progress);
         },
         [&](const auto&, const QString& chunk) { bar.note(chunk.trimmed()); },
         [&](const auto&, bool failed, const QString& message) {
-            const QStringList errors = utility.restoreErrorLines(*ecid);
+            const QStringList errors = engine->errorLines(*ecid);
             recorder.deviceEnded(*device,
                                  device->didCancel() ? records::Outcome::cancelled
                                  : failed            ? records::Outcome::failed
                                                      : records::Outcome::restored,
-                                 utility.restoreExitStatus(*ecid),
+                                 engine->exitStatus(*ecid),
                                  failed && !device->didCancel() ? message
                                  : errors.isEmpty()             ? QString()
                                                                 : errors.last());
@@ -145,18 +159,18 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
                 status = exitSuccess;
             } else if (device->didCancel()) {
                 std::printf("Restore of %s was cancelled (the tool ended with status %d).\n",
-                            qPrintable(formatEcid(*ecid)),
-                            cancelled ? cancelled->terminationStatus() : -1);
+                            qPrintable(formatEcid(*ecid)), engine->exitStatus(*ecid).value_or(-1));
                 status = exitInterrupted;
             } else {
                 status = fail(exitFailure, message);
-                for (const QString& line : utility.restoreErrorLines(*ecid))
-                    std::fprintf(stderr, "cfgutil: %s\n", qPrintable(line));
+                for (const QString& line : errors)
+                    std::fprintf(stderr, "%s: %s\n", qPrintable(engine->name()), qPrintable(line));
             }
             QCoreApplication::exit(0);
         });
     QCoreApplication::exec();
-    utility.setUnreadableProgressObserver(nullptr);
+    if (cfgutil)
+        cfgutil->utility().setUnreadableProgressObserver(nullptr);
     return status;
 }
 
@@ -184,8 +198,25 @@ std::optional<int> refuseWithoutTool(const ZMRConfigurator2Utility& utility) {
     return std::nullopt;
 }
 
-std::optional<int> listAttachedDevices(ZMRConfigurator2Utility& utility,
-                                       configurator::DeviceList* listed) {
+namespace {
+
+// idevicerestore has no listing of its own: the Macs are the registry's in DFU and recovery mode.
+std::optional<int> listInRegistry(configurator::DeviceList* listed) {
+    usb::UsbRegistry& registry = usb::UsbRegistry::shared();
+    const auto devices = registry.devices();
+    if (!devices)
+        return fail(exitFailure,
+                    QStringLiteral("the USB registry cannot be read: %1").arg(registry.lastError()));
+    *listed = configurator::listMacsInRegistry(*devices, usb::MacModelNames::shipped());
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<int> listAttachedDevices(configurator::DeviceList* listed) {
+    if (configurator::processEngine() == configurator::EngineKind::idevicerestore)
+        return listInRegistry(listed);
+    ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
     if (const auto refused = refuseWithoutTool(utility))
         return refused;
     // A tool that never finishes its listing must not hold the terminal for ever; a listing
@@ -234,7 +265,7 @@ std::optional<std::uint64_t> parseEcid(QString text) {
 }
 
 void addConfiguratorCommands(CLI::App& app, CliContext& context) {
-    CLI::App* list = app.add_subcommand("devices", "List the devices Apple Configurator sees");
+    CLI::App* list = app.add_subcommand("devices", "List the devices the restore engine sees");
     auto json = std::make_shared<bool>(false);
     list->add_flag("--json", *json, "print JSON instead of a table");
     list->callback([&context, json] { context.action = [json] { return devices(*json); }; });

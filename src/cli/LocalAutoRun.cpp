@@ -5,6 +5,7 @@
 #include "cli/Interrupts.h"
 #include "cli/SimulatorLoss.h"
 
+#include "engines/EngineChoice.h"
 #include "core/AppState.h"
 #include "localport/FirmwareUpdater.h"
 #include "localport/LocalPortAutoRestore.h"
@@ -37,7 +38,7 @@ QString describe(const restore::DevicePtr& device) {
 }
 
 restore::RestoreSession::Collaborators restoresOf(AutoDFU& cycle, core::AppState& appState) {
-    auto collaborators = restore::RestoreSession::defaultCollaborators(&appState);
+    auto collaborators = restore::RestoreSession::defaultCollaborators(&appState, engines::sharedEngine());
     collaborators.hostPort = localport::LocalPortAutoRestore::handOffTo(cycle);
     return collaborators;
 }
@@ -48,7 +49,7 @@ class AutoRestores {
     AutoRestores(AutoDFU& cycle, core::AppState& appState, FirmwareUpdater& updater)
         : session_(restoresOf(cycle, appState)),
           handOff_({&cycle, &session_, &appState,
-                    localport::LocalPortAutoRestore::configuratorListing(),
+                    localport::LocalPortAutoRestore::engineListing(),
                     localport::LocalPortAutoRestore::registryPortDevice()}) {
         QObject::connect(&handOff_, &localport::LocalPortAutoRestore::restoreStarted,
                          [this](const restore::DevicePtr& device) {

@@ -5,6 +5,7 @@
 #include "cli/RestoreBatchDisplay.h"
 #include "cli/SimulatorLoss.h"
 
+#include "engines/EngineChoice.h"
 #include "core/AppState.h"
 #include "usb/MacModelNames.h"
 #include "configurator/ZMRConfigurator2Utility.h"
@@ -75,7 +76,7 @@ const QString restoreAbandoned = QStringLiteral("Restore Abandoned");
 // whose outcome never came.
 QJsonArray historyRecords(const QList<restore::History>& history,
                           const QList<restore::History>& abandoned) {
-    const ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
+    const restore::RestoreEngine& engine = engines::sharedEngine();
     QJsonArray records;
     for (const restore::History& record : history + abandoned) {
         QJsonObject object{{"device", record.device},
@@ -85,10 +86,10 @@ QJsonArray historyRecords(const QList<restore::History>& history,
                            {"identifier", record.identifier.toString(QUuid::WithoutBraces)}};
         bool hex = false;
         const std::uint64_t ecid = record.device.toULongLong(&hex, 16);
-        if (const auto status = hex ? utility.restoreExitStatus(ecid) : std::nullopt;
+        if (const auto status = hex ? engine.exitStatus(ecid) : std::nullopt;
             status && record.message != restoreAbandoned) {
             object.insert("status", *status);
-            if (const QStringList errors = utility.restoreErrorLines(ecid); !errors.isEmpty())
+            if (const QStringList errors = engine.errorLines(ecid); !errors.isEmpty())
                 object.insert("error", errors.join('\n'));
         }
         records.append(object);
@@ -146,7 +147,7 @@ bool isProgressStatus(const restore::DevicePtr& device, const QString& status) {
 
 int runBatch(const restore::DeviceList& devices, const Options& options) {
     core::AppState appState;
-    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&appState));
+    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&appState, engines::sharedEngine()));
     QList<RestoreBatchDisplay::Device> rows;
     const auto registry = usb::UsbRegistry::shared().devices();
     const usb::HubPortNames ports(registry.value_or(QList<usb::PropertyMap>()));
@@ -226,6 +227,7 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
         simulatorLost = true;
         QCoreApplication::exit(0);
     });
+    // Only Apple Configurator's progress can be unreadable JSON; the observer is harmless otherwise.
     ZMRConfigurator2Utility& utility = ZMRConfigurator2Utility::sharedManager();
     utility.setUnreadableProgressObserver([&](const auto&, const QString& warning) {
         display.note(QStringLiteral("warning: ") + warning);
@@ -248,10 +250,10 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     }
 
     // The history keeps only the status; the tool's own reason is what a technician acts on.
+    const restore::RestoreEngine& engine = engines::sharedEngine();
     for (const auto& device : devices)
-        for (const QString& line :
-             ZMRConfigurator2Utility::sharedManager().restoreErrorLines(device->ecid()))
-            std::fprintf(stderr, "cfgutil (0x%s): %s\n",
+        for (const QString& line : engine.errorLines(device->ecid()))
+            std::fprintf(stderr, "%s (0x%s): %s\n", qPrintable(engine.name()),
                          qPrintable(QString::number(device->ecid(), 16).toUpper()),
                          qPrintable(line));
     if (!writeHistoryFile(abandoned))
@@ -269,8 +271,7 @@ int restoreBatch(const Options& options) {
     if (options.allInDFU == !options.ecids.empty())
         return fail(exitUsage, QStringLiteral("name the devices' ECIDs or give --all-dfu"));
     configurator::DeviceList listed;
-    if (const auto refused =
-            listAttachedDevices(ZMRConfigurator2Utility::sharedManager(), &listed))
+    if (const auto refused = listAttachedDevices(&listed))
         return *refused;
     restore::DeviceList selected;
     if (const auto refused = selectDevices(options, listed, &selected))

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <QFile>
+
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,8 +50,8 @@ int statusFrom(int waitStatus) {
 }
 
 // posix_spawn reports a failed exec as its own error, so a path that cannot run leaves no child.
-int spawnWithPipes(const QStringList& arguments, const Pipe& in, const Pipe& out, const Pipe& err,
-                   pid_t* pid) {
+int spawnWithPipes(const QStringList& arguments, const QString& workingDirectory, const Pipe& in,
+                   const Pipe& out, const Pipe& err, pid_t* pid) {
     std::vector<QByteArray> words;
     words.reserve(static_cast<size_t>(arguments.size()));
     for (const QString& argument : arguments) words.push_back(argument.toLocal8Bit());
@@ -63,6 +65,9 @@ int spawnWithPipes(const QStringList& arguments, const Pipe& in, const Pipe& out
     posix_spawn_file_actions_adddup2(&actions, out.write, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err.write, STDERR_FILENO);
     posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    const QByteArray folder = QFile::encodeName(workingDirectory);
+    if (!folder.isEmpty())
+        posix_spawn_file_actions_addchdir_np(&actions, folder.constData());
 
     // The child starts with default signal handling and nothing blocked, whatever the parent
     // did for itself (the command line catches SIGINT, for one).
@@ -87,7 +92,8 @@ int spawnWithPipes(const QStringList& arguments, const Pipe& in, const Pipe& out
 
 }  // namespace
 
-std::unique_ptr<ChildProcess> ChildProcess::spawn(const QStringList& arguments, QString* error) {
+std::unique_ptr<ChildProcess> ChildProcess::spawn(const QStringList& arguments, QString* error,
+                                                 const QString& workingDirectory) {
     if (arguments.isEmpty()) {
         if (error)
             *error = QStringLiteral("no launch path");
@@ -103,7 +109,7 @@ std::unique_ptr<ChildProcess> ChildProcess::spawn(const QStringList& arguments, 
         return nullptr;
     }
     pid_t pid = -1;
-    const int result = spawnWithPipes(arguments, in, out, err, &pid);
+    const int result = spawnWithPipes(arguments, workingDirectory, in, out, err, &pid);
     closeDescriptor(in.read);
     closeDescriptor(out.write);
     closeDescriptor(err.write);

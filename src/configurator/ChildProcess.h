@@ -17,8 +17,10 @@ namespace configurator {
 // zombie.
 class ChildProcess {
   public:
-    // Answers nothing when the child cannot be started; `error` then says why.
-    static std::unique_ptr<ChildProcess> spawn(const QStringList& arguments, QString* error);
+    // Answers nothing when the child cannot be started; `error` then says why. A relative launch
+    // path is found in `workingDirectory` when one is given.
+    static std::unique_ptr<ChildProcess> spawn(const QStringList& arguments, QString* error,
+                                               const QString& workingDirectory = {});
 
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

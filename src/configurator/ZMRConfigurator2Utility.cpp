@@ -215,6 +215,14 @@ void ZMRConfigurator2Utility::restoreWithAC2() {
     taskWrapper_->startProcess();
 }
 
+bool ZMRConfigurator2Utility::usesCustomIPSW() const {
+    return c_.settings->boolForKey(core::keys::useCustomIPSW);
+}
+
+QString ZMRConfigurator2Utility::customIPSWPath() const {
+    return c_.settings->stringForKey(core::keys::customIPSWPath);
+}
+
 bool ZMRConfigurator2Utility::customIPSWExists() const {
     const QString path = c_.settings->stringForKey(core::keys::customIPSWPath);
     return !path.isEmpty() && QFileInfo::exists(path);

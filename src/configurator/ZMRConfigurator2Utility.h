@@ -55,6 +55,8 @@ class ZMRConfigurator2Utility {
     ZMRConfigurator2Utility& operator=(const ZMRConfigurator2Utility&) = delete;
 
     const QString& toolPath() const { return c_.toolPath; }
+    const QString& ptyPath() const { return c_.ptyPath; }
+    configurator::RestorePlatform platform() const { return c_.platform; }
     bool isAC2Installed() const;
 
     // The callback comes at once on this thread with nothing when the tool is missing or a
@@ -81,6 +83,9 @@ class ZMRConfigurator2Utility {
     // Restores whatever single device the tool picks; call it on the main thread.
     void restoreWithAC2();
     bool customIPSWExists() const;
+    // Whether restores are given the user's firmware file, and which.
+    bool usesCustomIPSW() const;
+    QString customIPSWPath() const;
     void showIPSWError();
 
     // Synchronous, on the caller's thread.

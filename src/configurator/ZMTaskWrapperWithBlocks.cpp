@@ -105,7 +105,7 @@ void ZMTaskWrapperWithBlocks::startProcess() {
     dropChild();
 
     QString error;
-    task_ = configurator::ChildProcess::spawn(arguments_, &error);
+    task_ = configurator::ChildProcess::spawn(arguments_, &error, workingDirectory_);
     if (!task_) {
         logLaunchFailure(error);
         return;

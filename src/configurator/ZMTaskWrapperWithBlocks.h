@@ -68,6 +68,8 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     // For a tool that prints one document and ends: its standard output is handed over as one
     // chunk when it ends (or reaches the cap), however slowly it came. Set before startProcess.
     void handOverOutputWhole() { outputWhole_ = true; }
+    // For a tool that drops files in its current directory. Set before startProcess.
+    void setWorkingDirectory(const QString& folder) { workingDirectory_ = folder; }
 
   private:
     struct NotifierDeleter {
@@ -98,4 +100,5 @@ class ZMTaskWrapperWithBlocks : public std::enable_shared_from_this<ZMTaskWrappe
     std::unique_ptr<QTimer, TimerDeleter> settleTimer_;
     QByteArray pendingOutput_;
     bool outputWhole_ = false;
+    QString workingDirectory_;
 };

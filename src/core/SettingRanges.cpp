@@ -28,6 +28,8 @@ constexpr std::array kRanges{
     SettingRange{keys::recoverySleepBetweenReboots, 0, kUInt32Max, 0},
     SettingRange{keys::timeBetweenProcesses, 0, kUInt32Max, 3},
     SettingRange{keys::unattendedMaxRestores, 1, 64, 4},
+    SettingRange{keys::maxConcurrentRestores, 0, 64, 0},
+    SettingRange{keys::restoreRetries, 0, 5, 1},
 };
 
 // Both texts the options sheet stores as typed; their readers take whole decimal numbers only.

@@ -39,6 +39,11 @@ constexpr std::array kKeys{
     SettingKey{keys::recordsDatabaseURL, String, "postgresql:// address of the facility's records database"},
     SettingKey{keys::unattendedMaxRestores, Integer, "the most restores the unattended bench runs at once"},
     SettingKey{keys::metricsListenAddress, String, "ADDRESS:PORT or PORT of the metrics endpoint; empty is off"},
+    SettingKey{keys::restoreEngine, String, "what restores Macs: auto, cfgutil or idevicerestore"},
+    SettingKey{keys::idevicerestorePath, String, "the idevicerestore to run (found on PATH when empty)"},
+    SettingKey{keys::firmwarePath, String, "IPSW file or extracted folder idevicerestore restores"},
+    SettingKey{keys::maxConcurrentRestores, Integer, "the most restores running at once (0: no cap)"},
+    SettingKey{keys::restoreRetries, Integer, "times a Mac the engine lost on its way is put back into DFU mode and restored again"},
 };
 
 }  // namespace

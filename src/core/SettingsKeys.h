@@ -62,6 +62,11 @@ inline constexpr auto stationName = "stationName";
 inline constexpr auto recordsDatabaseURL = "recordsDatabaseURL";
 inline constexpr auto unattendedMaxRestores = "unattendedMaxRestores";
 inline constexpr auto metricsListenAddress = "metricsListenAddress";
+inline constexpr auto restoreEngine = "restoreEngine";
+inline constexpr auto idevicerestorePath = "idevicerestorePath";
+inline constexpr auto firmwarePath = "firmwarePath";
+inline constexpr auto maxConcurrentRestores = "maxConcurrentRestores";
+inline constexpr auto restoreRetries = "restoreRetries";
 }  // namespace keys
 
 }  // namespace core

@@ -24,9 +24,12 @@ std::optional<QString> simulatorSocketFromEnvironment() {
 
 void selectSimulator(const QString& socket) {
     qputenv("TARVEL_SIM", socket.toLocal8Bit());
+    const QString beside = QCoreApplication::applicationDirPath();
     if (qEnvironmentVariableIsEmpty("TARVEL_CFGUTIL"))
-        qputenv("TARVEL_CFGUTIL",
-                (QCoreApplication::applicationDirPath() + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
+        qputenv("TARVEL_CFGUTIL", (beside + QStringLiteral("/tarvel-sim-cfgutil")).toLocal8Bit());
+    if (qEnvironmentVariableIsEmpty("TARVEL_IDEVICERESTORE"))
+        qputenv("TARVEL_IDEVICERESTORE",
+                (beside + QStringLiteral("/tarvel-sim-idevicerestore")).toLocal8Bit());
     // Our pauses run on the station's time: a fast simulator gets shorter pauses, never a client
     // that waits less than the hardware needs.
     SimulatorConnection connection(socket);

@@ -14,8 +14,8 @@ QString defaultSimulatorSocketPath();
 std::optional<QString> simulatorSocketFromEnvironment();
 
 // Makes the simulator at the socket the process's: TARVEL_SIM names it for every backend and
-// child, and the Configurator tool becomes tarvel-sim-cfgutil beside this executable unless
-// TARVEL_CFGUTIL already names one. The system clock's pauses follow the station's speed.
+// child, and the engines' tools become tarvel-sim-cfgutil and tarvel-sim-idevicerestore beside
+// this executable unless TARVEL_CFGUTIL and TARVEL_IDEVICERESTORE already name others. The system clock's pauses follow the station's speed.
 void selectSimulator(const QString& socket);
 
 // Why the simulator at the socket cannot be used (nothing listens there), if it cannot. A silent

@@ -1,15 +1,15 @@
 #include "localport/LocalPortAutoRestore.h"
 
 #include "core/AppState.h"
-#include "configurator/ZMRConfigurator2Utility.h"
+#include "engines/EngineChoice.h"
 #include "core/Log.h"
 #include "usb/DeviceIOKit.h"
 
 namespace localport {
 
-LocalPortAutoRestore::ListDevices LocalPortAutoRestore::configuratorListing() {
+LocalPortAutoRestore::ListDevices LocalPortAutoRestore::engineListing() {
     return [](std::function<void(const DeviceList&)> done) {
-        ZMRConfigurator2Utility::sharedManager().attachedDevicesWithCallback(
+        engines::sharedEngine().listDevices(
             [done = std::move(done)](const configurator::DeviceList& devices) {
                 DeviceList listed;
                 for (const auto& device : devices) listed.append(device);

@@ -15,7 +15,7 @@ using restore::DeviceList;
 using restore::DevicePtr;
 
 // The restore workflow's side of the automatic cycle on the host's own DFU port: when a Mac has
-// arrived there in DFU mode and automatic restore is on, it finds that Mac in Apple Configurator's
+// arrived there in DFU mode and automatic restore is on, it finds that Mac in the restore engine's
 // listing and restores it through the session. The cycle takes any arrival on the port for one
 // in DFU mode; a Mac that arrived running is sent back to `unknown`, so the next tick asks for
 // DFU mode instead of the cycle waiting for ever for a restore that cannot start. The queue hands
@@ -39,8 +39,8 @@ class LocalPortAutoRestore final : public QObject {
         int retryMilliseconds = 2000;
     };
 
-    // Lists through the shared Configurator utility.
-    static ListDevices configuratorListing();
+    // Lists through the engine of this process.
+    static ListDevices engineListing();
     // Asks this process's USB registry.
     static std::function<PortDevice()> registryPortDevice();
     // What the restore queue tells the cycle: a batch has started, a Mac has restored.

@@ -3,8 +3,7 @@
 #include "records/RecordRow.h"
 #include "records/RecordSchema.h"
 
-#include "core/LogLocation.h"
-#include "core/RealHomeFolder.h"
+#include "core/StateFolder.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -21,10 +20,7 @@ constexpr int busyTimeoutMs = 10000;
 }  // namespace
 
 QString RecordStore::defaultPath() {
-    const QString stateHome = qEnvironmentVariable("XDG_STATE_HOME");
-    const QString folder = stateHome.isEmpty() ? core::userLogFolder(core::realHomeFolder())
-                                               : stateHome + QStringLiteral("/tarvel");
-    return folder + QStringLiteral("/records.sqlite");
+    return core::stateFolder() + QStringLiteral("/records.sqlite");
 }
 
 RecordStore::RecordStore(const QString& path)

@@ -19,6 +19,7 @@
 #include <limits>
 #include <optional>
 
+#include <QHash>
 #include <QUuid>
 
 namespace restore {
@@ -58,6 +59,8 @@ struct RestoreQueue::Batch {
     int outstanding = 0;
     bool failed = false;
     bool cancelled = false;
+    QHash<std::uint64_t, int> retries;        // by ECID
+    QHash<std::uint64_t, QString> retriedAfter;  // "retried after: <the engine's reason>"
 };
 
 RestoreQueue::RestoreQueue(RestoreSession& session)
@@ -102,8 +105,12 @@ void RestoreQueue::doRestore(const DeviceList& devices, const QString& batchId) 
     batch->devices = joinedEcids(devices);
     batch->outstanding = static_cast<int>(devices.size());
     for (qsizetype i = 0; i < devices.size(); ++i) {
-        // A cancel between starts leaves the rest of the batch unstarted.
-        if (session_.isCancelling_.load()) {
+        // A cancel between starts, or while waiting for a slot, leaves the rest unstarted.
+        const int cap = int(c_.settings->boundedNumber(core::keys::maxConcurrentRestores));
+        const bool slot = slots_.take(
+            cap, [this] { return session_.isCancelling_.load(); },
+            [this] { setProgressMessage(QStringLiteral("Waiting for a restore to end")); });
+        if (!slot) {
             skipUnstarted(batch, devices.mid(i));
             break;
         }
@@ -140,19 +147,33 @@ void RestoreQueue::postRestoreStarted(const DeviceList& devices) {
 
 void RestoreQueue::startDevice(const std::shared_ptr<Batch>& batch, const DevicePtr& device) {
     removeCacheIfWanted();
-    device->setDidCancel(false);
-    device->setIsRestoring(true);
     std::weak_ptr<int> alive = lifetime_;
-    const records::FirmwareUsed firmware =
-        c_.recorder ? records::FirmwareUsed::fromSettings(*c_.settings) : records::FirmwareUsed{};
+    const QString firmwarePath = c_.engine->firmwarePath();
+    const records::FirmwareUsed firmware = c_.recorder && !firmwarePath.isEmpty()
+                                               ? records::FirmwareUsed::ofFile(firmwarePath)
+                                               : records::FirmwareUsed{};
+    // The start and a cancel are decided on the main thread, where a cancel is made: a Mac
+    // whose start was due when the batch was cancelled is never started.
     dispatch::main([this, alive, device, batch, firmware] {
         if (alive.expired())
             return;
+        if (session_.isCancelling()) {
+            slots_.release();
+            cancelUnstarted(batch, {device});
+            return;
+        }
+        device->setDidCancel(false);
+        device->setIsRestoring(true);
         if (c_.recorder)
             c_.recorder->deviceStarted(batch->id, *device, firmware);
         session_.setDeviceStatus(device, QStringLiteral("Preparing for restore..."));
+        launch(batch, device);
     });
-    c_.configurator->restoreWithAC2ForDevice(
+}
+
+void RestoreQueue::launch(const std::shared_ptr<Batch>& batch, const DevicePtr& device) {
+    std::weak_ptr<int> alive = lifetime_;
+    c_.engine->restore(
         device,
         [this, alive](const DevicePtr& restoring, const QVariant& step, float progress) {
             if (alive.expired())
@@ -176,6 +197,36 @@ void RestoreQueue::startDevice(const std::shared_ptr<Batch>& batch, const Device
         });
 }
 
+// A restore the engine lost on its way is started again once the Mac is back in DFU mode
+// through its hub port; the slot it held stays its own meanwhile.
+bool RestoreQueue::retryThroughHub(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
+                                   const QString& reason) {
+    const RestoreSession::HubRetry& hub = c_.hubRetry;
+    const int allowed = int(c_.settings->boundedNumber(core::keys::restoreRetries));
+    int& retries = batch->retries[device->ecid()];
+    if (!hub.reenterDfu || !c_.engine->isTransient(reason) || retries >= allowed ||
+        !hub.isOnHubPort(device) || session_.isCancelling())
+        return false;
+    ++retries;
+    const QString note = QStringLiteral("retried after: %1").arg(reason);
+    batch->retriedAfter[device->ecid()] = note;
+    session_.appendHistory(device, note);
+    logLevel1(QStringLiteral("%1: %2").arg(formatEcid(device->ecid()), note), __LINE__);
+    session_.setDeviceStatus(device, QStringLiteral("Putting the Mac back into DFU mode"));
+    std::weak_ptr<int> alive = lifetime_;
+    hub.reenterDfu(device, [this, alive, batch, device, reason](bool inDfu) {
+        if (alive.expired())
+            return;
+        if (!inDfu || session_.isCancelling() || device->didCancel()) {
+            deviceCompleted(batch, device, true, reason, false);
+            return;
+        }
+        session_.setDeviceStatus(device, QStringLiteral("Preparing for restore..."));
+        launch(batch, device);
+    });
+    return true;
+}
+
 void RestoreQueue::removeCacheIfWanted() {
     if (!c_.settings->boolForKey(core::keys::removeACCache))
         return;
@@ -188,8 +239,13 @@ void RestoreQueue::removeCacheIfWanted() {
 void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const DeviceList& unstarted) {
     std::weak_ptr<int> alive = lifetime_;
     dispatch::main([this, alive, batch, unstarted] {
-        if (alive.expired())
-            return;
+        if (!alive.expired())
+            cancelUnstarted(batch, unstarted);
+    });
+}
+
+void RestoreQueue::cancelUnstarted(const std::shared_ptr<Batch>& batch,
+                                   const DeviceList& unstarted) {
         for (const DevicePtr& device : unstarted) {
             if (c_.recorder)
                 c_.recorder->deviceEnded(*device, records::Outcome::cancelled, std::nullopt, {});
@@ -203,12 +259,14 @@ void RestoreQueue::skipUnstarted(const std::shared_ptr<Batch>& batch, const Devi
         session_.setWasLastDeviceCancelled();
         batch->cancelled = true;
         settle(batch, static_cast<int>(unstarted.size()));
-    });
 }
 
 void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
-                                   bool failed, const QString& message) {
-    recordOutcome(device, failed, message);
+                                   bool failed, const QString& message, bool mayRetry) {
+    if (failed && mayRetry && !device->didCancel() && retryThroughHub(batch, device, message))
+        return;
+    slots_.release();
+    recordOutcome(*batch, device, failed, message);
     logLevel0(message, __LINE__);
     const bool useScript = c_.settings->boolForKey(core::keys::shouldUseEventScript);
     const QVariantMap devices{{QStringLiteral("devices"), batch->devices}};
@@ -253,7 +311,8 @@ void RestoreQueue::deviceCompleted(const std::shared_ptr<Batch>& batch, const De
     settle(batch, 1);
 }
 
-void RestoreQueue::recordOutcome(const DevicePtr& device, bool failed, const QString& message) {
+void RestoreQueue::recordOutcome(const Batch& batch, const DevicePtr& device, bool failed,
+                                 const QString& message) {
     if (!c_.recorder)
         return;
     // The same reading of the completion as deviceCompleted's: a cancel wins over a failure,
@@ -261,11 +320,16 @@ void RestoreQueue::recordOutcome(const DevicePtr& device, bool failed, const QSt
     const records::Outcome outcome = device->didCancel() ? records::Outcome::cancelled
                                      : failed            ? records::Outcome::failed
                                                          : records::Outcome::restored;
-    const QStringList errors = c_.configurator->restoreErrorLines(device->ecid());
-    const QString lastError = outcome == records::Outcome::failed ? message
-                              : errors.isEmpty()                 ? QString()
-                                                                 : errors.last();
-    c_.recorder->deviceEnded(*device, outcome, c_.configurator->restoreExitStatus(device->ecid()),
+    const QStringList errors = c_.engine->errorLines(device->ecid());
+    QString lastError = outcome == records::Outcome::failed ? message
+                        : errors.isEmpty()                 ? QString()
+                                                           : errors.last();
+    // A Mac restored on its second try keeps why it needed one.
+    if (const QString retried = batch.retriedAfter.value(device->ecid()); !retried.isEmpty())
+        lastError = lastError.isEmpty() || outcome == records::Outcome::restored
+                        ? retried
+                        : QStringLiteral("%1 (%2)").arg(lastError, retried);
+    c_.recorder->deviceEnded(*device, outcome, c_.engine->exitStatus(device->ecid()),
                              lastError);
 }
 

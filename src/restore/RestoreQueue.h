@@ -1,6 +1,7 @@
 #pragma once
 
 #include "restore/RestoreSession.h"
+#include "restore/RestoreSlots.h"
 
 #include "core/Dispatch.h"
 
@@ -24,6 +25,8 @@ class RestoreQueue {
 
     // Queues the batch; batches never overlap.
     void submit(const DeviceList& devices);
+    // The batch is being cancelled: a queue waiting for a free slot gives up.
+    void wakeWaiting() { slots_.wake(); }
 
     // The pause between starts: the text as a 32-bit unsigned decimal, 3 when it is not one.
     static unsigned pauseBetweenStarts(const QString& text);
@@ -36,12 +39,17 @@ class RestoreQueue {
     void doRestore(const DeviceList& devices, const QString& batchId);
     void postRestoreStarted(const DeviceList& devices);
     void startDevice(const std::shared_ptr<Batch>& batch, const DevicePtr& device);
+    void launch(const std::shared_ptr<Batch>& batch, const DevicePtr& device);
     void skipUnstarted(const std::shared_ptr<Batch>& batch, const DeviceList& unstarted);
+    void cancelUnstarted(const std::shared_ptr<Batch>& batch, const DeviceList& unstarted);
+    bool retryThroughHub(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
+                         const QString& reason);
     void removeCacheIfWanted();
     // Writes the outcome's durable record; before anything shows the outcome.
-    void recordOutcome(const DevicePtr& device, bool failed, const QString& message);
+    void recordOutcome(const Batch& batch, const DevicePtr& device, bool failed,
+                       const QString& message);
     void deviceCompleted(const std::shared_ptr<Batch>& batch, const DevicePtr& device,
-                         bool failed, const QString& message);
+                         bool failed, const QString& message, bool mayRetry = true);
     void settle(const std::shared_ptr<Batch>& batch, int devices);
     void postEvent(const QString& event, bool status, const QVariantMap& info);
     void setProgressMessage(const QString& message);
@@ -50,6 +58,7 @@ class RestoreQueue {
     const RestoreSession::Collaborators& c_;
     // Completions queued to the main thread check this before touching a queue that may be gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
+    RestoreSlots slots_;
     dispatch::SerialQueue queue_;
 };
 

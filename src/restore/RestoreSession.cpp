@@ -24,8 +24,10 @@ const QString firmwareCacheSuffix = QStringLiteral(
 
 }  // namespace
 
-RestoreSession::Collaborators RestoreSession::defaultCollaborators(core::AppState* appState) {
+RestoreSession::Collaborators RestoreSession::defaultCollaborators(core::AppState* appState,
+                                                                   RestoreEngine& engine) {
     Collaborators c;
+    c.engine = &engine;
     c.settings = &core::Settings::shared();
     c.alerts = &core::Alerts::shared();
     c.clock = &core::Clock::system();
@@ -51,14 +53,9 @@ RestoreSession::RestoreSession(Collaborators collaborators, QObject* parent)
 RestoreSession::~RestoreSession() = default;
 
 bool RestoreSession::restore(const DeviceList& devices) {
-    if (!c_.configurator->isAC2Installed()) {
+    if (!c_.engine->isInstalled()) {
         showACNotInstalledError_ = true;
-        c_.alerts->show({QStringLiteral("Apple Configurator Not Installed"),
-                         QStringLiteral("Apple Configurator is not installed to your Applications "
-                                        "folder. Please install Apple Configurator to restore "
-                                        "devices and to show which devices are in DFU mode. It is "
-                                        "not required to put devices into DFU mode."),
-                         {QStringLiteral("OK")}});
+        c_.alerts->show(c_.engine->notInstalledAlert());
         return false;
     }
     const bool allInDFU = std::all_of(devices.begin(), devices.end(),
@@ -71,13 +68,8 @@ bool RestoreSession::restore(const DeviceList& devices) {
                          {QStringLiteral("OK")}});
         return false;
     }
-    // A missing firmware file would stop every restore of the batch without a completion,
-    // leaving the batch open for ever; refuse it here, with the same dialog.
-    if (c_.settings->boolForKey(core::keys::useCustomIPSW) &&
-        !c_.configurator->customIPSWExists()) {
-        c_.configurator->showIPSWError();
+    if (c_.engine->refusesFirmware())
         return false;
-    }
     if (devices.isEmpty())
         return false;
     startBatch();
@@ -90,9 +82,10 @@ void RestoreSession::cancel(const DeviceList& tableDevices) {
         if (!device->isRestoring())
             continue;
         setDeviceStatus(device, QStringLiteral("Cancelling restore..."));
-        c_.configurator->cancelRestore(device);
+        c_.engine->cancel(device);
     }
     setIsCancelling(true);
+    queue_->wakeWaiting();
 }
 
 void RestoreSession::startBatch() {

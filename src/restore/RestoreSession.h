@@ -1,6 +1,7 @@
 #pragma once
 
 #include "restore/History.h"
+#include "restore/RestoreEngine.h"
 
 #include "configurator/AC2Device.h"
 
@@ -50,15 +51,27 @@ class RestoreSession : public QObject {
         std::function<void()> macRestored;
     };
 
+    // Puts a Mac back into DFU mode through the hub port it is on, for a restore the engine lost
+    // on its way. `isOnHubPort` answers at once; `reenterDfu` calls back on the main thread with
+    // whether the Mac is in DFU mode again. Empty: no retries.
+    struct HubRetry {
+        std::function<bool(const DevicePtr& device)> isOnHubPort;
+        std::function<void(const DevicePtr& device, std::function<void(bool inDfu)> done)>
+            reenterDfu;
+    };
+
     struct Collaborators {
         core::Settings* settings = nullptr;
         core::Alerts* alerts = nullptr;
         core::Clock* clock = nullptr;  // history dates and the pause between starts
+        RestoreEngine* engine = nullptr;
+        // Apple Configurator's cache, cleared before each start when the user asks for it.
         ZMRConfigurator2Utility* configurator = nullptr;
         core::AppState* appState = nullptr;
         EventNotification* events = nullptr;
         SoundPlayer* sounds = nullptr;
         HostPortCycle hostPort;
+        HubRetry hubRetry;
         // Keeps every outcome for good; none when null.
         records::RestoreRecorder* recorder = nullptr;
         QString firmwareCachePath;  // the free-space label measures its volume when it exists
@@ -67,13 +80,14 @@ class RestoreSession : public QObject {
 
     // The shared services, the shared restore records, and Apple Configurator's firmware cache
     // below the real home folder; no host port cycle, which its owner hands in.
-    static Collaborators defaultCollaborators(core::AppState* appState);
+    static Collaborators defaultCollaborators(core::AppState* appState, RestoreEngine& engine);
 
     explicit RestoreSession(Collaborators collaborators, QObject* parent = nullptr);
     ~RestoreSession() override;
 
-    // The Restore button. Refuses with an alert, starting nothing, when Apple Configurator is
-    // missing or a device is not in DFU mode; answers whether the batch was queued.
+    // The Restore button. Refuses with an alert, starting nothing, when the engine is missing, a
+    // device is not in DFU mode or the firmware cannot be found; answers whether the batch was
+    // queued.
     bool restore(const DeviceList& devices);
     // The Cancel button, with every device of the table: those restoring are stopped; those of
     // the batch that have not started yet are not started.

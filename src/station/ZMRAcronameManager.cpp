@@ -3,7 +3,7 @@
 #include "hubs/BrainStemWrapper.h"
 
 #include "configurator/AC2Device.h"
-#include "configurator/ZMRConfigurator2Utility.h"
+#include "configurator/ProcessEngine.h"
 #include "core/Alerts.h"
 #include "core/Clock.h"
 #include "core/Log.h"
@@ -101,9 +101,7 @@ ZMRAcronameManagerEnvironment ZMRAcronameManagerEnvironment::processDefaults(
     environment.runOnMain = dispatch::main;
     // The listing runs its tool on the main loop, also when a sequence on a worker asks for it.
     environment.listDevices = [](std::function<void(AC2Devices)> callback) {
-        dispatch::main([callback = std::move(callback)] {
-            ZMRConfigurator2Utility::sharedManager().attachedDevicesWithCallback(callback);
-        });
+        dispatch::main([callback = std::move(callback)] { configurator::listMacs(callback); });
     };
     environment.hubAddress = [](std::uint64_t address) {
         return DeviceIOKit().hubAddressWithDeviceAddress(address);

@@ -42,7 +42,7 @@ BenchAssembly::BenchAssembly(const Choices& choices, restore::RestoreSession& se
     driver_ = std::make_unique<ManagerPortDriver>(std::move(environment));
     if (choices.restore)
         restorer_ = std::make_unique<SessionRestorer>(
-            session, localport::LocalPortAutoRestore::configuratorListing());
+            session, localport::LocalPortAutoRestore::engineListing());
     bench_ = std::make_unique<UnattendedBench>(
         UnattendedBench::Collaborators{&usb::UsbRegistry::shared(), driver_.get(), restorer_.get(),
                                        [this] { return now(); }, std::max(1, int(1000 / speed_))},

@@ -14,7 +14,7 @@ namespace unattended {
 class SessionRestorer final : public Restorer {
     Q_OBJECT
   public:
-    // `listDevices` finds the Mac in Apple Configurator's listing by its USB location.
+    // `listDevices` finds the Mac in the restore engine's listing by its USB location.
     SessionRestorer(restore::RestoreSession& session,
                     localport::LocalPortAutoRestore::ListDevices listDevices,
                     QObject* parent = nullptr);

@@ -1,14 +1,16 @@
 #include "support/CollaboratorBuilder.h"
 #include "support/Scripts.h"
 
-#include "core/AppState.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
 #include "app/DfuPortLookup.h"
 #include "app/HistoryModel.h"
+#include "engines/CfgutilEngine.h"
 #include "configurator/ZMRConfigurator2Utility.h"
+#include "core/AppState.h"
 #include "core/SettingsKeys.h"
+#include "localport/AutoDFU.h"
 #include "restore/EventNotification.h"
 #include "restore/RestoreSession.h"
 #include "restore/SoundPlayer.h"
@@ -16,7 +18,6 @@
 #include "support/TestSettings.h"
 #include "support/VirtualClock.h"
 #include "unattended/BenchController.h"
-#include "localport/AutoDFU.h"
 #include "views/BenchMapView.h"
 #include "views/BenchTileButton.h"
 #include "views/CollapsibleSection.h"
@@ -30,12 +31,10 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSplitter>
-#include <QToolButton>
-#include <QVBoxLayout>
-#include <QSortFilterProxyModel>
 #include <QTableView>
 #include <QTest>
+#include <QToolButton>
+#include <QVBoxLayout>
 
 #include <gtest/gtest.h>
 
@@ -64,11 +63,13 @@ class DeviceArea : public ::testing::Test {
             scripts, scripts.write("cfgutil",
                                    "echo '{\"Step\":\"Restoring\",\"Progress\":0.5}'; "
                                    "sleep 0.2; exit 0")));
+        engine = std::make_unique<engines::CfgutilEngine>(*utility);
         session = std::make_unique<restore::RestoreSession>(
-            parts.restoreSession(*utility, appState, events, sounds, autoDFU, scripts.dir.path()));
+            parts.restoreSession(*engine, *utility, appState, events, sounds, autoDFU, scripts.dir.path()));
         history = std::make_unique<app::HistoryModel>(*session);
-        controller = std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
-            utility.get(), session.get(), &devices, &appState, nullptr, 1500, 0});
+        controller =
+            std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
+                engine.get(), session.get(), &devices, &appState, nullptr, 1500, 0});
         devices.roster().applyListing({mac(0xA1, "SN-A1", 0x1110000, true),
                                        mac(0xA2, "SN,A2", 0x1120000, true),
                                        mac(0xB1, "SN-B1", 0x1130000, false)});
@@ -95,6 +96,7 @@ class DeviceArea : public ::testing::Test {
     restore::SoundPlayer sounds;
     AutoDFU autoDFU;
     std::unique_ptr<ZMRConfigurator2Utility> utility;
+    std::unique_ptr<engines::CfgutilEngine> engine;
     std::unique_ptr<restore::RestoreSession> session;
     // The Macs at 0x11N0000 hang on port N of hub 1C3B4A01.
     app::DeviceListModel devices{{&clock, [](const AC2Device& mac) {
@@ -188,8 +190,8 @@ class BenchMapArea : public DeviceArea {
   protected:
     void SetUp() override {
         DeviceArea::SetUp();
-        benchMap.setHubPorts({"1C3B4A01:1", "1C3B4A01:2", "1C3B4A01:3", "1C3B4A01:4",
-                              "1C3B4A01:5"});
+        benchMap.setHubPorts(
+            {"1C3B4A01:1", "1C3B4A01:2", "1C3B4A01:3", "1C3B4A01:4", "1C3B4A01:5"});
         panel->showBenchMap(true);
     }
     views::BenchTileButton* tile(int index) const { return panel->benchMap()->tiles().at(index); }
@@ -222,13 +224,14 @@ TEST_F(BenchMapArea, TilesFollowTheMacsThroughARestore) {
 
 TEST_F(BenchMapArea, MoreStatesCanBeAddedWithoutTouchingTheBuiltInOnes) {
     benchMap.addState("attention", {"Needs Attention", 0xFF6F00, 0x000000});
-    benchMap.addClassifier([](const app::BenchTile& tile, const AC2Device* mac)
-                               -> std::optional<QString> {
-        if (mac && tile.port == "1C3B4A01:2")
-            return QStringLiteral("attention");
-        return std::nullopt;
-    });
-    EXPECT_EQ(states(), (QStringList{"DFU", "Needs Attention", "Booted", "Empty", "Empty", "Empty"}));
+    benchMap.addClassifier(
+        [](const app::BenchTile& tile, const AC2Device* mac) -> std::optional<QString> {
+            if (mac && tile.port == "1C3B4A01:2")
+                return QStringLiteral("attention");
+            return std::nullopt;
+        });
+    EXPECT_EQ(states(),
+              (QStringList{"DFU", "Needs Attention", "Booted", "Empty", "Empty", "Empty"}));
 }
 
 TEST_F(BenchMapArea, ClicksAndKeysOnTilesSelectTheMacsInTheTable) {

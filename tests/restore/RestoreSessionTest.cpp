@@ -5,9 +5,10 @@
 #include "core/AppState.h"
 #include "core/SettingsKeys.h"
 #include "core/Sounds.h"
+#include "engines/CfgutilEngine.h"
 #include "localport/AutoDFU.h"
-#include "restore/EventNotification.h"
 #include "localport/LocalPortAutoRestore.h"
+#include "restore/EventNotification.h"
 #include "restore/RestoreQueue.h"
 #include "restore/RestoreSession.h"
 #include "restore/SoundPlayer.h"
@@ -20,6 +21,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -107,7 +109,8 @@ class RestoreBatch : public ::testing::Test {
         const testing_support::CollaboratorBuilder parts(settings.settings(), virtualClock,
                                                          &alerts);
         utility = std::make_unique<ZMRConfigurator2Utility>(parts.configurator(scripts, tool));
-        auto c = parts.restoreSession(*utility, appState, events, soundPlayer, autoDFU,
+        engine = std::make_unique<engines::CfgutilEngine>(*utility);
+        auto c = parts.restoreSession(*engine, *utility, appState, events, soundPlayer, autoDFU,
                                       scripts.dir.path());
         c.clock = &clock;
         session = std::make_unique<RestoreSession>(c);
@@ -125,14 +128,7 @@ class RestoreBatch : public ::testing::Test {
         settings.settings().setValue(core::keys::shouldUseEventScript, true);
         settings.settings().setValue(core::keys::eventScriptPath, scripts.eventRecorder("events"));
     }
-    QStringList events_() const {
-        QFile file(scripts.path("events"));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        QStringList lines = QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
-        lines.sort();
-        return lines;
-    }
+    QStringList events_() const { return scripts.sortedLines("events"); }
 
     QStringList historyLines() const {
         QStringList lines;
@@ -158,6 +154,7 @@ class RestoreBatch : public ::testing::Test {
     restore::EventNotification events{virtualClock};
     AutoDFU autoDFU;
     std::unique_ptr<ZMRConfigurator2Utility> utility;
+    std::unique_ptr<engines::CfgutilEngine> engine;
     std::unique_ptr<RestoreSession> session;
 };
 
@@ -170,16 +167,13 @@ TEST_F(RestoreBatch, OneDeviceRestoresWithoutAPause) {
 
     EXPECT_TRUE(clock.sleeps().empty());
     EXPECT_EQ(historyLines(), QStringList({"111 SN111 " + restored}));
-    EXPECT_EQ(mac->restoreStatus(), "Successful");
-    EXPECT_FALSE(mac->isRestoring());
-    EXPECT_EQ(session->restoredDevices(), 1);
-    EXPECT_TRUE(session->shouldShowRestoreComplete());
+    EXPECT_EQ(std::tuple(mac->restoreStatus(), mac->isRestoring(), session->restoredDevices(),
+                         session->shouldShowRestoreComplete()),
+              std::tuple("Successful", false, 1, true));
     EXPECT_EQ(sounds.played, QStringList{"finishSound"});
     ASSERT_EQ(progress.count(), 1);
     EXPECT_EQ(progress[0][1].toString(), "Restoring");
-    ASSERT_EQ(prevent.count(), 2);
-    EXPECT_TRUE(prevent[0][0].toBool());
-    EXPECT_FALSE(prevent[1][0].toBool());
+    EXPECT_EQ(prevent, (QList<QVariantList>{{true}, {false}})) << "held for the batch, then let go";
     EXPECT_EQ(autoDFU.autoTarvState(), AutoTarvState::restoring);
     EXPECT_EQ(appState.progressMessage(), "");
 }
@@ -197,11 +191,10 @@ TEST_F(RestoreBatch, PausesBetweenStartsFromTheSettingAndFailuresDoNotStopTheBat
     EXPECT_EQ(historyLines(), QStringList({"111 SN111 " + restored, "222 SN222 " + statusMessage(3),
                                            "333 SN333 " + restored}));
     EXPECT_EQ(macs[1]->restoreStatus(), statusMessage(3));
-    EXPECT_TRUE(session->showRestoreError());
-    EXPECT_EQ(session->errorMessage(), statusMessage(3));
-    EXPECT_FALSE(session->shouldShowRestoreComplete());
+    EXPECT_EQ(std::tuple(session->showRestoreError(), session->errorMessage(),
+                         session->shouldShowRestoreComplete(), session->restoredDevices()),
+              std::tuple(true, statusMessage(3), false, 2));
     EXPECT_EQ(sounds.played, QStringList{"fail"});
-    EXPECT_EQ(session->restoredDevices(), 2);
 
     ASSERT_TRUE(runLoopUntil([&] { return events_().size() == 6; }));
     const QStringList seen = events_();
@@ -256,10 +249,9 @@ TEST_F(RestoreBatch, RefusesWithAnAlertWhenAMacIsNotInDFUOrTheToolIsMissing) {
 
     makeSession(scripts.path("no-such-tool"));
     ASSERT_FALSE(session->restore({device(0x111)}));
-    EXPECT_EQ(alerts.shown().size(), 2u);
-    EXPECT_TRUE(session->showACNotInstalledError());
-    EXPECT_FALSE(session->preventTermination());
-    EXPECT_TRUE(session->history().isEmpty());
+    EXPECT_EQ(std::tuple(alerts.shown().size(), session->showACNotInstalledError(),
+                         session->preventTermination(), session->history().size()),
+              std::tuple(2u, true, false, 0));
 }
 
 TEST_F(RestoreBatch, AutomaticRestoreHandsTheMacToTheLocalPortCycleInsteadOfTheScript) {
@@ -277,8 +269,8 @@ TEST_F(RestoreBatch, TheLocalPortHandOffRestoresTheMacOnThePortAndHandsAFailureB
     Port port = Port::running;
     const DeviceList listed{device(0x111), device(0x222)};
     localport::LocalPortAutoRestore handOff({&autoDFU, session.get(), &appState,
-                                           [&](auto done) { done(listed); }, [&] { return port; },
-                                           50});
+                                             [&](auto done) { done(listed); }, [&] { return port; },
+                                             50});
     QSignalSpy started(&handOff, &localport::LocalPortAutoRestore::restoreStarted);
     QSignalSpy succeeded(&handOff, &localport::LocalPortAutoRestore::deviceRestored);
     QSignalSpy failed(&handOff, &localport::LocalPortAutoRestore::restoreFailed);

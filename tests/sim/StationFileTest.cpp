@@ -150,7 +150,7 @@ TEST(StationFile, ADocumentWithMoreNodesThanAStationCanHaveIsNotParsed) {
     EXPECT_EQ(errorsOf(valuesDocument(499997)).value(0).left(40),
               "bench.json: (document): has more objects");
     EXPECT_EQ(errorsOf(valuesDocument(499996)),
-              QStringList{"bench.json: x: unknown field (known fields: timing, cfgutil, hubs, "
+              QStringList{"bench.json: x: unknown field (known fields: timing, cfgutil, idevicerestore, hubs, "
                           "localDFU)"})
         << "brackets and commas in texts are not counted";
 }
@@ -173,10 +173,7 @@ TEST(StationFile, ValuesAreReadAsWritten) {
     EXPECT_FALSE(load.station->localDfu.has_value());
 }
 
-class UsbView : public StationTest {
-  protected:
-    void SetUp() override { start(sim::defaultStation()); }
-};
+using UsbView = DefaultStationTest;
 
 TEST_F(UsbView, LocationsFollowHubPositionAndPort) {
     const QJsonArray devices = call("usb.list").value("devices").toArray();

@@ -56,13 +56,14 @@ ZMRAcronameManagerEnvironment CollaboratorBuilder::acronameManager(
 }
 
 restore::RestoreSession::Collaborators CollaboratorBuilder::restoreSession(
-    ZMRConfigurator2Utility& configurator, core::AppState& appState,
+    restore::RestoreEngine& engine, ZMRConfigurator2Utility& configurator, core::AppState& appState,
     restore::EventNotification& events, restore::SoundPlayer& sounds, AutoDFU& autoDFU,
     const QString& home) const {
     restore::RestoreSession::Collaborators c;
     c.settings = &settings_;
     c.alerts = alerts_;
     c.clock = &clock_;
+    c.engine = &engine;
     c.configurator = &configurator;
     c.appState = &appState;
     c.events = &events;

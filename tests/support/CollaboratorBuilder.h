@@ -32,7 +32,8 @@ class CollaboratorBuilder {
     ZMRAcronameManagerEnvironment acronameManager(std::shared_ptr<stem::Backend> backend,
                                                   core::Sounds& sounds) const;
     // The restore workflow, measuring the free space of `home` (it has no firmware cache).
-    restore::RestoreSession::Collaborators restoreSession(ZMRConfigurator2Utility& configurator,
+    restore::RestoreSession::Collaborators restoreSession(restore::RestoreEngine& engine,
+                                                          ZMRConfigurator2Utility& configurator,
                                                           core::AppState& appState,
                                                           restore::EventNotification& events,
                                                           restore::SoundPlayer& sounds,

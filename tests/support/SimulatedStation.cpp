@@ -13,6 +13,8 @@ namespace testing_support {
 SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
     QDir().mkpath(logFolder());
     setPreference("LogFolderPath", logFolder());
+    // Cells name the idevicerestore engine where they mean it; the rest pin Apple Configurator's.
+    setPreference("restoreEngine", "cfgutil");
     environment_.insert("XDG_CONFIG_HOME", folder_.filePath("config"));
     environment_.insert("XDG_STATE_HOME", folder_.filePath("state"));
     environment_.remove("TARVEL_SIM");

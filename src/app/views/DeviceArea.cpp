@@ -5,6 +5,7 @@
 #include "views/MainWindow.h"
 #include "views/UnattendedBenchGroupView.h"
 
+#include "engines/EngineChoice.h"
 #include "app/BenchMap.h"
 #include "app/DeviceListModel.h"
 #include "app/DeviceTableController.h"
@@ -56,7 +57,7 @@ DeviceArea::~DeviceArea() = default;
 
 void DeviceArea::buildModels(core::AppState& state) {
     restore::RestoreSession::Collaborators restoreEnvironment =
-        restore::RestoreSession::defaultCollaborators(&state);
+        restore::RestoreSession::defaultCollaborators(&state, engines::sharedEngine());
     restoreEnvironment.hostPort = localport::LocalPortAutoRestore::handOffTo(AutoDFU::shared());
     firmwareCachePath_ = restoreEnvironment.firmwareCachePath;
     session_ = std::make_unique<restore::RestoreSession>(restoreEnvironment);
@@ -74,7 +75,7 @@ void DeviceArea::buildModels(core::AppState& state) {
     dfuPorts_ = std::make_unique<app::DfuPortLookup>();
     deviceTable_ =
         std::make_unique<app::DeviceTableController>(app::DeviceTableController::Environment{
-            restoreEnvironment.configurator, session_.get(), devices_.get(), &state,
+            restoreEnvironment.engine, session_.get(), devices_.get(), &state,
             &core::NotificationCenter::defaultCenter()});
     benchMap_ = std::make_unique<app::BenchMap>(*devices_, AutoDFU::dfuPortAddress);
     benchMap_->showPortPhases(benchController_->model());

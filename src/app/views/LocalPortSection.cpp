@@ -25,7 +25,7 @@ LocalPortSection::LocalPortSection(core::AppState& state, restore::RestoreSessio
       autoRestore_(std::make_unique<localport::LocalPortAutoRestore>(
           localport::LocalPortAutoRestore::Collaborators{
               &AutoDFU::shared(), &session, &state,
-              localport::LocalPortAutoRestore::configuratorListing(),
+              localport::LocalPortAutoRestore::engineListing(),
               localport::LocalPortAutoRestore::registryPortDevice()})) {
     connect(autoRestore_.get(), &localport::LocalPortAutoRestore::deviceRestored, this,
             [this](const restore::DevicePtr& device) {
