@@ -50,6 +50,13 @@ class Mac {
     // Result codes as the protocol answers them; message explains a refusal.
     int startRestore(QString* message);
     int cancelRestore(QString* message);
+    // The engine fault the stand-in plays on this Mac's next restore; empty once it has spoilt
+    // as many restores as the station file says.
+    QString engineFault() const { return engineFaultsLeft_ == 0 ? QString() : config_.engineFault; }
+    void useEngineFault() {
+        if (engineFaultsLeft_ > 0)
+            --engineFaultsLeft_;
+    }
 
   private:
     void startUp(MacState target, double seconds);
@@ -76,6 +83,7 @@ class Mac {
     Scheduler::Token restoreTimer_ = 0;
     Scheduler::Token reenumeration_ = 0;
     RestoreStage restoreStage_ = RestoreStage::Dfu;
+    int engineFaultsLeft_ = config_.engineFaultTimes;
 };
 
 }  // namespace sim

@@ -36,6 +36,8 @@ QJsonObject Protocol::dispatch(const QString& call, const QJsonObject& request) 
         return restoreCall(request, false);
     if (call == QLatin1String("mac.cancelRestore"))
         return restoreCall(request, true);
+    if (call == QLatin1String("mac.engineFaultUsed"))
+        return engineFaultUsed(request);
     if (call == QLatin1String("local.dfu"))
         return localMessage(true);
     if (call == QLatin1String("local.reboot"))
@@ -87,6 +89,18 @@ QJsonObject Protocol::restoreCall(const QJsonObject& request, bool cancel) {
     const int result =
         cancel ? station_.cancelRestore(ecid, &message) : station_.startRestore(ecid, &message);
     return result == 0 ? QJsonObject{} : failure(result, message);
+}
+
+QJsonObject Protocol::engineFaultUsed(const QJsonObject& request) {
+    bool ok = false;
+    const QString written = request.value(QLatin1String("ecid")).toString();
+    Mac* mac = written.startsWith(QLatin1String("0x"), Qt::CaseInsensitive)
+                   ? station_.macByEcid(written.mid(2).toULongLong(&ok, 16))
+                   : nullptr;
+    if (!ok || mac == nullptr)
+        return failure(code::notFound, QStringLiteral("no Mac with ECID \"%1\"").arg(written));
+    mac->useEngineFault();
+    return {};
 }
 
 QJsonObject Protocol::localMessage(bool dfu) {

@@ -27,6 +27,7 @@ class Protocol {
     QJsonObject dispatch(const QString& call, const QJsonObject& request);
     QJsonObject macsList() const;
     QJsonObject restoreCall(const QJsonObject& request, bool cancel);
+    QJsonObject engineFaultUsed(const QJsonObject& request);
     QJsonObject localMessage(bool dfu);
 
     Station& station_;

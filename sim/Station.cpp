@@ -180,7 +180,7 @@ QJsonObject Station::macEntry(const Mac& mac) const {
             {QStringLiteral("hub"), static_cast<qint64>(mac.hubSerial())},
             {QStringLiteral("port"), config.port},
             {QStringLiteral("garbledRestoreOutput"), config.garbledRestoreOutput},
-            {QStringLiteral("engineFault"), config.engineFault}};
+            {QStringLiteral("engineFault"), mac.engineFault()}};
 }
 
 int Station::startRestore(std::uint64_t ecid, QString* message) {

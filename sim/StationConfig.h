@@ -37,6 +37,7 @@ struct MacConfig {
     bool garbledRestoreOutput = false;
     // How the idevicerestore stand-in fails this Mac on its own side; empty when it does not.
     QString engineFault;
+    int engineFaultTimes = -1;  // restores the fault spoils; -1: every one
     std::optional<RestoreFailure> restoreFailure;
 };
 

@@ -98,7 +98,7 @@ MacConfig readMac(StationReader& reader, const QJsonObject& object, const QStrin
                   MacPlace place) {
     const bool onHub = place == MacPlace::hubPort || place == MacPlace::hubPlug;
     QStringList known{"ecid",       "serialNumber",         "deviceType",  "name",          "state",
-                      "ignoresDFU", "garbledRestoreOutput", "engineFault", "restoreFailure"};
+                      "ignoresDFU", "garbledRestoreOutput", "engineFault", "engineFaultTimes", "restoreFailure"};
     if (onHub)
         known << "port";
     if (place == MacPlace::hubPlug || place == MacPlace::localSequence)
@@ -137,6 +137,7 @@ MacConfig readMac(StationReader& reader, const QJsonObject& object, const QStrin
     if (object.contains(QLatin1String("engineFault")) && !engineFaults().contains(mac.engineFault))
         reader.error(StationReader::join(path, QStringLiteral("engineFault")),
                      QStringLiteral("must be one of %1").arg(engineFaults().join(", ")));
+    mac.engineFaultTimes = int(reader.integer(object, path, "engineFaultTimes", 1, 1000).value_or(-1));
     if (object.contains(QLatin1String("restoreFailure")))
         mac.restoreFailure =
             readFailure(reader, object.value(QLatin1String("restoreFailure")),

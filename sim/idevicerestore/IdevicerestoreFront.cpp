@@ -135,6 +135,9 @@ void IdevicerestoreFront::identify(const QJsonObject& mac) {
         output_.openLog(defaultLogName(ecid));
     const QString mode = mac.value("state").toString() == "dfu" ? "DFU" : "Recovery";
     const QString fault = mac.value("engineFault").toString();
+    // This restore is the one the fault spoils; a station may let a later one through.
+    if (!fault.isEmpty())
+        simulator_->request("mac.engineFaultUsed", {{"ecid", ecidText_}});
     output_.line(QStringLiteral("Found device in %1 mode").arg(mode));
     output_.line(QStringLiteral("ECID: %1").arg(ecid));
     if (fault == "unknownDeviceType")

@@ -3,6 +3,7 @@
 #include "cli/ConfiguratorCommands.h"
 #include "cli/Interrupts.h"
 #include "cli/RestoreBatchDisplay.h"
+#include "cli/RestoreHubRetry.h"
 #include "cli/SimulatorLoss.h"
 
 #include "engines/EngineChoice.h"
@@ -39,6 +40,7 @@ struct Options {
     std::vector<std::string> ecids;
     std::string historyJSON;
     std::optional<QString> simulator;
+    const CliContext* context = nullptr;
 };
 
 // The devices the batch restores: every one in DFU mode, or the ones named, in the order named.
@@ -147,7 +149,11 @@ bool isProgressStatus(const restore::DevicePtr& device, const QString& status) {
 
 int runBatch(const restore::DeviceList& devices, const Options& options) {
     core::AppState appState;
-    restore::RestoreSession session(restore::RestoreSession::defaultCollaborators(&appState, engines::sharedEngine()));
+    RestoreHubRetry hubRetry(*options.context);
+    auto collaborators =
+        restore::RestoreSession::defaultCollaborators(&appState, engines::sharedEngine());
+    collaborators.hubRetry = hubRetry.collaborator();
+    restore::RestoreSession session(collaborators);
     QList<RestoreBatchDisplay::Device> rows;
     const auto registry = usb::UsbRegistry::shared().devices();
     const usb::HubPortNames ports(registry.value_or(QList<usb::PropertyMap>()));
@@ -236,9 +242,15 @@ int runBatch(const restore::DeviceList& devices, const Options& options) {
     if (started)
         QCoreApplication::exec();
     utility.setUnreadableProgressObserver(nullptr);
-    if (!started)
-        return exitFailure;
     display.finish();
+    if (!started) {
+        // The alert above says why; the batch still ends as every batch does.
+        status = fail(exitFailure, QStringLiteral("the batch was refused; no Mac was started"));
+        writeHistoryFile({});
+        if (options.json)
+            display.end(historyRecords({}, {}), status);
+        return status;
+    }
     const QList<restore::History> abandoned = abandonedRecords();
     // The restores may have ended on their own, failed by the simulator's going, before its
     // socket was heard to close.
@@ -294,6 +306,7 @@ void addRestoreCommands(CLI::App& app, CliContext& context) {
     restore->callback([&context, options] {
         context.action = [&context, options] {
             options->simulator = context.simulatorSocket();
+            options->context = &context;
             return restoreBatch(*options);
         };
     });

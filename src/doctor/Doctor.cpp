@@ -214,6 +214,7 @@ Places Places::system() {
                            localport::installedSystemdUnitPath};
     const QString named = qEnvironmentVariable("TARVEL_CFGUTIL");
     places.cfgutilPath = named.isEmpty() ? QString::fromUtf8(configurator::appleToolPath) : named;
+    places.engine = EnginePlaces::system();
     return places;
 }
 
@@ -227,6 +228,8 @@ DoctorReport examine(const Places& places, core::Settings& settings,
     report.add(polkitActionCheck(places, hardware));
     report.add(helperAnswersCheck(places, hardware));
     report.add(configuratorCheck(places));
+    for (Check& check : engineChecks(places.engine, settings, places.cfgutilPath, !hardware))
+        report.add(std::move(check));
     report.add(sessionBusCheck());
     report.add(logCheck());
     report.add(settingsCheck(settings));

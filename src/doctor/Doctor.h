@@ -1,6 +1,7 @@
 #pragma once
 
 #include "doctor/DoctorReport.h"
+#include "doctor/EngineChecks.h"
 
 #include <QStringList>
 
@@ -28,6 +29,7 @@ struct Places {
     QString cfgutilPath;
     // How long the helper may take to start and answer its version.
     int helperTimeoutMilliseconds = 5000;
+    EnginePlaces engine;
 
     static Places system();
 };

@@ -14,6 +14,8 @@ QString statusWord(Check::Status status) {
             return QStringLiteral("ok");
         case Check::Status::Failed:
             return QStringLiteral("failed");
+        case Check::Status::Warning:
+            return QStringLiteral("warning");
         case Check::Status::NotNeeded:
             break;
     }
@@ -26,6 +28,8 @@ QString statusMark(Check::Status status) {
             return QStringLiteral("ok  ");
         case Check::Status::Failed:
             return QStringLiteral("FAIL");
+        case Check::Status::Warning:
+            return QStringLiteral("WARN");
         case Check::Status::NotNeeded:
             break;
     }
@@ -43,7 +47,9 @@ QString DoctorReport::text() const {
     QString text = QStringLiteral("Tarvel doctor, %1 mode\n").arg(mode_);
     for (const Check& check : checks_) {
         text += QStringLiteral("%1 %2: %3\n").arg(statusMark(check.status), check.name, check.detail);
-        if (check.status == Check::Status::Failed && !check.fix.isEmpty())
+        const bool wantsFix =
+            check.status == Check::Status::Failed || check.status == Check::Status::Warning;
+        if (wantsFix && !check.fix.isEmpty())
             text += QStringLiteral("     fix: %1\n").arg(check.fix);
     }
     text += passed() ? QStringLiteral("Everything the %1 mode needs is in place.\n").arg(mode_)

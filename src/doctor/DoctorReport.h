@@ -9,7 +9,8 @@ namespace doctor {
 
 // One finding: what was checked, what was seen, and when it failed, what to do about it.
 struct Check {
-    enum class Status { Ok, Failed, NotNeeded };
+    // A warning does not fail the mode: something may still go wrong, and the fix says what.
+    enum class Status { Ok, Failed, Warning, NotNeeded };
     QString name;
     Status status = Status::Ok;
     QString detail;
@@ -28,9 +29,9 @@ public:
     // Whether everything the mode needs is there.
     bool passed() const;
 
-    // One line a check ("ok", "FAIL" or "--" for what this mode does not need), the fix on the
-    // line under a failure, and a closing verdict. The JSON keeps the fix of what this mode
-    // does not need as well, for a script that prepares the other mode.
+    // One line a check ("ok", "FAIL", "WARN" or "--" for what this mode does not need), the fix
+    // on the line under a failure or a warning, and a closing verdict. The JSON keeps the fix of
+    // what this mode does not need as well, for a script that prepares the other mode.
     QString text() const;
     QJsonObject json() const;
 

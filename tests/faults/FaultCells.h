@@ -41,6 +41,7 @@ struct Cell {
 
 QList<Cell> faultCells();
 QList<Cell> restoreCells();  // listings, restores, the unattended bench and the host's port
+QList<Cell> engineCells();   // the idevicerestore engine: its failures, retries, cancel and cap
 
 // Every vendor message to the port fails for good.
 inline QByteArray hardErrorOnMessage(int port) {

@@ -243,7 +243,7 @@ QList<Cell> hubCells() {
 QList<Cell> faultCells() {
     // Built here, not at file scope: the cells are read while tests register, before other
     // files' statics are sure to exist.
-    return sequenceCells() + hubCells() + restoreCells();
+    return sequenceCells() + hubCells() + restoreCells() + engineCells();
 }
 
 }  // namespace faults

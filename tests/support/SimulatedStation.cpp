@@ -19,6 +19,7 @@ SimulatedStation::SimulatedStation() : socket_(folder_.filePath("sim.sock")) {
     environment_.insert("XDG_STATE_HOME", folder_.filePath("state"));
     environment_.remove("TARVEL_SIM");
     environment_.remove("TARVEL_CFGUTIL");
+    environment_.remove("TARVEL_IDEVICERESTORE");
     environment_.remove("LD_PRELOAD");  // a test run under umockdev must not hand it on
 }
 
