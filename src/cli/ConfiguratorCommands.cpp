@@ -145,14 +145,17 @@ int restoreDevice(const std::string& ecidText, const std::string& ipsw) {
         [&](const auto&, const QString& chunk) { bar.note(chunk.trimmed()); },
         [&](const auto&, bool failed, const QString& message) {
             const QStringList errors = engine->errorLines(*ecid);
-            recorder.deviceEnded(*device,
-                                 device->didCancel() ? records::Outcome::cancelled
-                                 : failed            ? records::Outcome::failed
-                                                     : records::Outcome::restored,
-                                 engine->exitStatus(*ecid),
-                                 failed && !device->didCancel() ? message
-                                 : errors.isEmpty()             ? QString()
-                                                                : errors.last());
+            recorder.deviceEnded(
+                *device,
+                device->didCancel() ? records::Outcome::cancelled
+                : failed            ? records::Outcome::failed
+                                    : records::Outcome::restored,
+                engine->exitStatus(*ecid),
+                failed && !device->didCancel() ? message
+                : errors.isEmpty()             ? QString()
+                                               : errors.last(),
+                {records::EngineReport::engineText(engine->name(), engine->version()),
+                 engine->firmwareVersion(*ecid), errors});
             bar.finish();
             if (!failed) {
                 std::printf("Restore of %s completed.\n", qPrintable(formatEcid(*ecid)));

@@ -131,6 +131,10 @@ void ZMTaskWrapperWithBlocks::getData() {
     pendingOutput_ += drained.chunk;
     if (drained.endOfFile || pendingOutput_.size() >= chunkCap) {
         handOverOutput();
+        // What the child wrote to standard error before it ended may not have been read yet:
+        // its last error line is often the reason of a failure.
+        if (drained.endOfFile && task_ && errorNotifier_ && errorNotifier_->isEnabled())
+            getStdErr();
         if (drained.endOfFile && task_ && outputNotifier_)
             stopProcess();
         return;

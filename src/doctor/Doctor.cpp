@@ -138,10 +138,16 @@ Check helperAnswersCheck(const Places& places, bool hardware) {
     return {name, Status::Ok, QStringLiteral("version %1 on the system bus").arg(version), {}};
 }
 
-Check configuratorCheck(const Places& places) {
+// Where idevicerestore restores, Apple Configurator's tool is not needed at all.
+Check configuratorCheck(const Places& places, configurator::EngineKind engine) {
     const QFileInfo tool(places.cfgutilPath);
     if (tool.isFile() && tool.isExecutable())
         return {QStringLiteral("Apple Configurator's tool"), Status::Ok, places.cfgutilPath, {}};
+    if (engine == configurator::EngineKind::idevicerestore)
+        return {QStringLiteral("Apple Configurator's tool"), Status::NotNeeded,
+                QStringLiteral("%1 is not an executable file; idevicerestore restores here")
+                    .arg(places.cfgutilPath),
+                {}};
     return {QStringLiteral("Apple Configurator's tool"), Status::Failed,
             QStringLiteral("%1 is not an executable file").arg(places.cfgutilPath),
             QStringLiteral("install Apple Configurator's cfgutil there, or name it with TARVEL_CFGUTIL")};
@@ -227,7 +233,7 @@ DoctorReport examine(const Places& places, core::Settings& settings,
     report.add(helperFilesCheck(places, hardware));
     report.add(polkitActionCheck(places, hardware));
     report.add(helperAnswersCheck(places, hardware));
-    report.add(configuratorCheck(places));
+    report.add(configuratorCheck(places, chosenEngine(settings, places.cfgutilPath, !hardware)));
     for (Check& check : engineChecks(places.engine, settings, places.cfgutilPath, !hardware))
         report.add(std::move(check));
     report.add(sessionBusCheck());

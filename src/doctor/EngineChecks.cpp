@@ -297,12 +297,16 @@ QStringList restoreModeIdsUnknownTo(const QString& ruleText) {
     return unknown;
 }
 
+configurator::EngineKind chosenEngine(core::Settings& settings, const QString& cfgutilPath,
+                                      bool simulated) {
+    return configurator::chooseEngine(settings.stringForKey(core::keys::restoreEngine),
+                                      QFileInfo::exists(cfgutilPath), simulated && kLinux);
+}
+
 std::vector<Check> engineChecks(const EnginePlaces& places, core::Settings& settings,
                                 const QString& cfgutilPath, bool simulated) {
     const bool simulatedOnLinux = simulated && kLinux;
-    const configurator::EngineKind kind =
-        configurator::chooseEngine(settings.stringForKey(core::keys::restoreEngine),
-                                   QFileInfo::exists(cfgutilPath), simulatedOnLinux);
+    const configurator::EngineKind kind = chosenEngine(settings, cfgutilPath, simulated);
     std::vector<Check> checks{engineChoiceCheck(settings, cfgutilPath, simulatedOnLinux, kind)};
     if (kind != configurator::EngineKind::idevicerestore)
         return checks;

@@ -2,6 +2,8 @@
 
 #include "doctor/DoctorReport.h"
 
+#include "configurator/ProcessEngine.h"
+
 #include <QStringList>
 
 #include <functional>
@@ -41,6 +43,10 @@ MacSupport macSupport(const QString& versionLine);
 // The restore-mode product ids of Apple-silicon Macs ("0x1901"…) that no usbmuxd rule of this
 // text matches.
 QStringList restoreModeIdsUnknownTo(const QString& ruleText);
+
+// The engine this process restores with, as doctor is told the settings and the places.
+configurator::EngineKind chosenEngine(core::Settings& settings, const QString& cfgutilPath,
+                                      bool simulated);
 
 // Which engine restores in this process and why, and for idevicerestore whatever it needs: the
 // tool, a version that knows Macs, usbmuxd and its rule (on hardware), firmware and room.

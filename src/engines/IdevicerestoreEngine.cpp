@@ -186,10 +186,10 @@ void IdevicerestoreEngine::start(const DevicePtr& device, const OutputBlock& out
     auto run = std::make_shared<Run>();
     run->device = device;
     run->workingFolder = std::make_unique<QTemporaryDir>(folder + QStringLiteral("/work-XXXXXX"));
-    run->logFile =
-        QStringLiteral("%1/%2-%3.log")
-            .arg(folder, hexEcid(ecid),
-                 QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'")));
+    run->logFile = QStringLiteral("%1/%2-%3.log")
+                       .arg(folder, hexEcid(ecid),
+                            QDateTime::currentDateTimeUtc().toString(
+                                QStringLiteral("yyyyMMdd'T'HHmmsszzz'Z'")));
     run->outputBlock = output;
     run->completed = completed;
 
@@ -237,23 +237,32 @@ void IdevicerestoreEngine::end(const std::shared_ptr<Run>& run, int status) {
     run->report(run->output.finish());
     if (const auto found = runs_.find(ecid); found != runs_.end() && found->second == run)
         runs_.erase(found);
-    errors_[ecid] = run->output.errorLines();
+    const bool succeeded = status == 0 && run->output.finished();
+    QStringList errors = run->output.errorLines();
+    QString reason = errors.isEmpty() ? QString() : errors.last();
+    if (!succeeded && reason.isEmpty()) {
+        reason = status == 0 ? QStringLiteral("idevicerestore ended without finishing the restore")
+                             : QStringLiteral("idevicerestore ended with status %1").arg(status);
+        // An error in words this reader does not know is still the engine's last line.
+        if (const QString last = run->output.lastLine(); !last.isEmpty()) {
+            reason += QStringLiteral("; its last line: ") + last;
+            errors << last;
+        }
+    }
+    errors_[ecid] = errors;
     statuses_[ecid] = status;
+    firmwareVersions_[ecid] = run->output.firmware();
     logFiles_[ecid] = run->logFile;
-    if (status == 0 && run->output.finished()) {
+    if (succeeded) {
         run->completed(device, false, QString(""));
         return;
     }
-    QString reason = run->output.lastErrorLine();
-    if (reason.isEmpty())
-        reason = status == 0 ? QStringLiteral("idevicerestore ended without finishing the restore")
-                             : QStringLiteral("idevicerestore ended with status %1").arg(status);
     // Written whatever showDebug says: the log is where a technician looks for the why.
     if (!device->didCancel())
         ZMRLogLevel0(QStringLiteral("Restore of %1 failed with status %2: %3 (its log: %4)")
                          .arg(hexEcid(ecid))
                          .arg(status)
-                         .arg(run->output.errorLines().join(QStringLiteral(" / ")), run->logFile));
+                         .arg(errors.join(QStringLiteral(" / ")), run->logFile));
     run->completed(device, true, reason);
 }
 
@@ -294,6 +303,11 @@ QStringList IdevicerestoreEngine::errorLines(std::uint64_t ecid) const {
 std::optional<int> IdevicerestoreEngine::exitStatus(std::uint64_t ecid) const {
     const auto found = statuses_.find(ecid);
     return found == statuses_.end() ? std::nullopt : std::optional<int>(found->second);
+}
+
+QString IdevicerestoreEngine::firmwareVersion(std::uint64_t ecid) const {
+    const auto found = firmwareVersions_.find(ecid);
+    return found == firmwareVersions_.end() ? QString() : found->second;
 }
 
 QString IdevicerestoreEngine::logFile(std::uint64_t ecid) const {

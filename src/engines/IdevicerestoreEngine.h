@@ -60,6 +60,7 @@ class IdevicerestoreEngine final : public restore::RestoreEngine {
     bool isTransient(const QString& reason) const override;
     QStringList errorLines(std::uint64_t ecid) const override;
     std::optional<int> exitStatus(std::uint64_t ecid) const override;
+    QString firmwareVersion(std::uint64_t ecid) const override;
     // The log file of the last restore of an ECID, kept beside its record.
     QString logFile(std::uint64_t ecid) const;
 
@@ -76,6 +77,7 @@ class IdevicerestoreEngine final : public restore::RestoreEngine {
     std::map<std::uint64_t, std::shared_ptr<Run>> runs_;
     std::map<std::uint64_t, QStringList> errors_;
     std::map<std::uint64_t, int> statuses_;
+    std::map<std::uint64_t, QString> firmwareVersions_;
     std::map<std::uint64_t, QString> logFiles_;
     std::mutex pendingMutex_;
     std::set<std::uint64_t> pendingStarts_;

@@ -27,8 +27,9 @@ struct Milestone {
     const char* start;
     const char* step;
 };
+constexpr auto kFirstStep = "Preparing restore";
 constexpr std::array kMilestones{
-    Milestone{"Found device in ", "Preparing restore"},
+    Milestone{"Found device in ", kFirstStep},
     Milestone{"Extracting filesystem from IPSW", "Extracting filesystem"},
     Milestone{"Getting ApNonce", "Personalizing firmware"},
     Milestone{"Waiting for device to enter restore mode", "Waiting for restore mode"},
@@ -149,10 +150,14 @@ void IdevicerestoreOutput::readLine(QString line, bool standardError, QList<Prog
         done_ = true;
         return;
     }
+    // Before progress: "IPSW Product Version: 15.4" reads like a label and its percentage.
+    if (readFirmwareLine(line))
+        return;
     if (const auto percent = percentOf(line)) {
         setProgress(*percent, changes);
         return;
     }
+    lastLine_ = line;
     if (const QString ecid = afterPrefix(line, "ECID: "); !ecid.isEmpty()) {
         bool ok = false;
         const std::uint64_t value = ecid.toULongLong(&ok);
@@ -160,14 +165,22 @@ void IdevicerestoreOutput::readLine(QString line, bool standardError, QList<Prog
             ecid_ = value;
         return;
     }
-    for (const char* prefix : {"IPSW Product Version: ", "Product Version: "})
-        if (const QString version = afterPrefix(line, prefix); !version.isEmpty())
-            ipswVersion_ = version;
-    for (const char* prefix : {"IPSW Product Build: ", "Product Build: "})
-        if (const QString build = afterPrefix(line, prefix); !build.isEmpty())
-            ipswBuild_ = build.section(QLatin1Char(' '), 0, 0);
     if (const QString step = milestoneOf(line); !step.isEmpty())
         setStep(step, changes);
+}
+
+bool IdevicerestoreOutput::readFirmwareLine(const QString& line) {
+    for (const char* prefix : {"IPSW Product Version: ", "Product Version: "})
+        if (const QString version = afterPrefix(line, prefix); !version.isEmpty()) {
+            ipswVersion_ = version;
+            return true;
+        }
+    for (const char* prefix : {"IPSW Product Build: ", "Product Build: "})
+        if (const QString build = afterPrefix(line, prefix); !build.isEmpty()) {
+            ipswBuild_ = build.section(QLatin1Char(' '), 0, 0);
+            return true;
+        }
+    return false;
 }
 
 void IdevicerestoreOutput::noteError(const QString& line) {
@@ -181,7 +194,8 @@ void IdevicerestoreOutput::noteError(const QString& line) {
 }
 
 void IdevicerestoreOutput::setStep(const QString& step, QList<Progress>& changes) {
-    if (step == current_.step)
+    // The Mac is found again after every reboot; only its first finding opens the restore.
+    if (step == current_.step || (step == QLatin1String(kFirstStep) && !current_.step.isEmpty()))
         return;
     current_ = {step, -1.0f};
     changes.append(current_);

@@ -35,6 +35,9 @@ class IdevicerestoreOutput {
     // error ("Make sure that usbmuxd is running.") is kept with that error.
     const QStringList& errorLines() const { return errors_; }
     QString lastErrorLine() const { return errors_.isEmpty() ? QString() : errors_.last(); }
+    // The last line that was neither progress nor an error: the engine's last words when it
+    // failed with an error of a form this reader does not know.
+    const QString& lastLine() const { return lastLine_; }
     // The engine's first line, "idevicerestore 1.0.0-270-g405fcd1 (libirecovery …)".
     const QString& versionLine() const { return version_; }
     // The serial number the Mac named in recovery mode; empty until then.
@@ -48,6 +51,7 @@ class IdevicerestoreOutput {
     QList<Progress> read(const QString& chunk, bool standardError, QString& pending);
     void readLine(QString line, bool standardError, QList<Progress>& changes);
     void noteError(const QString& line);
+    bool readFirmwareLine(const QString& line);
     void setStep(const QString& step, QList<Progress>& changes);
     void setProgress(float progress, QList<Progress>& changes);
 
@@ -57,6 +61,7 @@ class IdevicerestoreOutput {
     QStringList errors_;
     QString version_;
     QString serial_;
+    QString lastLine_;
     QString ipswVersion_;
     QString ipswBuild_;
     std::optional<std::uint64_t> ecid_;

@@ -32,7 +32,8 @@ class Certificate {
     static QString macPage(const RestoreRecord& record);
     static QString summaryPage(const QList<RestoreRecord>& batch);
 
-    static const QString statement;
+    // What the certificate states was done to the Mac, naming the engine that restored it.
+    static QString statement(const RestoreRecord& record);
 
   private:
     QList<RestoreRecord> certified_;

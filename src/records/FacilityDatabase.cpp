@@ -21,7 +21,14 @@ const char* const createTable = R"(CREATE TABLE IF NOT EXISTS tarvel_records (
     outcome TEXT NOT NULL, exit_status INTEGER, last_error TEXT NOT NULL,
     firmware TEXT NOT NULL, firmware_sha256 TEXT NOT NULL, tarvel_version TEXT NOT NULL,
     station_sequence BIGINT NOT NULL, previous_hash TEXT NOT NULL, hash TEXT NOT NULL,
-    received_at TIMESTAMPTZ NOT NULL DEFAULT now()))";
+    received_at TIMESTAMPTZ NOT NULL DEFAULT now(),
+    engine TEXT NOT NULL DEFAULT '', firmware_version TEXT NOT NULL DEFAULT ''))";
+
+// A facility table that an older Tarvel made gains the columns this one writes; its rows keep
+// them empty, as the benches that sent them never knew either.
+const char* const addEngineColumns =
+    "ALTER TABLE tarvel_records ADD COLUMN IF NOT EXISTS engine TEXT NOT NULL DEFAULT '', "
+    "ADD COLUMN IF NOT EXISTS firmware_version TEXT NOT NULL DEFAULT ''";
 
 // Not unique: a bench whose database was lost starts its chain again at 1, and its records must
 // still arrive (verify then names where the chain restarts) rather than stop its outbox for good.
@@ -42,7 +49,8 @@ QString FacilityDatabase::displayAddress(const QString& url) {
 FacilityDatabase::FacilityDatabase(const QString& url, int connectTimeoutSeconds)
     : url_(url),
       connectTimeoutSeconds_(connectTimeoutSeconds),
-      connection_(QStringLiteral("tarvel-facility-") + QUuid::createUuid().toString(QUuid::Id128)) {}
+      connection_(QStringLiteral("tarvel-facility-") + QUuid::createUuid().toString(QUuid::Id128)) {
+}
 
 FacilityDatabase::~FacilityDatabase() {
     database_.close();
@@ -80,7 +88,8 @@ bool FacilityDatabase::connect() {
     if (!database_.open())
         return fail(database_.lastError().text().trimmed());
     QSqlQuery query(database_);
-    if (!query.exec(QLatin1String(createTable)) || !query.exec(QLatin1String(createChainIndex))) {
+    if (!query.exec(QLatin1String(createTable)) || !query.exec(QLatin1String(addEngineColumns)) ||
+        !query.exec(QLatin1String(createChainIndex))) {
         const QString why = query.lastError().text();
         database_.close();
         return fail(why);
@@ -88,7 +97,9 @@ bool FacilityDatabase::connect() {
     return true;
 }
 
-void FacilityDatabase::disconnect() { database_.close(); }
+void FacilityDatabase::disconnect() {
+    database_.close();
+}
 
 bool FacilityDatabase::insert(const QList<RestoreRecord>& records) {
     if (!connect())

@@ -8,12 +8,31 @@
 namespace records {
 
 QString recordsCsv(const QList<RestoreRecord>& records) {
-    const QStringList keys{"id",         "batchId",    "ecid",           "serialNumber",
-                           "modelIdentifier", "deviceName", "hubSerial", "hubPort",
-                           "location",   "station",    "operator",       "startedAt",
-                           "endedAt",    "durationMs", "outcome",        "exitStatus",
-                           "lastError",  "firmware",   "firmwareSha256", "tarvelVersion",
-                           "stationSequence", "previousHash", "hash"};
+    const QStringList keys{"id",
+                           "batchId",
+                           "ecid",
+                           "serialNumber",
+                           "modelIdentifier",
+                           "deviceName",
+                           "hubSerial",
+                           "hubPort",
+                           "location",
+                           "station",
+                           "operator",
+                           "startedAt",
+                           "endedAt",
+                           "durationMs",
+                           "outcome",
+                           "exitStatus",
+                           "lastError",
+                           "firmware",
+                           "firmwareSha256",
+                           "tarvelVersion",
+                           "stationSequence",
+                           "previousHash",
+                           "hash",
+                           "engine",
+                           "firmwareVersion"};
     QString text = core::csvLine(keys);
     for (const RestoreRecord& record : records) {
         const QJsonObject object = record.toJson();

@@ -6,19 +6,42 @@
 namespace records {
 namespace {
 
-const QStringList names{"id",          "batch_id",         "ecid",       "serial_number",
-                        "model_identifier", "device_name", "hub_serial", "hub_port",
-                        "location",    "station",          "operator",   "started_at",
-                        "ended_at",    "duration_ms",      "outcome",    "exit_status",
-                        "last_error",  "firmware",         "firmware_sha256",
-                        "tarvel_version", "station_sequence", "previous_hash", "hash"};
+const QStringList names{"id",
+                        "batch_id",
+                        "ecid",
+                        "serial_number",
+                        "model_identifier",
+                        "device_name",
+                        "hub_serial",
+                        "hub_port",
+                        "location",
+                        "station",
+                        "operator",
+                        "started_at",
+                        "ended_at",
+                        "duration_ms",
+                        "outcome",
+                        "exit_status",
+                        "last_error",
+                        "firmware",
+                        "firmware_sha256",
+                        "tarvel_version",
+                        "station_sequence",
+                        "previous_hash",
+                        "hash",
+                        "engine",
+                        "firmware_version"};
 
 // Qt binds a null QString as SQL NULL; an unknown text field is stored empty instead.
-QVariant text(const QString& value) { return value.isNull() ? QVariant(QString("")) : QVariant(value); }
+QVariant text(const QString& value) {
+    return value.isNull() ? QVariant(QString("")) : QVariant(value);
+}
 
 }  // namespace
 
-QString RecordRow::columns() { return names.join(", "); }
+QString RecordRow::columns() {
+    return names.join(", ");
+}
 
 QString RecordRow::placeholders() {
     QStringList marks;
@@ -28,13 +51,31 @@ QString RecordRow::placeholders() {
 
 void RecordRow::bind(QSqlQuery& query, const RestoreRecord& r) {
     for (const QVariant& value :
-         {text(r.id), text(r.batchId), text(r.ecid), text(r.serialNumber),
-          text(r.modelIdentifier), text(r.deviceName), text(r.hubSerial), QVariant(r.hubPort),
-          text(r.location), text(r.station), text(r.operatorName), text(recordTime(r.startedAt)),
-          text(recordTime(r.endedAt)), QVariant(r.durationMs), text(outcomeName(r.outcome)),
+         {text(r.id),
+          text(r.batchId),
+          text(r.ecid),
+          text(r.serialNumber),
+          text(r.modelIdentifier),
+          text(r.deviceName),
+          text(r.hubSerial),
+          QVariant(r.hubPort),
+          text(r.location),
+          text(r.station),
+          text(r.operatorName),
+          text(recordTime(r.startedAt)),
+          text(recordTime(r.endedAt)),
+          QVariant(r.durationMs),
+          text(outcomeName(r.outcome)),
           r.exitStatus ? QVariant(*r.exitStatus) : QVariant(QMetaType(QMetaType::Int)),
-          text(r.lastError), text(r.firmware), text(r.firmwareSha256), text(r.tarvelVersion),
-          QVariant(r.stationSequence), text(r.previousHash), text(r.hash)})
+          text(r.lastError),
+          text(r.firmware),
+          text(r.firmwareSha256),
+          text(r.tarvelVersion),
+          QVariant(r.stationSequence),
+          text(r.previousHash),
+          text(r.hash),
+          text(r.engine),
+          text(r.firmwareVersion)})
         query.addBindValue(value);
 }
 
@@ -66,6 +107,8 @@ RestoreRecord RecordRow::read(const QSqlQuery& q, int first) {
     r.stationSequence = q.value(first + 20).toLongLong();
     r.previousHash = text(21);
     r.hash = text(22);
+    r.engine = text(23);
+    r.firmwareVersion = text(24);
     return r;
 }
 

@@ -28,12 +28,18 @@ QStringList RecordSchema::step(int from) {
         case 1:
             // Version 2: the outbox of a facility database, and the look-ups a bench answers
             // a customer with.
-            return {"CREATE TABLE outbox (sequence INTEGER PRIMARY KEY "
-                    "REFERENCES records(sequence))",
-                    "CREATE INDEX records_serial ON records (serial_number)",
-                    "CREATE INDEX records_ecid ON records (ecid)",
-                    "CREATE INDEX records_ended ON records (ended_at)",
-                    "CREATE INDEX records_batch ON records (batch_id)"};
+            return {
+                "CREATE TABLE outbox (sequence INTEGER PRIMARY KEY "
+                "REFERENCES records(sequence))",
+                "CREATE INDEX records_serial ON records (serial_number)",
+                "CREATE INDEX records_ecid ON records (ecid)",
+                "CREATE INDEX records_ended ON records (ended_at)",
+                "CREATE INDEX records_batch ON records (batch_id)"};
+        case 2:
+            // Version 3: which engine restored the Mac and which macOS it put on it; the records
+            // written before stay empty there, as nobody noted either.
+            return {"ALTER TABLE records ADD COLUMN engine TEXT NOT NULL DEFAULT ''",
+                    "ALTER TABLE records ADD COLUMN firmware_version TEXT NOT NULL DEFAULT ''"};
         default:
             return {};
     }
@@ -55,8 +61,9 @@ bool RecordSchema::migrate(QSqlDatabase& database, QString* error) {
     int at = version(database);
     if (at > currentVersion) {
         query.exec("ROLLBACK");
-        *error = QStringLiteral("the records database is from a newer Tarvel (schema %1; this one "
-                                "knows %2)")
+        *error = QStringLiteral(
+                     "the records database is from a newer Tarvel (schema %1; this one "
+                     "knows %2)")
                      .arg(at)
                      .arg(currentVersion);
         return false;
@@ -64,7 +71,8 @@ bool RecordSchema::migrate(QSqlDatabase& database, QString* error) {
     for (; at < currentVersion; ++at) {
         for (const QString& statement : step(at))
             if (!query.exec(statement)) {
-                *error = QStringLiteral("schema step %1: %2").arg(at + 1).arg(query.lastError().text());
+                *error =
+                    QStringLiteral("schema step %1: %2").arg(at + 1).arg(query.lastError().text());
                 query.exec("ROLLBACK");
                 return false;
             }

@@ -9,7 +9,7 @@ namespace records {
 // one version up inside one transaction, so a database is always at a version it names.
 class RecordSchema {
   public:
-    static constexpr int currentVersion = 2;
+    static constexpr int currentVersion = 3;
 
     // Brings the database up to currentVersion. False, with `error` set, when a step failed or
     // the database is from a newer Tarvel than this one.

@@ -32,28 +32,33 @@ QDateTime parseRecordTime(const QString& text) {
 }
 
 QJsonObject RestoreRecord::hashedFields() const {
-    return {{"id", id},
-            {"batchId", batchId},
-            {"ecid", ecid},
-            {"serialNumber", serialNumber},
-            {"modelIdentifier", modelIdentifier},
-            {"deviceName", deviceName},
-            {"hubSerial", hubSerial},
-            {"hubPort", hubPort},
-            {"location", location},
-            {"station", station},
-            {"operator", operatorName},
-            {"startedAt", recordTime(startedAt)},
-            {"endedAt", recordTime(endedAt)},
-            {"durationMs", durationMs},
-            {"outcome", outcomeName(outcome)},
-            {"exitStatus", exitStatus ? QJsonValue(*exitStatus) : QJsonValue()},
-            {"lastError", lastError},
-            {"firmware", firmware},
-            {"firmwareSha256", firmwareSha256},
-            {"tarvelVersion", tarvelVersion},
-            {"stationSequence", stationSequence},
-            {"previousHash", previousHash}};
+    QJsonObject fields{{"id", id},
+                       {"batchId", batchId},
+                       {"ecid", ecid},
+                       {"serialNumber", serialNumber},
+                       {"modelIdentifier", modelIdentifier},
+                       {"deviceName", deviceName},
+                       {"hubSerial", hubSerial},
+                       {"hubPort", hubPort},
+                       {"location", location},
+                       {"station", station},
+                       {"operator", operatorName},
+                       {"startedAt", recordTime(startedAt)},
+                       {"endedAt", recordTime(endedAt)},
+                       {"durationMs", durationMs},
+                       {"outcome", outcomeName(outcome)},
+                       {"exitStatus", exitStatus ? QJsonValue(*exitStatus) : QJsonValue()},
+                       {"lastError", lastError},
+                       {"firmware", firmware},
+                       {"firmwareSha256", firmwareSha256},
+                       {"tarvelVersion", tarvelVersion},
+                       {"stationSequence", stationSequence},
+                       {"previousHash", previousHash}};
+    if (!engine.isEmpty())
+        fields.insert("engine", engine);
+    if (!firmwareVersion.isEmpty())
+        fields.insert("firmwareVersion", firmwareVersion);
+    return fields;
 }
 
 // QJsonObject keeps its keys sorted and compact output has no spacing choices, so the same
@@ -66,6 +71,8 @@ QString RestoreRecord::computeHash() const {
 
 QJsonObject RestoreRecord::toJson() const {
     QJsonObject object = hashedFields();
+    object.insert("engine", engine);
+    object.insert("firmwareVersion", firmwareVersion);
     object.insert("hash", hash);
     return object;
 }
@@ -96,6 +103,8 @@ std::optional<RestoreRecord> RestoreRecord::fromJson(const QJsonObject& o) {
     r.firmware = o.value("firmware").toString();
     r.firmwareSha256 = o.value("firmwareSha256").toString();
     r.tarvelVersion = o.value("tarvelVersion").toString();
+    r.engine = o.value("engine").toString();
+    r.firmwareVersion = o.value("firmwareVersion").toString();
     r.stationSequence = o.value("stationSequence").toInteger();
     r.previousHash = o.value("previousHash").toString();
     r.hash = o.value("hash").toString();

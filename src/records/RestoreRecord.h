@@ -37,13 +37,21 @@ struct RestoreRecord {
     QString firmware;  // "latest" or the custom firmware file's path
     QString firmwareSha256;
     QString tarvelVersion;
+    // The program that restored the Mac with its version line ("idevicerestore 1.0.0-270-g405fcd1
+    // (libirecovery 1.3.0, libtatsu 1.0.5)", or "cfgutil" alone), and the macOS that went on it
+    // ("15.3.1 (24D70)"; empty when the engine does not say). Empty in records older than both.
+    QString engine;
+    QString firmwareVersion;
     // The chain: this station's running number, the previous record's hash ("" for the first)
     // and the SHA-256 of every field above together with both.
     qint64 stationSequence = 0;
     QString previousHash;
     QString hash;
 
-    // The fields that the hash covers, as one JSON object with keys in a fixed order.
+    // The fields that the hash covers, as one JSON object with keys in a fixed order. The engine
+    // and the macOS version join it only when they are known, so that the records written before
+    // Tarvel kept them still give the hashes they were written with; a new record's value, once
+    // there, is covered like any other field (blanking it drops the key and changes the hash).
     QJsonObject hashedFields() const;
     QString computeHash() const;
     // Every field, the hash included: what --json, the facility and certificates carry.

@@ -5,6 +5,7 @@
 #include "records/RecordStore.h"
 
 #include "configurator/AC2Device.h"
+#include "configurator/ProcessEngine.h"
 #include "core/BundleInfo.h"
 #include "core/Log.h"
 #include "core/Settings.h"
@@ -22,8 +23,29 @@
 #include <vector>
 
 namespace records {
+namespace {
 
-QString RestoreRecorder::hostStation() { return QSysInfo::machineHostName(); }
+QString keptError(Outcome outcome, const QString& lastError, const QStringList& errorLines) {
+    if (outcome != Outcome::failed || errorLines.isEmpty())
+        return lastError;
+    QStringList kept = errorLines;
+    // The workflow's own word (a completion message, why it retried) when the lines lack it.
+    if (!lastError.isEmpty() && !errorLines.contains(lastError))
+        kept << lastError;
+    return kept.join('\n');
+}
+
+}  // namespace
+
+QString EngineReport::engineText(const QString& name, const QString& version) {
+    if (version.isEmpty())
+        return name;
+    return version.startsWith(name + ' ') ? version : name + ' ' + version;
+}
+
+QString RestoreRecorder::hostStation() {
+    return QSysInfo::machineHostName();
+}
 
 QString RestoreRecorder::realUserName() {
     std::vector<char> buffer(16384);
@@ -47,7 +69,8 @@ DeviceLocation RestoreRecorder::registryLocation(std::int64_t locationID) {
                 : QString();
     const qsizetype colon = name.indexOf(':');
     if (colon < 0)
-        return {{}, 0, QStringLiteral("unknown (location 0x%1)").arg(locationID, 8, 16, QChar('0'))};
+        return {
+            {}, 0, QStringLiteral("unknown (location 0x%1)").arg(locationID, 8, 16, QChar('0'))};
     const QString hub = name.left(colon);
     const int port = name.mid(colon + 1).toInt();
     return {hub, port, QStringLiteral("hub %1 port %2").arg(hub).arg(port)};
@@ -62,13 +85,15 @@ RestoreRecorder::Collaborators RestoreRecorder::defaultCollaborators(
     if (FacilityDatabase::isFacilityURL(url))
         c.outbox = std::make_unique<RecordOutbox>(path, url);
     else if (!url.isEmpty())
-        ZMRLogLevel1(QStringLiteral("recordsDatabaseURL is not a postgresql:// address; records "
-                                    "stay on this bench"));
+        ZMRLogLevel1(
+            QStringLiteral("recordsDatabaseURL is not a postgresql:// address; records "
+                           "stay on this bench"));
     const QString station = settings.stringForKey(core::keys::stationName);
     c.station = station.isEmpty() ? hostStation() : station;
     c.operatorName = realUserName();
     c.tarvelVersion = versionText();
     c.locate = registryLocation;
+    c.engine = [] { return configurator::engineName(configurator::processEngine()); };
     return c;
 }
 
@@ -97,8 +122,14 @@ void RestoreRecorder::batchSubmitted(const QString& batchId,
     const QDateTime now = c_.now();
     for (const auto& device : devices) {
         Open& open = openFor(*device);
-        open = Open{batchId, now, {}, c_.locate ? c_.locate(device->locationID()) : DeviceLocation{},
-                    open.serialNumber, open.modelIdentifier, open.deviceName, false};
+        open = Open{batchId,
+                    now,
+                    {},
+                    c_.locate ? c_.locate(device->locationID()) : DeviceLocation{},
+                    open.serialNumber,
+                    open.modelIdentifier,
+                    open.deviceName,
+                    false};
     }
 }
 
@@ -115,14 +146,17 @@ void RestoreRecorder::deviceStarted(const QString& batchId, const AC2Device& dev
 
 std::optional<RestoreRecord> RestoreRecorder::deviceEnded(const AC2Device& device, Outcome outcome,
                                                           std::optional<int> exitStatus,
-                                                          const QString& lastError) {
+                                                          const QString& lastError,
+                                                          const EngineReport& report) {
     const Open open = open_.take(device.ecid());
     RestoreRecord record;
     record.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
     record.batchId = open.batchId;
     record.ecid = QString::number(device.ecid(), 16).toUpper();
-    record.serialNumber = device.serialNumber().isEmpty() ? open.serialNumber : device.serialNumber();
-    record.modelIdentifier = device.deviceType().isEmpty() ? open.modelIdentifier : device.deviceType();
+    record.serialNumber =
+        device.serialNumber().isEmpty() ? open.serialNumber : device.serialNumber();
+    record.modelIdentifier =
+        device.deviceType().isEmpty() ? open.modelIdentifier : device.deviceType();
     record.deviceName = device.name().isEmpty() ? open.deviceName : device.name();
     record.hubSerial = open.location.hubSerial;
     record.hubPort = open.location.hubPort;
@@ -135,17 +169,19 @@ std::optional<RestoreRecord> RestoreRecorder::deviceEnded(const AC2Device& devic
     record.durationMs = record.startedAt.msecsTo(record.endedAt);
     record.outcome = outcome;
     record.exitStatus = exitStatus;
-    record.lastError = lastError;
+    record.lastError = keptError(outcome, lastError, report.errorLines);
     record.firmware = open.started ? open.firmware.firmware : QString();
     record.firmwareSha256 = open.started ? open.firmware.sha256 : QString();
     record.tarvelVersion = c_.tarvelVersion;
+    record.engine = !report.engine.isEmpty() ? report.engine : c_.engine ? c_.engine() : QString();
+    record.firmwareVersion = report.firmwareVersion;
     if (!c_.store)
         return std::nullopt;
     std::optional<RestoreRecord> written = c_.store->append(record, c_.outbox != nullptr);
     if (!written) {
         if (!std::exchange(reportedFailure_, true))
-            ZMRLogLevel0(QStringLiteral("A restore record was not written: %1")
-                             .arg(c_.store->lastError()));
+            ZMRLogLevel0(
+                QStringLiteral("A restore record was not written: %1").arg(c_.store->lastError()));
         return std::nullopt;
     }
     if (c_.outbox)

@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <cstdint>
 #include <functional>
@@ -31,6 +32,17 @@ struct DeviceLocation {
     QString text;
 };
 
+// What the engine that ran a restore tells of it, for its record.
+struct EngineReport {
+    QString engine;           // engineText(): the program, with its version line when known
+    QString firmwareVersion;  // the macOS put on the Mac, "15.3.1 (24D70)"; empty when not said
+    QStringList errorLines;   // the engine's last error lines, in the order it gave them
+
+    // "cfgutil", or "idevicerestore 1.0.0-270-g405fcd1 (libirecovery 1.3.0, libtatsu 1.0.5)"
+    // from the name and a version line that may or may not begin with it.
+    static QString engineText(const QString& name, const QString& version);
+};
+
 // Turns the restore workflow's starts and outcomes into durable records: it remembers when and
 // where each Mac's restore began and, when the outcome comes, writes the record at once, before
 // the outcome is shown anywhere, and wakes the facility outbox. A database that cannot be
@@ -44,6 +56,9 @@ class RestoreRecorder {
         QString operatorName;
         QString tarvelVersion;
         std::function<DeviceLocation(std::int64_t locationID)> locate;
+        // The engine this process restores with, for the records no engine reported on (a Mac
+        // cancelled before its turn, or abandoned); may be empty.
+        std::function<QString()> engine;
         std::function<QDateTime()> now = [] { return QDateTime::currentDateTimeUtc(); };
     };
 
@@ -59,11 +74,15 @@ class RestoreRecorder {
     // A batch was queued: each of its Macs has an outcome to come.
     void batchSubmitted(const QString& batchId, const QList<std::shared_ptr<AC2Device>>& devices);
     // A Mac's restore is starting with this firmware.
-    void deviceStarted(const QString& batchId, const AC2Device& device, const FirmwareUsed& firmware);
+    void deviceStarted(const QString& batchId, const AC2Device& device,
+                       const FirmwareUsed& firmware);
     // The Mac's outcome: writes its record and answers it (nullopt when it could not be written).
+    // A failure keeps the engine's error lines whole, `lastError` after them when it is not
+    // one of them; any other outcome keeps `lastError` as given.
     std::optional<RestoreRecord> deviceEnded(const AC2Device& device, Outcome outcome,
                                              std::optional<int> exitStatus,
-                                             const QString& lastError);
+                                             const QString& lastError,
+                                             const EngineReport& report = {});
     // The run is ending with Macs whose outcome never came: each is recorded as abandoned.
     QList<RestoreRecord> abandonUnfinished();
 

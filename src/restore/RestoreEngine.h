@@ -66,6 +66,12 @@ class RestoreEngine {
     // The engine's last error lines and exit status of the last restore of an ECID that ended.
     virtual QStringList errorLines(std::uint64_t ecid) const = 0;
     virtual std::optional<int> exitStatus(std::uint64_t ecid) const = 0;
+    // The macOS version the last restore of an ECID put on it, "15.3.1 (24D70)"; empty when the
+    // engine does not say (cfgutil never does).
+    virtual QString firmwareVersion(std::uint64_t ecid) const {
+        Q_UNUSED(ecid);
+        return {};
+    }
 };
 
 }  // namespace restore

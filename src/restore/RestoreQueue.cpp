@@ -329,8 +329,10 @@ void RestoreQueue::recordOutcome(const Batch& batch, const DevicePtr& device, bo
         lastError = lastError.isEmpty() || outcome == records::Outcome::restored
                         ? retried
                         : QStringLiteral("%1 (%2)").arg(lastError, retried);
-    c_.recorder->deviceEnded(*device, outcome, c_.engine->exitStatus(device->ecid()),
-                             lastError);
+    c_.recorder->deviceEnded(
+        *device, outcome, c_.engine->exitStatus(device->ecid()), lastError,
+        {records::EngineReport::engineText(c_.engine->name(), c_.engine->version()),
+         c_.engine->firmwareVersion(device->ecid()), errors});
 }
 
 void RestoreQueue::settle(const std::shared_ptr<Batch>& batch, int devices) {

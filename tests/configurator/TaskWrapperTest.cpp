@@ -5,6 +5,8 @@
 
 #include <QDir>
 
+#include <QThread>
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -166,6 +168,21 @@ TEST(TaskWrapper, ChunksArriveAsTheyFallAndStandardErrorNeverEndsTheRun) {
     EXPECT_EQ(record.output[3], "\n");
     EXPECT_EQ(record.errors, QStringList{"oops"});
     EXPECT_EQ(record.ends, std::vector<int>{9});
+}
+
+// The reason a tool gives on standard error just before it ends must not be lost to the end of
+// its standard output, whichever of the two the loop hears first.
+TEST(TaskWrapper, StandardErrorWrittenBeforeTheEndIsReadBeforeTheEnd) {
+    Scripts scripts;
+    const QString child =
+        scripts.write("last-words", "printf 'x'; sleep 0.1; printf 'reason' >&2; exit 1");
+    Recorder record;
+    // A busy loop: the child's reason and its end are both waiting when the loop looks again.
+    record.onChunk = [] { QThread::msleep(400); };
+    auto runner = record.make({child});
+    runner->startProcess();
+    ASSERT_TRUE(record.ended());
+    EXPECT_EQ(record.errors, QStringList{"reason"});
 }
 
 TEST(TaskWrapper, WhatTheChildWritesInOneGoIsOneChunkAndNoChunkPassesTheCap) {

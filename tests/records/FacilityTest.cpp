@@ -155,6 +155,44 @@ TEST_F(Facility, OutboxWaitsWhileTheServerIsDownAndCatchesUpInOrder) {
     EXPECT_TRUE(records::ChainVerifier::verify(facility.chainOrder()).intact);
 }
 
+// A facility table an older Tarvel made, holding a record of its time: connecting adds the
+// engine and macOS columns, the old record still verifies and the new ones arrive whole.
+TEST_F(Facility, AnOlderTableGainsTheEngineColumnsAndKeepsItsChain) {
+    // One go, as execute() makes the table of today first. The record is the first of the v1
+    // fixture, hash and all.
+    execute(
+        "DROP TABLE tarvel_records; "
+        "CREATE TABLE tarvel_records (id TEXT PRIMARY KEY, batch_id TEXT NOT NULL, "
+        "ecid TEXT NOT NULL, serial_number TEXT NOT NULL, model_identifier TEXT NOT NULL, "
+        "device_name TEXT NOT NULL, hub_serial TEXT NOT NULL, hub_port INTEGER NOT NULL, "
+        "location TEXT NOT NULL, station TEXT NOT NULL, operator TEXT NOT NULL, "
+        "started_at TEXT NOT NULL, ended_at TEXT NOT NULL, duration_ms BIGINT NOT NULL, "
+        "outcome TEXT NOT NULL, exit_status INTEGER, last_error TEXT NOT NULL, "
+        "firmware TEXT NOT NULL, firmware_sha256 TEXT NOT NULL, tarvel_version TEXT NOT "
+        "NULL, station_sequence BIGINT NOT NULL, previous_hash TEXT NOT NULL, hash TEXT NOT "
+        "NULL, received_at TIMESTAMPTZ NOT NULL DEFAULT now()); "
+        "INSERT INTO tarvel_records VALUES ('6f0c1a52-0b8e-4c55-9d43-1d2f0e7a1b01', "
+        "'batch-v1', 'A1', 'SNA1', 'Mac14,3', 'Bench A1', '1C3B4A01', 2, "
+        "'hub 1C3B4A01 port 2', 'bench', 'technician', '2026-11-20T11:50:00.000Z', "
+        "'2026-11-20T11:55:00.000Z', 300000, 'restored', 0, '', 'latest', '', '0.1.0 (1)', 1, "
+        "'', 'b3726163164d379a0665d46f87d8c392b18de3a179a7a47e182d747fad7dd5fe')");
+
+    records::FacilityDatabase facility(serverURL());
+    auto next = sampleRecord("bench", "A2", Outcome::failed, noon);
+    next.lastError = "ERROR: Unable to send iBEC\nERROR: Unable to restore device";
+    next.stationSequence = 2;
+    next.previousHash = "b3726163164d379a0665d46f87d8c392b18de3a179a7a47e182d747fad7dd5fe";
+    next.hash = next.computeHash();
+    ASSERT_TRUE(facility.insert({next})) << facility.lastError().toStdString();
+
+    const auto chain = facility.chainOrder();
+    ASSERT_EQ(chain.size(), 2);
+    EXPECT_EQ(std::tuple(chain[0].engine, chain[0].firmwareVersion), std::tuple("", ""));
+    EXPECT_EQ(chain[1].toJson(), next.toJson());
+    const auto check = records::ChainVerifier::verify(chain);
+    EXPECT_TRUE(check.intact) << check.firstFault.toStdString();
+}
+
 TEST_F(Facility, CliSyncReportsAndVerifyNamesARecordRemovedFromTheFacility) {
     testing_support::SimulatedStation station;
     {

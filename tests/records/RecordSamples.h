@@ -37,6 +37,9 @@ inline records::RestoreRecord sampleRecord(const QString& station, const QString
     r.firmware = QStringLiteral("/srv/ipsw/UniversalMac_14.6.ipsw");
     r.firmwareSha256 = QString(64, 'a');
     r.tarvelVersion = QStringLiteral("0.1.0 (1)");
+    r.engine =
+        QStringLiteral("idevicerestore 1.0.0-270-g405fcd1 (libirecovery 1.3.0, libtatsu 1.0.5)");
+    r.firmwareVersion = QStringLiteral("15.3.1 (24D70)");
     return r;
 }
 

@@ -146,6 +146,66 @@ TEST_F(RecordStoreTest, MigratesAVersionOneDatabaseKeepingItsRecords) {
     EXPECT_EQ(store.find({.serialNumber = "SNA1"}).size(), 1);
 }
 
+// A copy of a database the second schema wrote: three chained records of station "bench" from
+// before records named their engine, the last of them waiting for the facility.
+TEST_F(RecordStoreTest, OldRecordsMigratedUpStillVerifyAndNewOnesCoverTheirEngine) {
+    QDir().mkpath(dir_.filePath("state"));
+    ASSERT_TRUE(QFile::copy(TARVEL_RECORDS_FIXTURES "/records-v2.sqlite", path()));
+    QFile::setPermissions(path(), QFile::ReadOwner | QFile::WriteOwner);
+    {
+        RecordStore store(path());
+        ASSERT_TRUE(store.isOpen()) << store.lastError().toStdString();
+        const auto old = store.chainOrder();
+        ASSERT_EQ(old.size(), 3);
+        EXPECT_EQ(std::tuple(old[1].engine, old[1].firmwareVersion, old[1].lastError),
+                  std::tuple("", "", "libusbrestore error:21"));
+        EXPECT_FALSE(old[0].toJson().value("engine").isUndefined());  // listed, though empty
+        EXPECT_EQ(store.waitingCount(), 1);
+        auto failed = sampleRecord("bench", "B4", Outcome::failed, noon);
+        failed.lastError = "Unable to send iBEC\nERROR: Unable to restore device";
+        const auto written = store.append(failed, false);
+        ASSERT_TRUE(written);
+        ASSERT_TRUE(store.append(sampleRecord("bench", "B5", Outcome::restored, noon), true));
+        const auto chain = records::ChainVerifier::verify(store.chainOrder());
+        EXPECT_TRUE(chain.intact) << chain.firstFault.toStdString();
+        EXPECT_EQ(chain.records, 5);
+        const auto read = store.find({.ecid = "B4"});
+        ASSERT_EQ(read.size(), 1);
+        EXPECT_EQ(read[0].toJson(), written->toJson());
+        EXPECT_EQ(std::tuple(read[0].engine, read[0].firmwareVersion, read[0].lastError),
+                  std::tuple(failed.engine, "15.3.1 (24D70)", failed.lastError));
+    }
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "version");
+        db.setDatabaseName(path());
+        ASSERT_TRUE(db.open());
+        EXPECT_EQ(records::RecordSchema::version(db), records::RecordSchema::currentVersion);
+    }
+    QSqlDatabase::removeDatabase("version");
+
+    // Each new field of a new record is in its hash, blanked as much as changed; an old record
+    // given one is caught as well.
+    const auto faultAfter = [&](const QString& statement) {
+        tamper(statement);
+        RecordStore store(path());
+        return records::ChainVerifier::verify(store.chainOrder());
+    };
+    const QString newId = RecordStore(path()).find({.ecid = "B5"}).first().id;
+    auto result =
+        faultAfter("UPDATE records SET firmware_version = '14.6 (23G80)' WHERE ecid = 'B5'");
+    EXPECT_FALSE(result.intact);
+    EXPECT_EQ(result.recordId, newId);
+    tamper("UPDATE records SET firmware_version = '15.3.1 (24D70)' WHERE ecid = 'B5'");
+    EXPECT_TRUE(faultAfter("UPDATE records SET engine = engine WHERE ecid = 'B5'").intact);
+    result = faultAfter("UPDATE records SET engine = '' WHERE ecid = 'B5'");
+    EXPECT_EQ(std::tuple(result.intact, result.recordId), std::tuple(false, newId));
+    tamper(QStringLiteral("UPDATE records SET engine = '%1' WHERE ecid = 'B5'")
+               .arg(sampleRecord("", "", Outcome::restored, noon).engine));
+    result = faultAfter("UPDATE records SET engine = 'cfgutil' WHERE ecid = 'B1'");
+    EXPECT_FALSE(result.intact);
+    EXPECT_TRUE(result.firstFault.contains("number 1")) << result.firstFault.toStdString();
+}
+
 TEST_F(RecordStoreTest, RefusesADatabaseFromANewerSchema) {
     writeChain({}, Outcome::restored);  // a database of this schema, empty
     tamper(

@@ -4,7 +4,9 @@
 
 #include "records/RecordStore.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -71,6 +73,9 @@ TEST_F(RecordsCli, ListsPlainJsonAndCsvWithFilters) {
     const QStringList rows = csv.standardOutput.split('\n', Qt::SkipEmptyParts);
     ASSERT_EQ(rows.size(), 3);
     EXPECT_TRUE(rows[0].startsWith("id,batchId,ecid,serialNumber,"));
+    EXPECT_TRUE(rows[0].endsWith(",hash,engine,firmwareVersion")) << rows[0].toStdString();
+    EXPECT_TRUE(rows[2].endsWith(",\"" + failed_.engine + "\"," + failed_.firmwareVersion))
+        << rows[2].toStdString();
     EXPECT_TRUE(rows[1].contains(",5E6F,\"C02X,3\",")) << rows[1].toStdString();
     EXPECT_TRUE(rows[2].contains(",3C4D,C02XK2,"));
 
@@ -103,6 +108,19 @@ TEST_F(RecordsCli, CertificateIsAReadablePdfWithTheRecordsFactsAndRefusesAFailur
           restored_.hash.left(32), QStringLiteral("/srv/ipsw/UniversalMac_14.6.ipsw")})
         EXPECT_TRUE(words.contains(fact)) << fact.toStdString() << "\n" << words.toStdString();
 
+    // The engine and the macOS each on a line of their own, right under the firmware's hash.
+    const QStringList shown = words.split('\n');
+    const auto lineOf = [&](const QString& start) {
+        for (qsizetype i = 0; i < shown.size(); ++i)
+            if (shown[i].trimmed().startsWith(start))
+                return i;
+        return qsizetype(-1);
+    };
+    const qsizetype macOS = lineOf("macOS");
+    EXPECT_EQ(lineOf(restored_.firmwareSha256) + 1, macOS) << words.toStdString();
+    EXPECT_EQ(shown.value(macOS).simplified(), "macOS 15.3.1 (24D70)");
+    EXPECT_EQ(shown.value(macOS + 1).simplified(), "Restored with " + restored_.engine);
+
     QFile json(file("c.json"));
     ASSERT_TRUE(json.open(QIODevice::ReadOnly));
     const QJsonObject certificate =
@@ -115,6 +133,19 @@ TEST_F(RecordsCli, CertificateIsAReadablePdfWithTheRecordsFactsAndRefusesAFailur
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_TRUE(refused.standardError.contains("ended failed, not restored"));
     EXPECT_FALSE(QFile::exists(file("refused.pdf")));
+}
+
+// A bench database from before records named their engine, opened by this tarvel-cli.
+TEST(RecordsCliUpgrade, VerifiesAnOlderDatabaseMigratedUp) {
+    testing_support::SimulatedStation station;
+    QDir().mkpath(QFileInfo(station.recordsDatabase()).path());
+    ASSERT_TRUE(
+        QFile::copy(TARVEL_RECORDS_FIXTURES "/records-v2.sqlite", station.recordsDatabase()));
+    QFile::setPermissions(station.recordsDatabase(), QFile::ReadOwner | QFile::WriteOwner);
+    const ProcessResult verify = station.cliWithoutSimulator({"records", "verify"});
+    EXPECT_EQ(verify.exitCode, 0) << verify.standardError.toStdString();
+    EXPECT_TRUE(verify.standardOutput.contains("is intact: 3 records of 1 station"))
+        << verify.standardOutput.toStdString();
 }
 
 TEST_F(RecordsCli, BatchCertificateHasAPagePerRestoredMacAndASummary) {

@@ -13,6 +13,7 @@
 
 namespace {
 
+using records::EngineReport;
 using records::Outcome;
 using records::RestoreRecorder;
 
@@ -38,6 +39,7 @@ class RestoreRecorderTest : public ::testing::Test {
                 QStringLiteral("hub 1C3B4A01 port %1").arg(location >> 16 & 0xF)};
         };
         c.now = [this] { return clock_; };
+        c.engine = [] { return QStringLiteral("idevicerestore"); };
         recorder_ = std::make_unique<RestoreRecorder>(std::move(c));
     }
 
@@ -77,6 +79,45 @@ TEST_F(RestoreRecorderTest, RecordsEachOutcomeOfABatchWithWhereWhenAndWhichFirmw
     EXPECT_EQ(recorder_->waitingToSync(), 0);  // no facility: nothing waits for one
 }
 
+// What the engine said goes into the record: its name and version, the macOS, and on a failure
+// every error line it left, with the workflow's own reason after them when they lack it.
+TEST_F(RestoreRecorderTest, RecordsTheEngineTheMacOSAndAFailuresWholeErrorLines) {
+    const QString version =
+        "idevicerestore 1.0.0-270-g405fcd1 (libirecovery 1.3.0, libtatsu 1.0.5)";
+    EXPECT_EQ(EngineReport::engineText("idevicerestore", version), version);
+    EXPECT_EQ(EngineReport::engineText("idevicerestore", "1.0.0"), "idevicerestore 1.0.0");
+    EXPECT_EQ(EngineReport::engineText("cfgutil", ""), "cfgutil");
+
+    const auto restored = mac(0xB1, 0x01310000);
+    const auto failed = mac(0xB2, 0x01320000);
+    const auto retried = mac(0xB3, 0x01330000);
+    const auto cancelled = mac(0xB4, 0x01340000);
+    recorder_->batchSubmitted("b", {restored, failed, retried, cancelled});
+    const QStringList lines{"ERROR: Unable to send iBEC", "ERROR: Unable to restore device"};
+    const auto ok = recorder_->deviceEnded(*restored, Outcome::restored, 0, {},
+                                           {version, "15.3.1 (24D70)", {"warning only"}});
+    const auto bad = recorder_->deviceEnded(*failed, Outcome::failed, 255, lines.last(),
+                                            {version, "15.3.1 (24D70)", lines});
+    const auto again = recorder_->deviceEnded(*retried, Outcome::failed, 21,
+                                              "There was an error (retried after: No device found)",
+                                              {"cfgutil", {}, {"libusbrestore error:21"}});
+    const auto none = recorder_->deviceEnded(*cancelled, Outcome::cancelled, std::nullopt, {});
+    ASSERT_TRUE(ok && bad && again && none);
+
+    EXPECT_EQ(std::tuple(ok->engine, ok->firmwareVersion, ok->lastError),
+              std::tuple(version, "15.3.1 (24D70)", ""));
+    EXPECT_EQ(bad->lastError, "ERROR: Unable to send iBEC\nERROR: Unable to restore device");
+    EXPECT_EQ(std::tuple(again->engine, again->firmwareVersion, again->lastError),
+              std::tuple("cfgutil", "",
+                         "libusbrestore error:21\nThere was an error (retried after: No device "
+                         "found)"));
+    // No engine reported on it: the process's own engine, without a version it never asked.
+    EXPECT_EQ(std::tuple(none->engine, none->firmwareVersion), std::tuple("idevicerestore", ""));
+    const auto stored = recorder_->store()->find({.ecid = "B2"});
+    ASSERT_EQ(stored.size(), 1);
+    EXPECT_EQ(stored[0].toJson(), bad->toJson());
+}
+
 TEST_F(RestoreRecorderTest, AbandonsOnlyTheMacsWhoseOutcomeNeverCame) {
     const auto done = mac(0xA1, 0x01210000);
     const auto running = mac(0xA2, 0x01220000);
@@ -91,6 +132,7 @@ TEST_F(RestoreRecorderTest, AbandonsOnlyTheMacsWhoseOutcomeNeverCame) {
         ecids << record.ecid;
         EXPECT_EQ(record.outcome, Outcome::abandoned);
         EXPECT_EQ(record.modelIdentifier, "Mac14,3");  // known from the batch, not the outcome
+        EXPECT_EQ(record.engine, "idevicerestore");
     }
     ecids.sort();
     EXPECT_EQ(ecids, QStringList({"A2", "A3"}));
