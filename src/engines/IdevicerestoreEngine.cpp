@@ -25,12 +25,6 @@ QString hexEcid(std::uint64_t ecid) {
     return QString::number(ecid, 16).toUpper();
 }
 
-QString statusText(const IdevicerestoreOutput::Progress& change) {
-    if (change.progress < 0)
-        return change.step;
-    return QStringLiteral("%1 %2%").arg(change.step).arg(int(change.progress * 100));
-}
-
 }  // namespace
 
 // One Mac's restore while it runs: the child, its private working folder and what it printed.
@@ -49,7 +43,8 @@ struct IdevicerestoreEngine::Run {
             device->setSerialNumber(output.serialNumber());
         for (const auto& change : changes) {
             outputBlock(device, change.step, change.progress);
-            device->setRestoreStatus(statusText(change));
+            // The step alone: the views draw the progress beside it.
+            device->setRestoreStatus(change.step);
         }
     }
 };

@@ -35,6 +35,36 @@ constexpr std::array kMilestones{
     Milestone{"Waiting for device to enter restore mode", "Waiting for restore mode"},
 };
 
+// The share of the whole restore each step stands for, so the queue's progress runs once from 0
+// to 1 as it does with Apple Configurator: the engine's own values start again at every step.
+// Writing the filesystem ("Restoring image") is most of the time a restore takes.
+struct Band {
+    const char* step;
+    float from;
+    float to;
+};
+constexpr std::array kBands{
+    Band{kFirstStep, 0.0f, 0.01f},
+    Band{"Extracting filesystem", 0.01f, 0.03f},
+    Band{"Personalizing firmware", 0.03f, 0.04f},
+    Band{"Sending iBSS", 0.04f, 0.05f},
+    Band{"Sending iBEC", 0.05f, 0.06f},
+    Band{"Sending ", 0.06f, 0.08f},  // the recovery stage's other components
+    Band{"Waiting for restore mode", 0.08f, 0.1f},
+    Band{"Restoring image", 0.1f, 0.9f},
+    Band{"Verifying restore", 0.9f, 0.95f},
+    Band{"Flashing firmware", 0.95f, 0.99f},
+};
+
+// A restore-mode step without a band of its own keeps the progress where it is.
+std::optional<Band> bandOf(const QString& step) {
+    for (const Band& band : kBands)
+        if (step == QLatin1String(band.step) ||
+            (QLatin1String(band.step).endsWith(' ') && step.startsWith(QLatin1String(band.step))))
+            return band;
+    return std::nullopt;
+}
+
 bool startsWithAny(const QString& line, const auto& starts) {
     return std::any_of(starts.begin(), starts.end(),
                        [&](const char* start) { return line.startsWith(QLatin1String(start)); });
@@ -197,14 +227,19 @@ void IdevicerestoreOutput::setStep(const QString& step, QList<Progress>& changes
     // The Mac is found again after every reboot; only its first finding opens the restore.
     if (step == current_.step || (step == QLatin1String(kFirstStep) && !current_.step.isEmpty()))
         return;
-    current_ = {step, -1.0f};
+    const auto band = bandOf(step);
+    current_ = {step, std::max(current_.progress, band ? band->from : 0.0f)};
     changes.append(current_);
 }
 
-// Only a change of a whole percent is news: -P prints a line for every thousandth.
-void IdevicerestoreOutput::setProgress(float progress, QList<Progress>& changes) {
-    progress = std::clamp(progress, 0.0f, 1.0f);
-    if (current_.progress >= 0 && std::floor(progress * 100) == std::floor(current_.progress * 100))
+// Only a change of a whole percent is news: -P prints a line for every thousandth. The value
+// never goes back, though the engine's does at every step.
+void IdevicerestoreOutput::setProgress(float fraction, QList<Progress>& changes) {
+    const auto band = bandOf(current_.step);
+    if (!band)
+        return;
+    const float progress = band->from + (band->to - band->from) * std::clamp(fraction, 0.0f, 1.0f);
+    if (std::floor(progress * 100) <= std::floor(current_.progress * 100))
         return;
     current_.progress = progress;
     changes.append(current_);

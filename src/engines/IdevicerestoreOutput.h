@@ -15,8 +15,8 @@ namespace engines {
 // message. A line split over two chunks is read once it is whole.
 class IdevicerestoreOutput {
   public:
-    // The step the queue shows and its progress (0 to 1; -1 while the step has no value yet):
-    // "Restoring image" at 0.42 reads "Restoring image 42%".
+    // The step the queue shows and the progress of the whole restore (0 to 1, never going back;
+    // -1 before the first step), as Apple Configurator's progress reads.
     struct Progress {
         QString step;
         float progress = -1.0f;

@@ -41,12 +41,13 @@ std::string summary(const QString& changes, bool finished, const QString& errorL
         .toStdString();
 }
 
-void note(QStringList& changes, const QList<IdevicerestoreOutput::Progress>& read) {
+// "Step v1 v2 | Next v3": the values of the whole restore under the step that gave them.
+void note(QStringList& changes, QString& step, const QList<IdevicerestoreOutput::Progress>& read) {
     for (const auto& change : read) {
-        if (change.progress < 0 || changes.isEmpty())
+        if (change.step != step || changes.isEmpty())
             changes << change.step;
-        if (change.progress >= 0)
-            changes.last() += ' ' + QString::number(change.progress);
+        step = change.step;
+        changes.last() += ' ' + QString::number(change.progress);
     }
 }
 
@@ -55,15 +56,17 @@ void note(QStringList& changes, const QList<IdevicerestoreOutput::Progress>& rea
 std::string readInChunks(const QString& output, const QString& error, qsizetype chunkSize) {
     IdevicerestoreOutput reader;
     QStringList changes;
+    QString step;
     const auto feed = [&](const QString& text, bool standardError) {
         const qsizetype size = chunkSize > 0 ? chunkSize : qMax<qsizetype>(text.size(), 1);
         for (qsizetype at = 0; at < text.size(); at += size)
-            note(changes, standardError ? reader.readError(text.mid(at, size))
-                                        : reader.readOutput(text.mid(at, size)));
+            note(changes, step,
+                 standardError ? reader.readError(text.mid(at, size))
+                               : reader.readOutput(text.mid(at, size)));
     };
     feed(output, false);
     feed(error, true);
-    note(changes, reader.finish());
+    note(changes, step, reader.finish());
     return summary(changes.join(" | "), reader.finished(), reader.errorLines().join(" | "),
                    reader.lastErrorLine(), reader.serialNumber(), reader.versionLine(),
                    reader.firmware(), reader.ecid().value_or(0));
@@ -74,29 +77,29 @@ const char* const currentBuild =
 
 const Sample samples[] = {
     {"plain-success",
-     "Preparing restore | Extracting filesystem 0 0.5 1 | Personalizing firmware | "
-     "Sending iBSS 0 0.5 1 | Sending iBEC | Sending RestoreRamDisk | "
-     "Sending RestoreDeviceTree | Sending RestoreKernelCache | Waiting for restore mode | "
-     "Creating partition map | Creating filesystem | Restoring image 0 0.42 1 | "
-     "Verifying restore 1 | Flashing firmware 1",
+     "Preparing restore 0 | Extracting filesystem 0.01 0.02 0.03 | Personalizing firmware 0.03 | "
+     "Sending iBSS 0.04 0.05 | Sending iBEC 0.05 | Sending RestoreRamDisk 0.06 | "
+     "Sending RestoreDeviceTree 0.06 | Sending RestoreKernelCache 0.06 | "
+     "Waiting for restore mode 0.08 | Creating partition map 0.08 | Creating filesystem 0.08 | "
+     "Restoring image 0.1 0.436 0.9 | Verifying restore 0.9 0.95 | Flashing firmware 0.95 0.99",
      true, "", "C02FK1ZNQ6L4", currentBuild, "15.3.1 (24D70)", 0x18C2A4B1E3F12E},
     {"old-style-restore-mode",
-     "Preparing restore | Personalizing firmware | Sending iBSS 0 0.5 1 | Sending iBEC | "
-     "Sending RestoreRamDisk | Sending RestoreDeviceTree | "
-     "Sending RestoreKernelCache | Waiting for restore mode",
+     "Preparing restore 0 | Personalizing firmware 0.03 | Sending iBSS 0.04 0.05 | "
+     "Sending iBEC 0.05 | Sending RestoreRamDisk 0.06 | Sending RestoreDeviceTree 0.06 | "
+     "Sending RestoreKernelCache 0.06 | Waiting for restore mode 0.08",
      false, "Device failed to enter restore mode. Make sure that usbmuxd is running.", "H4TQ2LL0P9",
      "idevicerestore 1.0.0-251-g7d4f2e9 (libirecovery 1.2.1, libtatsu 1.0.3)", "14.7.2 (23H311)",
      0x1234567890ABCDEF},
     {"bars-without-plain-progress",
-     "Preparing restore | Extracting filesystem 0 0.42 1 | Personalizing firmware | "
-     "Sending iBSS 0 1 | Sending iBEC 0 | Sending RestoreRamDisk | "
-     "Waiting for restore mode | Creating partition map | Restoring image 0 0.273 1 | "
-     "Verifying restore 0.5 1",
+     "Preparing restore 0 | Extracting filesystem 0.01 0.03 | Personalizing firmware 0.03 | "
+     "Sending iBSS 0.04 0.05 | Sending iBEC 0.05 | Sending RestoreRamDisk 0.06 | "
+     "Waiting for restore mode 0.08 | Creating partition map 0.08 | "
+     "Restoring image 0.1 0.3184 0.9 | Verifying restore 0.9 0.925 0.95",
      true, "", "C07DV3QZPJ8K", currentBuild, "15.3.1 (24D70)", 0x1234},
     {"verification-error",
-     "Preparing restore | Personalizing firmware | Sending iBSS 1 | Sending iBEC | "
-     "Sending RestoreRamDisk | Waiting for restore mode | "
-     "Creating partition map | Restoring image 0 1 | Verifying restore 0.25",
+     "Preparing restore 0 | Personalizing firmware 0.03 | Sending iBSS 0.04 0.05 | "
+     "Sending iBEC 0.05 | Sending RestoreRamDisk 0.06 | Waiting for restore mode 0.08 | "
+     "Creating partition map 0.08 | Restoring image 0.1 0.9 | Verifying restore 0.9 0.9125",
      false, "Status: Verification Error | Unable to restore device", "FVFH3K2LQ05N", currentBuild,
      "15.1.1 (24B91)", 0x12345678},
 };
@@ -131,7 +134,7 @@ TEST(IdevicerestoreOutputLines, TwoPartFirmwareVersionIsNoProgress) {
         "Found device in DFU mode\nIPSW Product Version: 15.4\nIPSW Product Build: 24E248 Major: "
         "24\n",
         {}, 0);
-    EXPECT_EQ(reading, summary("Preparing restore", false, "", "", "", "", "15.4 (24E248)", 0));
+    EXPECT_EQ(reading, summary("Preparing restore 0", false, "", "", "", "", "15.4 (24E248)", 0));
 }
 
 }  // namespace output_samples_test
