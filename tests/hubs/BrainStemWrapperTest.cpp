@@ -195,7 +195,7 @@ TEST_F(BrainStemWrapperTest, ConnectProbesSevenPortsAndReadsTheFirmwareVersion) 
     }
     EXPECT_EQ(probed, QStringList({"0: 1 0 0", "1: 1 1 2", "2: 1 0 0", "3: 0 1 1", "4: 1 0 0",
                                    "5: 0 0 0", "6: 1 0 0"}));
-    const auto& port1 = hub->ports()[1];
+    const auto port1 = hub->ports()[1];
     EXPECT_FLOAT_EQ(port1->vBusVoltage(), 20.123456f);
     EXPECT_FLOAT_EQ(port1->vBusCurrent(), -1.5f);
     EXPECT_FLOAT_EQ(port1->vConnVoltage(), 0.0f);  // failed read
