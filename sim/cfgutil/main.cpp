@@ -7,6 +7,8 @@
 
 #include "core/SimulatorAddress.h"
 
+#include "../StandInSignals.h"
+
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
@@ -15,24 +17,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-
-namespace {
-
-int signalPipe[2] = {-1, -1};
-
-void onSignal(int number) {
-    const unsigned char byte = static_cast<unsigned char>(number);
-    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
-}
-
-[[noreturn]] void dieBy(int number) {
-    std::fflush(stdout);
-    signal(number, SIG_DFL);
-    raise(number);
-    _exit(128 + number);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
@@ -53,16 +37,16 @@ int main(int argc, char** argv) {
     if (options->command == "list")
         return front.list();
 
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+    if (::pipe2(standin::signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return 1;
-    for (int number : {SIGTERM, SIGINT, SIGHUP}) signal(number, onSignal);
-    QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
+    for (int number : {SIGTERM, SIGINT, SIGHUP}) signal(number, standin::onSignal);
+    QSocketNotifier signalNotifier(standin::signalPipe[0], QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, [&] {
         unsigned char number = 0;
-        if (::read(signalPipe[0], &number, 1) != 1)
+        if (::read(standin::signalPipe[0], &number, 1) != 1)
             return;
         front.cancel();
-        dieBy(number);
+        standin::dieBy(number);
     });
     QObject::connect(&front, &simcfgutil::CfgutilFront::finished, &app, [](int status) {
         std::fflush(stdout);

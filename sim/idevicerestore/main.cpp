@@ -7,6 +7,8 @@
 
 #include "core/SimulatorAddress.h"
 
+#include "../StandInSignals.h"
+
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QSocketNotifier>
@@ -17,24 +19,6 @@
 
 #include <cstdio>
 #include <memory>
-
-namespace {
-
-int signalPipe[2] = {-1, -1};
-
-void onSignal(int number) {
-    const unsigned char byte = static_cast<unsigned char>(number);
-    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
-}
-
-[[noreturn]] void dieBy(int number) {
-    std::fflush(stdout);
-    signal(number, SIG_DFL);
-    raise(number);
-    _exit(128 + number);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
@@ -64,14 +48,14 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+    if (::pipe2(standin::signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return 1;
-    for (int number : {SIGTERM, SIGINT, SIGHUP}) signal(number, onSignal);
-    QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
+    for (int number : {SIGTERM, SIGINT, SIGHUP}) signal(number, standin::onSignal);
+    QSocketNotifier signalNotifier(standin::signalPipe[0], QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, [&] {
         unsigned char number = 0;
-        if (::read(signalPipe[0], &number, 1) == 1 && front.acceptTermination(number))
-            dieBy(number);
+        if (::read(standin::signalPipe[0], &number, 1) == 1 && front.acceptTermination(number))
+            standin::dieBy(number);
     });
     QObject::connect(&front, &simidevicerestore::IdevicerestoreFront::finished, &app,
                      [](int status) { QCoreApplication::exit(status); });
